@@ -1,0 +1,160 @@
+#include "connection/Listener.h"
+
+#include <cstring>
+
+#include "connection/Worker.h"
+#include "frame/Globals.h"
+#include "monitors/HandleHashMon.h"
+#include "monitors/HandleMon.h"
+#include "platform/Thread.h"
+#include "protocol/Codes.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+
+namespace zanth {
+
+Listener::Listener(int32_t port, void* parentWindow, void* instance)
+    : port_(port), parentWindow_(parentWindow), instance_(instance) {
+    CopyBounded(name_, "listener", sizeof name_);
+    logText_[0] = logText2_[0] = '\0';
+    std::memset(buffer_, 0, sizeof buffer_);
+
+    // Each failure stops the whole library: Initialization has already returned.
+    listenSocket_ = platform::OpenTcpSocket();
+    if (listenSocket_ == platform::kInvalidSocket) {
+        LogSocketError(25, "[Listener::Listener] Error on socket", platform::LastSocketError());
+        SetLibraryTerminating();
+        return;
+    }
+    platform::SetReuseAddress(listenSocket_);
+    // The notification of a pending connection is a poll of a non-blocking socket here.
+    if (platform::SetNonBlocking(listenSocket_) != 0) {
+        LogSocketError(25, "[Listener::Listener] Error on WSAAsyncSelect", platform::LastSocketError());
+        SetLibraryTerminating();
+        return;
+    }
+    if (platform::BindAny(listenSocket_, port_) != 0) {
+        LogSocketError(25, "[Listener::Listener] Error on bind", platform::LastSocketError());
+        SetLibraryTerminating();
+        return;
+    }
+    if (platform::Listen(listenSocket_, 20) != 0) {
+        LogSocketError(25, "[Listener::Listener] Error on listen", platform::LastSocketError());
+        SetLibraryTerminating();
+    }
+}
+
+Listener::~Listener() {
+    if (listenSocket_ != platform::kInvalidSocket && platform::CloseSocket(listenSocket_) != 0) {
+        LogSocketError(50, "[Listener::~Listener] Error on closesocket", platform::LastSocketError());
+    }
+    if (!LibraryTerminating()) {
+        // Only this listener's registration goes; a newer one may stand under the name already.
+        if (handleMon->ThreadIdOf("listener") == platform::CurrentThreadId()) {
+            int32_t index = 0;
+            handleMon->Remove("listener", &index);
+        }
+    }
+    Log(name_, 75, "[Listener::~Listener] Listener thread terminated");
+}
+
+void Listener::LogSocketError(int32_t level, const char* text, int error) {
+    MessageUtil::SocketErrorText(error, logText2_, sizeof logText2_);
+    Log(name_, level, text, logText2_);
+}
+
+void Listener::Run() {
+    for (;;) {
+        uint32_t message = 0;
+        while (platform::PeekThreadMessage(&message)) {
+            if (message == TERM_MSG) {
+                Log(name_, 75, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
+                return;
+            }
+        }
+        if (listenSocket_ != platform::kInvalidSocket && platform::Readable(listenSocket_, 0)) {
+            Log(name_, 75, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = FD_ACCEPT");
+            {
+                std::lock_guard<std::mutex> g(acceptLock_);
+                Accept();
+            }
+            Log(name_, 75, "[Listener::Run] DispatchMessage FD_ACCEPT");
+        }
+        platform::Sleep(100);
+        if (LibraryTerminating()) return;
+    }
+}
+
+void Listener::Accept() {
+    acceptSocket_ = platform::Accept(listenSocket_);
+    if (acceptSocket_ == platform::kInvalidSocket) {
+        int error = platform::LastSocketError();
+        if (error != platform::WSAEWOULDBLOCK) {
+            LogSocketError(50, "[Listener::Accept] Error on accept", error);
+        }
+        return;
+    }
+    if (platform::SetNoDelay(acceptSocket_) != 0) {
+        LogSocketError(50, "[Listener::Accept] Error disabling the Nagle algorithm",
+                       platform::LastSocketError());
+    }
+    if (platform::SetNonBlocking(acceptSocket_) != 0) {
+        LogSocketError(50, "[Listener::Accept] Error on ioctlsocket setting non-blocking",
+                       platform::LastSocketError());
+    }
+    if (LibraryTerminating()) {
+        Refuse(1);
+        return;
+    }
+    startRecord_ = WorkerStartRecord{};
+    startRecord_.socket = acceptSocket_;
+    startRecord_.parentWindow = parentWindow_;
+    startRecord_.instance = instance_;
+    startRecord_.type = kAcceptedLink;
+    WorkerStartRecord start = startRecord_;
+    platform::ThreadId id = 0;
+    // Created suspended so that the Worker can't identify before it is listed.
+    int error = platform::CreateThread(
+        [start] {
+            Worker* worker = new Worker(start);
+            worker->Run();
+            delete worker;
+        },
+        &id, true);
+    if (error != 0) {
+        FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
+        Log(name_, 50, "[Listener::Accept] Error on CreateThread", logText2_);
+        // Not left dangling: the controller sees the link close and calls again.
+        platform::CloseSocket(acceptSocket_);
+        return;
+    }
+    Log(name_, 75, "[Listener::Accept] accept connection and add worker thread");
+    workerMon->AddUnidentified(id);
+    platform::ResumeThread(id);
+}
+
+void Listener::Refuse(int which) {
+    const char* where = which == 1 ? "Listener::Accept" : "Listener::TERM_MSG";
+    std::memset(buffer_, 0, sizeof buffer_);
+    if (platform::Recv(acceptSocket_, buffer_, kMessageBufferSize, false) < 0) {
+        FormatText(logText_, sizeof logText_, "[%s] Error on recv", where);
+        LogSocketError(50, logText_, platform::LastSocketError());
+    }
+    char frame[kMessageBufferSize + 1];
+    util_.BuildMessage(ZANTH_TERMINATE, "", 0, frame, kMessageBufferSize);
+    if (platform::Send(acceptSocket_, frame, kClearHeaderSize) < 0) {
+        FormatText(logText_, sizeof logText_, "[%s] Error on send", where);
+        LogSocketError(50, logText_, platform::LastSocketError());
+    }
+    if (platform::ShutdownBoth(acceptSocket_) != 0) {
+        FormatText(logText_, sizeof logText_, "[%s] Error on shutdown", where);
+        LogSocketError(50, logText_, platform::LastSocketError());
+    }
+    if (platform::CloseSocket(acceptSocket_) != 0) {
+        FormatText(logText_, sizeof logText_, "[%s] Error on closesocket", where);
+        LogSocketError(50, logText_, platform::LastSocketError());
+    }
+    acceptSocket_ = platform::kInvalidSocket;
+}
+
+}  // namespace zanth

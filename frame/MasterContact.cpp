@@ -1,0 +1,62 @@
+// Outbound contact: the library opens the TCP connection and invites the controller to identify.
+
+#include <cstdio>
+#include <cstring>
+
+#include "connection/Worker.h"
+#include "frame/Globals.h"
+#include "frame/Master.h"
+#include "monitors/HandleHashMon.h"
+#include "monitors/RecvMon.h"
+#include "platform/Thread.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+
+namespace zanth {
+
+int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphostname, int32_t port) {
+    std::lock_guard<std::recursive_mutex> g(transactionLock_);
+    result_ = 0;
+    if (LibraryTerminating()) result_ = -10001;
+    if (result_ == 0 && (port < 1025 || port > 65535)) {
+        FormatText(logText_, sizeof logText_,
+                   "[Master::ContactGateway] port value must be between %d and %d", 1025, 65535);
+        Log(masterName_, 50, logText_);
+        result_ = -10002;
+    }
+    if (result_ != 0) return result_;
+
+    contactArgs_ = WorkerStartRecord{};
+    contactArgs_.type = kOutboundLink;
+    CopyBounded(contactArgs_.iphostname, iphostname ? iphostname : "", sizeof contactArgs_.iphostname);
+    contactArgs_.port = port;
+    contactArgs_.rspfunc = rspfunc;
+    contactArgs_.rspid = rspid;
+    WorkerStartRecord start = contactArgs_;
+    int error = platform::CreateThread(
+        [start] {
+            Worker* worker = new Worker(start);
+            worker->Run();
+            delete worker;
+        },
+        &threadId_, true);
+    if (error != 0) {
+        FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
+        Log(masterName_, 50, "[Master::ContactGateway] Error on CreateThread", logText2_);
+        return result_ = -10015;
+    }
+    workerMon->AddUnidentified(threadId_);
+    platform::ResumeThread(threadId_);
+
+    if (rspfunc == 0) {
+        recvMon->GetBuffer(recvBuffer_, "0001");
+        recvBuffer_[kMessageBufferSize] = '\0';
+        // A timed-out wait leaves the text empty, and the result 0.
+        if (std::sscanf(recvBuffer_, "%d", &result_) != 1) result_ = 0;
+        int32_t removed = 0;
+        workerMon->RemoveWorker("0001", &removed);
+    }
+    return result_;
+}
+
+}  // namespace zanth

@@ -1,0 +1,81 @@
+// The log folder: read from the per-user store, and changed with a rebuild of the log and of
+// both message files in the new folder.
+
+#include <cstring>
+#include <string>
+
+#include "frame/Globals.h"
+#include "frame/Master.h"
+#include "monitors/HandleMon.h"
+#include "platform/File.h"
+#include "platform/UserStore.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+#include "stores/MsgMon.h"
+
+namespace zanth {
+
+int32_t Master::GetLogFilePath(char* path) {
+    if (path == nullptr) return -10002;
+    std::string value;
+    if (!platform::ReadUserValue(&value)) value.clear();
+    // The buffer is at least 256 bytes by contract.
+    CopyBounded(path, value.c_str(), kPathSize);
+    return 0;
+}
+
+int32_t Master::SetLogFilePath(const char* path) {
+    std::lock_guard<std::recursive_mutex> g(transactionLock_);
+    return ChangeLogFolder(path, "Master::SetLogFilePath", true);
+}
+
+int32_t Master::LogFilePath(int32_t mode, char* path) {
+    std::lock_guard<std::recursive_mutex> g(transactionLock_);
+    if (mode == 0) return GetLogFilePath(path);
+    if (mode == 1) return ChangeLogFolder(path, "Master::LogFilePath", false);
+    Log(masterName_, 50, "[Master::LogFilePath] mode value must be between 0 and 1");
+    return -10002;
+}
+
+int32_t Master::ChangeLogFolder(const char* path, const char* method, bool announce) {
+    if (path == nullptr || path[0] == '\0') return -10002;
+    int32_t status = platform::PathStatus(path);
+    if (status != 0) return status;
+
+    // The stored value always ends in a separator, even when the caller's path already did.
+    char value[kPathSize];
+    FormatText(value, sizeof value, "%s/", path);
+    std::string old;
+    if (!platform::ReadUserValue(&old)) old = platform::CurrentDirectory();
+    // A value that can't be stored ends the change here, silently, with nothing changed.
+    if (!platform::WriteUserValue(value)) return 0;
+
+    delete[] logFolder;
+    logFolder = new char[kPathSize]();
+    CopyBounded(logFolder, value, kPathSize);
+
+    if (announce) {
+        FormatText(logText2_, sizeof logText2_, "New Log file path is = %s", value);
+        Log(masterName_, 0,
+            "[Master::SetLogFilePath] Log file path has been changed. New logs will be created at "
+            "location: ",
+            logText2_);
+    }
+    // Rebuilt in place, under their own locks, so that no thread sees them missing.
+    logmon->Restart("logMon");
+    eventMon->Rebuild();
+    alarmMon->Rebuild();
+    Log(masterName_, 0, "Object created");
+    if (!old.empty()) {
+        FormatText(logText_, sizeof logText_,
+                   "[%s] Log file path has been changed, for previous logs refer files from: ",
+                   method);
+        FormatText(logText2_, sizeof logText2_, "Old Log file path is = %s", old.c_str());
+        Log(masterName_, 0, logText_, logText2_);
+    }
+    delete[] logFolder;
+    logFolder = nullptr;
+    return 0;
+}
+
+}  // namespace zanth

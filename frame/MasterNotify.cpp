@@ -1,0 +1,108 @@
+// Registration of the host's callbacks, and the polling of the queues they would drain.
+
+#include <cstring>
+
+#include "frame/Globals.h"
+#include "frame/Master.h"
+#include "monitors/CharIntQueueMon.h"
+#include "monitors/CharQueueMon.h"
+#include "monitors/HandleMon.h"
+#include "notify/BigString.h"
+#include "notify/ConnDiscController.h"
+#include "notify/Response.h"
+#include "notify/SmallString.h"
+#include "platform/Thread.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+
+namespace zanth {
+
+int32_t Master::StartCallbackThread(const char* exportName, const char* threadName,
+                                    std::function<void()> body) {
+    std::lock_guard<std::recursive_mutex> g(transactionLock_);
+    // The former thread of this kind is told to stop; the replacement begins after 2 seconds.
+    uint8_t running = 0;
+    int32_t index = 0;
+    handleMon->IsRunning(threadName, &running);
+    if (running) {
+        handleMon->SetStop(threadName, 1, &index);
+        platform::Sleep(2000);
+        handleMon->Remove(threadName, &index);
+    }
+    platform::ThreadId id = 0;
+    // Suspended until registered: a thread that asked ShouldStop before its registration would
+    // leave at once.
+    int error = platform::CreateThread(std::move(body), &id, true);
+    if (error != 0) {
+        FormatText(logText_, sizeof logText_, "[Master::%s] Error on CreateThread", exportName);
+        FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
+        Log(masterName_, 50, logText_, logText2_);
+        return error;
+    }
+    handleMon->Add(threadName, id);
+    platform::ResumeThread(id);
+    return 0;
+}
+
+int32_t Master::SetTextCallback(const char* exportName, const char* threadName,
+                                ZanthTextCallback callback, CharQueueMon* queue, bool big) {
+    CallbackStart start{};
+    CopyBounded(start.name, threadName, 20);
+    start.name[19] = '\0';
+    start.callback = callback;
+    start.queue = queue;
+    if (big) {
+        return StartCallbackThread(exportName, threadName, [start] {
+            BigString* body = new BigString(start);
+            body->Run();
+            delete body;
+        });
+    }
+    return StartCallbackThread(exportName, threadName, [start] {
+        SmallString* body = new SmallString(start);
+        body->Run();
+        delete body;
+    });
+}
+
+int32_t Master::SetResponseCallback(ZanthResponseCallback callback) {
+    return StartCallbackThread("SetResponseCallback", "response", [callback] {
+        Response* body = new Response(callback);
+        body->Run();
+        delete body;
+    });
+}
+
+int32_t Master::SetConnectedControllersCallback(ZanthConnectionCallback callback) {
+    return connDiscController->SetConnectedCallback(callback);
+}
+
+int32_t Master::SetDisconnectedControllersCallback(ZanthConnectionCallback callback) {
+    return connDiscController->SetDisconnectedCallback(callback);
+}
+
+int32_t Master::GetNext(CharQueueMon* queue, char* buffer, int32_t size) {
+    int32_t error = 0;
+    queue->Remove(buffer, buffer ? size : -1, &error);
+    return error;
+}
+
+int32_t Master::GetNumber(CharQueueMon* queue, int32_t* count) {
+    if (count == nullptr) return -10002;
+    queue->Length(count);
+    return 0;
+}
+
+int32_t Master::GetNextResponse(int32_t* rspid, char* buffer, int32_t size) {
+    int32_t error = 0;
+    responseMon->Remove(rspid, buffer, buffer ? size : -1, &error);
+    return error;
+}
+
+int32_t Master::GetNumberResponse(int32_t* count) {
+    if (count == nullptr) return -10002;
+    responseMon->Length(count);
+    return 0;
+}
+
+}  // namespace zanth

@@ -1,0 +1,215 @@
+/*
+ * libzanth: host-side communications library of the Zanth network door controllers.
+ *
+ * The library accepts (or opens) one TCP connection per controller, turns each call into a
+ * message for that controller, and hands back what the controllers send of their own accord
+ * through callbacks or polling queues. It keeps one central object per process, built when the
+ * library is loaded.
+ *
+ * Conventions of every export:
+ * - The result is 0 or a positive value from the controller on success; a library result from
+ *   -10001 to -10030; a controller's own negative value; or a positive system (socket) error
+ *   number. Treat any non-zero value as a failure.
+ * - A MAC names a controller by the last three octets of its hardware address, "XX:XX:XX"; case
+ *   and separators don't matter. The library never writes to a MAC text.
+ * - Blocking commands X(mac, ...) wait for the controller's reply up to the wait time
+ *   (RecvWaitTime, 300000 ms by default). RspX(rspid, mac, ...) only queue the message: the
+ *   whole reply frame arrives later under `rspid` through GetNextResponse or the response
+ *   callback. Commands are serialised inside the library: one runs at a time.
+ * - Output buffers are owned by the caller and always come with their size in bytes.
+ * - Callbacks run on the library's own threads, never on the caller's, with no library lock
+ *   held: a callback may call any export.
+ *
+ * Result codes: -10001 terminating; -10002 bad argument; -10003 controller not connected;
+ * -10004 MAC not in the valid list; -10005 no (complete) reply in time; -10006 buffer too small
+ * or message too large; -10007 message file error; -10008 no unread message; -10009 queue
+ * empty; -10010 unexpected reply or connection ended; -10011 reply lacks a field; -10018 thread
+ * message failed; -10022 encryption library failure; -10025 no such path; -10030 the controller
+ * can't carry out the command.
+ */
+#ifndef ZANTH_H
+#define ZANTH_H
+
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define ZANTH_API __declspec(dllexport)
+#elif defined(ZANTH_BUILDING_LIBRARY)
+#define ZANTH_API __attribute__((visibility("default")))
+#else
+#define ZANTH_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Callback shapes ---------------------------------------------------------------------- */
+
+/* Unsolicited text: a NUL-terminated text for the short kinds (here-I-am, look-ups, key pad,
+ * command keys, events, alarms); for post-access and smart-card data 4117 bytes of text padded
+ * with blanks (the library adds a NUL after them). A negative return ends the current delivery
+ * pass; the rest of the queue follows about a second later. */
+typedef int32_t (*ZanthTextCallback)(char* text);
+
+/* A reply to an Rsp... call: its rspid and the whole reply frame "CCCC;LLLL;payload",
+ * zero-filled after its end. */
+typedef struct ZanthResponse {
+    int32_t rspid;
+    char text[4117];
+} ZanthResponse;
+typedef int32_t (*ZanthResponseCallback)(ZanthResponse* response);
+
+/* A controller connected or went: its MAC ("0" for a link that never identified itself). The
+ * return value is ignored. An identified controller's end is reported twice. */
+typedef int32_t (*ZanthConnectionCallback)(char* mac);
+
+/* ---- Library frame and lifecycle ---------------------------------------------------------- */
+
+/* Opens the library to controllers on `port` (1025 to 65535): starts the listener and the reset
+ * thread, and reads the seed file zanth.txt. -10001 while the library is terminating, -10002
+ * for a bad port, or the system's error number. A second call replaces the listener (about two
+ * seconds per running thread). The window and instance handles are kept but not used here. */
+ZANTH_API int32_t Initialization(int32_t port, void* parentWindow, void* instance);
+/* Ends the run: every connected controller is sent the terminate command. Returns 0 after about
+ * a second. Initialization works again once the reset thread has ended. */
+ZANTH_API int32_t Shutdown(void);
+/* Tells one controller's connection to end, without waiting. */
+ZANTH_API int32_t Terminate(const char* mac);
+/* Replaces the valid list: comma-separated MACs, blanks around items allowed, ALL for every
+ * controller. Connected controllers no longer listed are sent the terminate command. 0. */
+ZANTH_API int32_t SetValidControllers(const char* list);
+ZANTH_API int32_t SetValidGateways(const char* list);
+/* The valid list as comma-separated text, ALL first. -10006 when it doesn't fit: the text then
+ * ends after the last whole entry. */
+ZANTH_API int32_t GetValidControllers(char* buffer, int32_t size);
+ZANTH_API int32_t GetValidGateways(char* buffer, int32_t size);
+/* The MACs of identified controllers, comma-separated; -10006 as above. */
+ZANTH_API int32_t GetConnectedControllers(char* buffer, int32_t size);
+ZANTH_API int32_t GetConnectedGateways(char* buffer, int32_t size);
+/* "2.6.0.10"; -10006 when size is not greater than its length. */
+ZANTH_API int32_t GetDLLVersion(char* buffer, int32_t size);
+/* mode 0 reads the log level into *level; mode 1 sets it (0 to 75). Levels: 0 always, 25 fatal,
+ * 50 errors (the default), 75 trace. */
+ZANTH_API int32_t DebugLevel(int32_t mode, int32_t* level);
+/* mode 0 reads the wait of blocking commands (ms) into *value; mode 1 sets it (0 to 600000). */
+ZANTH_API int32_t RecvWaitTime(int32_t mode, int32_t* value);
+
+/* The controller's description as one text. -10006 when size is not greater than it. */
+ZANTH_API int32_t ControllerInfo(const char* mac, char* buffer, int32_t size);
+ZANTH_API int32_t GatewayInfo(const char* mac, char* buffer, int32_t size);
+ZANTH_API int32_t RspControllerInfo(uint32_t rspid, const char* mac);
+ZANTH_API int32_t RspGatewayInfo(uint32_t rspid, const char* mac);
+
+/* Calls a controller that can't reach the host: opens a TCP connection to iphostname:port (IPv4
+ * address or host name, cut to 50 characters) and invites it to identify. The result says only
+ * that TCP connected (0), -10002 for a bad port or address, -10015, or the socket error number
+ * (10061 for a refused connection); the identification shows in the connect callback. The Rsp
+ * form's reply is a frame of code 0 whose first field is that result, "0000;0012;0;". */
+ZANTH_API int32_t ContactController(const char* iphostname, int32_t port);
+ZANTH_API int32_t ContactGateway(const char* iphostname, int32_t port);
+ZANTH_API int32_t RspContactController(uint32_t rspid, const char* iphostname, int32_t port);
+ZANTH_API int32_t RspContactGateway(uint32_t rspid, const char* iphostname, int32_t port);
+
+/* ---- Controller administration ------------------------------------------------------------ */
+
+/* Reboots interface board `target` (0 to 31) or, with 32, the controller, whose reboot is not
+ * awaited. RebootBoard2 uses the newer command for all targets. */
+ZANTH_API int32_t RebootBoard(const char* mac, int32_t target);
+ZANTH_API int32_t RspRebootBoard(uint32_t rspid, const char* mac, int32_t target);
+ZANTH_API int32_t RebootBoard2(const char* mac, int32_t target);
+ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t target);
+
+/* ---- Monitors, links, the log folder ------------------------------------------------------ */
+
+/* The cipher plugin's version text; -10022 when the plugin or its entry point is missing. */
+ZANTH_API int32_t GetEncryptionDLLVersion(char* buffer, int32_t size);
+/* The log folder from the per-user setting (empty when unset). `path` holds 256 bytes. */
+ZANTH_API int32_t GetLogFilePath(char* path);
+/* Moves the diagnostic log and both message files to an existing folder: -10002 for an empty
+ * text, -10025 for a folder that does not exist. Call it before Initialization. */
+ZANTH_API int32_t SetLogFilePath(const char* path);
+/* mode 0 as GetLogFilePath, mode 1 as SetLogFilePath. */
+ZANTH_API int32_t LogFilePath(int32_t mode, char* path);
+
+/* ---- Host notification: callbacks --------------------------------------------------------- */
+
+/* Each registration starts a thread that drains its queue into the callback about once a second
+ * (the response thread every 200 ms). Registering again replaces the callback, which takes two
+ * seconds; there is no way to unregister. 0, or the system's error number. A host uses either a
+ * callback or polling for a kind: each item goes to whichever asks first. */
+ZANTH_API int32_t SetHereIAmCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetLookupCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetKeyPadDataCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetCommandKeyDataCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetAlarmCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetEventCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetPostAccessCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetSmartCardDataCallback(ZanthTextCallback callback);
+ZANTH_API int32_t SetResponseCallback(ZanthResponseCallback callback);
+/* Connects and disconnects, one thread for both, one notice every 200 ms. Always 0. */
+ZANTH_API int32_t SetConnectedControllersCallback(ZanthConnectionCallback callback);
+ZANTH_API int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callback);
+
+/* ---- Host notification: polling ----------------------------------------------------------- */
+
+/* Take the oldest item: 0, or -10009 when the queue is empty. `size` is the longest text
+ * accepted and `buffer` must hold size + 1 bytes. A longer item is lost (logged) and the result
+ * is still 0. */
+ZANTH_API int32_t GetNextHereIAm(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextLookup(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextPin(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextPostAccess(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextKeyPadData(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextCommandKeyData(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextSmartCardData(char* buffer, int32_t size);
+/* The oldest Rsp reply and its rspid; `size` bytes of `buffer` are zeroed first. A reply longer
+ * than size is lost (logged), rspid stays as it was and the result is 0. */
+ZANTH_API int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size);
+/* The number of waiting items. 0. */
+ZANTH_API int32_t GetNumberHereIAm(int32_t* count);
+ZANTH_API int32_t GetNumberLookups(int32_t* count);
+ZANTH_API int32_t GetNumberPin(int32_t* count);
+ZANTH_API int32_t GetNumberPostAccess(int32_t* count);
+ZANTH_API int32_t GetNumberKeyPadData(int32_t* count);
+ZANTH_API int32_t GetNumberCommandKeyData(int32_t* count);
+ZANTH_API int32_t GetNumberSmartCardData(int32_t* count);
+ZANTH_API int32_t GetNumberResponse(int32_t* count);
+
+/* ---- Message files ------------------------------------------------------------------------ */
+
+/* Events and alarms are kept in the circular files ZanthEvents.log and ZanthAlarms.log (5000
+ * records of 144 bytes by default) until read. GetNext... copies the oldest unread record,
+ * exactly 144 bytes after zeroing the whole buffer: size must be at least 144 (-10006);
+ * -10008 when none is unread; -10007 on a file error. Independent of the callbacks. */
+ZANTH_API int32_t GetNextEvent(char* buffer, int32_t size);
+ZANTH_API int32_t GetNextAlarm(char* buffer, int32_t size);
+/* The number of unread records, written as 8 bytes. 0. */
+ZANTH_API int32_t NumberUnreadEvents(uint64_t* count);
+ZANTH_API int32_t NumberUnreadAlarms(uint64_t* count);
+/* mode 0 writes the ring's size as 8 bytes; mode 1 reads a 32-bit size (20 or more) from the
+ * first four bytes and resizes, which discards every stored record unless the size is the same. */
+ZANTH_API int32_t EventLogSize(int32_t mode, uint64_t* value);
+ZANTH_API int32_t AlarmLogSize(int32_t mode, uint64_t* value);
+
+/* ---- Host access decisions ---------------------------------------------------------------- */
+
+/* A card look-up is acknowledged by the library at once; the host's decision goes back with
+ * RecheckLookupCard, whose `data` is sent verbatim (no ';' is added). The reply's first field is
+ * the result. */
+ZANTH_API int32_t RecheckLookupCard(const char* mac, const char* data);
+ZANTH_API int32_t RspRecheckLookupCard(uint32_t rspid, const char* mac, const char* data);
+/* Asks the controller to collect a PIN; the PIN arrives later through GetNextPin. Returns 0
+ * whatever the controller answers (the answer is only logged). */
+ZANTH_API int32_t RequestPin(const char* mac, uint32_t pinValue1, uint32_t pinValue2,
+                             uint32_t pinValue3);
+ZANTH_API int32_t RspRequestPin(uint32_t rspid, const char* mac, uint32_t pinValue1,
+                                uint32_t pinValue2, uint32_t pinValue3);
+/* Sends `message` verbatim after an access; nothing is awaited. */
+ZANTH_API int32_t SendPostAccessMsg(const char* mac, const char* message);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZANTH_H */

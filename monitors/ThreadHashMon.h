@@ -1,0 +1,32 @@
+#pragma once
+// The post box of outbound commands, keyed by MAC: Master methods put, each Worker collects its
+// own, oldest first.
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "monitors/HashTable.h"
+#include "protocol/CommandRecord.h"
+
+namespace zanth {
+
+class ThreadHashMon : private HashTable<std::unique_ptr<CommandRecord>> {
+public:
+    static constexpr int32_t kBuckets = 127;
+
+    explicit ThreadHashMon(const char* name);
+    ~ThreadHashMon();
+
+    void Put(const CommandRecord& record, const char* mac);
+    // Takes the oldest record of the MAC; -10009 when there is none.
+    void Get(CommandRecord* dest, const char* mac, int32_t* error);
+    int32_t CountFor(const char* mac);
+
+private:
+    std::mutex lock_;
+    std::string name_;
+};
+
+}  // namespace zanth

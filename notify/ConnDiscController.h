@@ -1,0 +1,39 @@
+#pragma once
+// Tells the host of connects and disconnects: one thread, started at the first registration of
+// either callback, takes one notice from connDiscQueue every 200 ms and calls the host.
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "zanth.h"
+
+namespace zanth {
+
+class ConnDiscController {
+public:
+    explicit ConnDiscController(const char* name);
+    ~ConnDiscController();
+
+    // Stores the callback, starts the thread if it hasn't been started, sets the flag. Always 0.
+    int32_t SetConnectedCallback(ZanthConnectionCallback callback);
+    int32_t SetDisconnectedCallback(ZanthConnectionCallback callback);
+
+private:
+    void StartWorkerThread();
+    void Run();
+    void Deliver(ZanthConnectionCallback callback, const char* mac);
+
+    std::mutex lock_;
+    std::string name_;
+    // Read by the thread without the mutex, which only serialises registrations.
+    std::atomic<bool> connectedSet_{false};
+    std::atomic<bool> disconnectedSet_{false};
+    bool started_ = false;
+    std::atomic<ZanthConnectionCallback> connected_{nullptr};
+    std::atomic<ZanthConnectionCallback> disconnected_{nullptr};
+    char delivery_[141];
+};
+
+}  // namespace zanth

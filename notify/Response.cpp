@@ -1,0 +1,55 @@
+#include "notify/Response.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "frame/Globals.h"
+#include "monitors/CharIntQueueMon.h"
+#include "monitors/HandleMon.h"
+#include "platform/Thread.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+
+namespace zanth {
+
+Response::Response(ZanthResponseCallback callback) : callback_(callback) {
+    CopyBounded(name_, "response", sizeof name_);
+    std::memset(raw_, 0, sizeof raw_);
+    std::memset(&delivery_, 0, sizeof delivery_);
+}
+
+Response::~Response() {
+    uint8_t stop = 0;
+    handleMon->ShouldStop(name_, &stop);
+    if (!stop) handleMon->RemoveIfThread(name_, platform::CurrentThreadId());
+    Log(name_, 75, "[Response::~Response] Response thread terminated");
+}
+
+void Response::Run() {
+    for (;;) {
+        DrainPass();
+        uint8_t stop = 0;
+        handleMon->ShouldStop(name_, &stop);
+        if (stop) return;
+        platform::Sleep(200);
+    }
+}
+
+// A reply too long for the raw block is lost in the queue, and the former rspid and block are
+// delivered again in its place.
+void Response::DrainPass() {
+    int32_t error = 0;
+    int32_t size = 0;
+    for (;;) {
+        responseMon->Remove(&rspid_, raw_, sizeof raw_, &error, &size);
+        if (error < 0) return;
+        delivery_.rspid = rspid_;
+        std::memset(delivery_.text, 0, sizeof delivery_.text);
+        std::memcpy(delivery_.text, raw_,
+                    std::min(static_cast<size_t>(std::max(size, 0)), sizeof delivery_.text));
+        error = callback_ ? callback_(&delivery_) : 0;
+        if (error < 0) return;
+    }
+}
+
+}  // namespace zanth

@@ -1,0 +1,27 @@
+#pragma once
+// Delivers the replies of Rsp... calls to the host's response callback, every 200 ms.
+
+#include <cstdint>
+
+#include "protocol/CommandRecord.h"
+#include "zanth.h"
+
+namespace zanth {
+
+class Response {
+public:
+    explicit Response(ZanthResponseCallback callback);
+    ~Response();
+    void Run();
+
+private:
+    void DrainPass();
+
+    char name_[16];
+    ZanthResponseCallback callback_;
+    int32_t rspid_ = 0;
+    char raw_[kRecordMessageSize];
+    ZanthResponse delivery_;
+};
+
+}  // namespace zanth

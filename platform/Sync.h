@@ -1,0 +1,44 @@
+#pragma once
+// Auto-reset events and the timed owner mutex that stand in for the system's event and
+// mutex handles.
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+
+namespace platform {
+
+constexpr uint32_t kInfinite = 0xFFFFFFFFu;
+
+// Set wakes one waiter (or the next one to wait) and clears itself on that wake.
+class AutoResetEvent {
+public:
+    void Set();
+    void Reset();
+    // True when signalled, false when the time ran out. kInfinite waits without limit.
+    bool Wait(uint32_t milliseconds);
+
+private:
+    std::mutex lock_;
+    std::condition_variable cv_;
+    bool signalled_ = false;
+};
+
+// A mutex that can be waited for with a time-out and that records its owner, so that a
+// release by a thread that does not own it is a harmless no-op.
+class OwnedTimedMutex {
+public:
+    // True when the mutex was taken within the time. kInfinite waits without limit.
+    bool Lock(uint32_t milliseconds = kInfinite);
+    // Releases only when the calling thread owns the mutex; false otherwise.
+    bool Unlock();
+    bool OwnedByMe() const;
+
+private:
+    std::timed_mutex mutex_;
+    std::atomic<std::thread::id> owner_{};
+};
+
+}  // namespace platform

@@ -1,0 +1,73 @@
+#pragma once
+// Builds, recognises and takes apart the wire's messages. Each owner (Master, every Worker, the
+// Listener, some monitors) holds its own: the object has scratch fields and its owner's Crypto.
+//
+// Clear frame: "%04d;%04d;" (code, total length including the 10-byte header), then the payload.
+// Encrypted frame: "%04d;" (total length including the 5-byte header), then cipher text whose
+// plain text is one whole clear frame.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "protocol/CommandRecord.h"
+#include "security/Crypto.h"
+
+namespace zanth {
+
+class MessageUtil {
+public:
+    MessageUtil();
+    MessageUtil(const MessageUtil&) = delete;
+    MessageUtil& operator=(const MessageUtil&) = delete;
+
+    // Clears outSize bytes of out, then writes the header and the payload. -10006 when the
+    // payload exceeds outSize minus 10.
+    int32_t BuildMessage(int32_t code, const char* payload, size_t payloadLen, char* out,
+                         size_t outSize);
+    // Splits a clear frame: code, payload length from the header, and the payload into dataOut
+    // (cleared first, always terminated, never more than the text holds). 0, -10023 (shorter
+    // than a header), -10024 (no fields, or a non-digit in the code), -10026 (length below 10).
+    int32_t ParseMessage(const char* text, size_t textLen, char* dataOut, size_t dataSize,
+                         int32_t* code, int32_t* dataLen);
+    // True only when the header's length field equals textLen (negative: measure the text).
+    bool IsCompleteMessage(const char* text, long textLen);
+    // Decimal value of the first four characters.
+    static int32_t CodeOf(const char* text);
+    // The code's name, or "TOTALLY UNKNOWN CODE (%d)" in this object's buffer.
+    const char* CodeName(int32_t code);
+    const char* CodeNameOf(const char* text) { return CodeName(CodeOf(text)); }
+    // The name noted by the last ParseMessage, for the log.
+    const char* ParsedCodeName() const { return parsedName_; }
+    bool IsResponseCode(int32_t code);
+    static bool IsPunchThroughCode(int32_t code);
+    // The hexadecimal digits of a MAC as one 32-bit number; separators and case don't matter.
+    static uint32_t MacHash(const char* mac);
+    // Copies everything into this object's record and puts it in sendMon under `mac`. Always 0.
+    int32_t QueueCommand(const char* mac, int32_t rspfunc, int32_t rspid, const char* message,
+                         const char* gatewayPathFile, const char* pcPathFile);
+    // "Winsock %d: <text>", bounded by outSize.
+    static void SocketErrorText(int error, char* out, size_t outSize);
+    static char* TrimSpaces(char* text);
+    static char* TrimOrZero(char* text);
+
+    // Encrypted frames.
+    static int32_t ParseEncryptedLength(const char* text, long textLen);
+    static bool IsCompleteEncrypted(const char* text, long textLen);
+    int32_t EncryptMessage(const char* plain, int32_t plainLen, char* out, int32_t outSize,
+                           int32_t* outLen, const unsigned char* key);
+    int32_t DecryptMessage(const char* frame, int32_t frameLen, char* plainOut, int32_t plainSize,
+                           int32_t* plainLen, const unsigned char* key);
+    int32_t GenerateKey(const char* identifyMessage, const char* seed, unsigned char* keyOut,
+                        int32_t keySize);
+    int32_t GetBufferSize(int32_t* size);
+
+    Crypto& GetCrypto() { return crypto_; }
+
+private:
+    char unknownName_[48];
+    char parsedName_[64];
+    CommandRecord record_;
+    Crypto crypto_;
+};
+
+}  // namespace zanth

@@ -1,0 +1,52 @@
+#include "protocol/Text.h"
+
+#include <cctype>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace zanth {
+
+void CopyBounded(char* dst, const char* src, size_t size) {
+    if (dst == nullptr || size == 0) return;
+    if (src == nullptr) src = "";
+    size_t n = ::strnlen(src, size);
+    // strncpy semantics: the rest of the field is cleared, then the last byte is the terminator.
+    std::memcpy(dst, src, n);
+    if (n < size) std::memset(dst + n, 0, size - n);
+    dst[size - 1] = '\0';
+}
+
+char* Tokenize(char* text, const char* delimiters, char** state) {
+    return ::strtok_r(text, delimiters, state);
+}
+
+int32_t DecimalValue(const char* text) {
+    if (text == nullptr) return 0;
+    while (*text == ' ' || *text == '\t' || *text == '\n' || *text == '\r' || *text == '\f' ||
+           *text == '\v')
+        ++text;
+    bool negative = false;
+    if (*text == '+' || *text == '-') negative = (*text++ == '-');
+    long long value = 0;
+    while (std::isdigit(static_cast<unsigned char>(*text))) {
+        value = value * 10 + (*text++ - '0');
+        if (value > static_cast<long long>(INT32_MAX) + 1) break;
+    }
+    if (negative) value = -value;
+    if (value > INT32_MAX) return INT32_MAX;
+    if (value < INT32_MIN) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+int FormatText(char* out, size_t size, const char* format, ...) {
+    if (out == nullptr || size == 0) return 0;
+    va_list args;
+    va_start(args, format);
+    int n = std::vsnprintf(out, size, format, args);
+    va_end(args);
+    return n;
+}
+
+}  // namespace zanth

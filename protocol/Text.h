@@ -1,0 +1,24 @@
+#pragma once
+// Text helpers shared by every class.
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zanth {
+
+// Copies at most `size` bytes of `src` into `dst` and always terminates in the last place, so
+// `dst` must hold `size` bytes. Every text field of the library is filled this way.
+void CopyBounded(char* dst, const char* src, size_t size);
+
+// The runtime's tokeniser with per-call state: a run of delimiters counts as one and leading
+// delimiters are skipped. Pass the text on the first call and null after it.
+char* Tokenize(char* text, const char* delimiters, char** state);
+
+// Decimal value of a text as the runtime's atoi reads it (leading blanks, sign, digits; 0 when
+// none), without overflow: values beyond 32 bits saturate.
+int32_t DecimalValue(const char* text);
+
+// Formats into a fixed buffer, always terminated; a text that doesn't fit is cut.
+int FormatText(char* out, size_t size, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+}  // namespace zanth

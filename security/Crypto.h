@@ -1,0 +1,42 @@
+#pragma once
+// The thin layer over the cipher plugin: loads it by name on first use, looks each entry point
+// up on every call, and turns a missing library or entry point into -10022.
+
+#include <cstdint>
+
+#include "protocol/CommandRecord.h"
+
+namespace zanth {
+
+// The name the plugin is loaded by, and the name that the load failure text prints.
+constexpr const char* kEncryptionLibrary = "libzanth_encryption64.so";
+constexpr const char* kEncryptionLibraryLogName = "libzanth_encryption.so";
+
+class Crypto {
+public:
+    Crypto();
+    ~Crypto();
+    Crypto(const Crypto&) = delete;
+    Crypto& operator=(const Crypto&) = delete;
+
+    int32_t Encrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
+                    int32_t* outLen, const unsigned char* key);
+    int32_t Decrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
+                    int32_t* outLen, const unsigned char* key);
+    // 0 with the size stored, or -10022; the entry point's return value is the size itself.
+    int32_t GetEncryptedBufferSize(int32_t* size);
+    int32_t GenerateKey(const char* text1, const char* text2, unsigned char* key, int32_t keySize);
+    int32_t GetVersion(char* buffer, int32_t size);
+
+private:
+    // Loads the library if needed and finds `entry`; null (logged, -10022 in result_) on failure.
+    void* Resolve(const char* method, const char* entry);
+
+    void* module_ = nullptr;
+    char name_[16];
+    int32_t result_ = 0;
+    char logText_[kLogTextSize];
+    char logText2_[kLogTextSize];
+};
+
+}  // namespace zanth

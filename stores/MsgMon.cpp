@@ -1,0 +1,254 @@
+#include "stores/MsgMon.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "frame/Globals.h"
+#include "platform/File.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+
+namespace zanth {
+namespace {
+
+// File offsets are computed in 64 bits; a slot index read from a damaged header that would
+// overflow them makes the seek fail rather than wrap.
+int64_t SlotOffset(uint64_t slot, int32_t recordSize) {
+    if (recordSize <= 0 || slot > static_cast<uint64_t>(INT64_MAX / recordSize)) return -1;
+    return static_cast<int64_t>(slot) * recordSize;
+}
+
+}  // namespace
+
+MsgMon::MsgMon(const char* name, const char* fileName)
+    : name_(name ? name : ""), fileName_(fileName ? fileName : "") {
+    logText_[0] = '\0';
+    Open();
+}
+
+MsgMon::~MsgMon() {
+    FormatText(logText_, sizeof logText_, "[MsgMon::~MsgMon] MsgMon terminated %s", path_.c_str());
+    Log(name_.c_str(), 75, logText_);
+}
+
+void MsgMon::ResetFields() {
+    logSize_ = kInitialLogSize;
+    recordSize_ = kRecordSize;
+    readIndex_ = 1;
+    writeIndex_ = 1;
+    numEntries_ = 0;
+    numUnread_ = 0;
+}
+
+void MsgMon::Open() {
+    ResetFields();
+    std::string folder = (logFolder && logFolder[0]) ? std::string(logFolder) : std::string();
+    path_ = folder + fileName_;
+
+    int fd = platform::OpenReadWrite(path_.c_str());
+    if (fd < 0) {
+        // Taken to be missing: a new store.
+        fd = platform::OpenCreateTruncate(path_.c_str());
+        if (fd < 0) {
+            FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (create) %s",
+                       path_.c_str());
+            Log(name_.c_str(), 25, logText_);
+            SetLibraryTerminating();
+            return;
+        }
+    } else {
+        std::memset(record_, 0, sizeof record_);
+        if (platform::Seek(fd, 0) != 0) {
+            platform::CloseFile(fd);
+            FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s", path_.c_str());
+            Log(name_.c_str(), 25, logText_);
+            SetLibraryTerminating();
+            return;
+        }
+        int32_t expected = kRecordSize;
+        if (platform::ReadFile(fd, record_, kRecordSize) == kRecordSize) {
+            int values[6] = {static_cast<int>(logSize_), expected, static_cast<int>(readIndex_),
+                             static_cast<int>(writeIndex_), static_cast<int>(numEntries_),
+                             static_cast<int>(numUnread_)};
+            // The scan stops at the first field that can't be read; the rest keep their values.
+            std::sscanf(record_, "%d%d%d%d%d%d", &values[0], &values[1], &values[2], &values[3],
+                        &values[4], &values[5]);
+            logSize_ = static_cast<uint64_t>(static_cast<int64_t>(values[0]));
+            expected = values[1];
+            readIndex_ = static_cast<uint64_t>(static_cast<int64_t>(values[2]));
+            writeIndex_ = static_cast<uint64_t>(static_cast<int64_t>(values[3]));
+            numEntries_ = static_cast<uint64_t>(static_cast<int64_t>(values[4]));
+            numUnread_ = static_cast<uint64_t>(static_cast<int64_t>(values[5]));
+        } else {
+            expected = 0;
+        }
+        if (expected != kRecordSize) {
+            // A short header or another record size: the contents go, an empty store begins.
+            platform::CloseFile(fd);
+            fd = platform::OpenCreateTruncate(path_.c_str());
+            if (fd < 0) {
+                FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (recreate) %s",
+                           path_.c_str());
+                Log(name_.c_str(), 25, logText_);
+                SetLibraryTerminating();
+                return;
+            }
+            ResetFields();
+        }
+    }
+    if (WriteParams(fd) != 0) {
+        platform::CloseFile(fd);
+        SetLibraryTerminating();
+        return;
+    }
+    platform::CloseFile(fd);
+}
+
+int32_t MsgMon::WriteParams(int fd) {
+    std::memset(record_, 0, sizeof record_);
+    if (platform::Seek(fd, 0) != 0) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _lseek %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        return -10007;
+    }
+    FormatText(record_, sizeof record_, "%d %d %d %d %d %d", static_cast<int>(logSize_), recordSize_,
+               static_cast<int>(readIndex_), static_cast<int>(writeIndex_),
+               static_cast<int>(numEntries_), static_cast<int>(numUnread_));
+    if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _write %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        return -10007;
+    }
+    return 0;
+}
+
+void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
+    std::lock_guard<std::mutex> g(lock_);
+    *error = 0;
+    if (length > recordSize_ || length > kRecordSize) {
+        // Refused whole, not cut.
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] msg is too big (%s)", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10006;
+        return;
+    }
+    std::memset(record_, 0, sizeof record_);
+    if (text && length > 0) std::memcpy(record_, text, static_cast<size_t>(length));
+    int fd = platform::OpenReadWrite(path_.c_str());
+    if (fd < 0) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+        return;
+    }
+    if (numEntries_ >= logSize_) {
+        // The ring is full: when the oldest unread record is the one about to go, the reader
+        // moves on past it.
+        if (readIndex_ == writeIndex_ && numUnread_ != 0) {
+            ++readIndex_;
+            if (readIndex_ > logSize_) readIndex_ = 1;
+        }
+        --numEntries_;
+    }
+    if (platform::Seek(fd, SlotOffset(writeIndex_, recordSize_)) < 0) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+    } else if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _write %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+    }
+    if (*error == 0) {
+        ++numEntries_;
+        ++writeIndex_;
+        if (writeIndex_ > logSize_) writeIndex_ = 1;
+        ++numUnread_;
+        if (numUnread_ > logSize_) numUnread_ = logSize_;
+        if (WriteParams(fd) != 0) *error = -10007;
+    }
+    platform::CloseFile(fd);
+}
+
+void MsgMon::GetMsg(char* dest, int32_t size, int32_t* error) {
+    std::lock_guard<std::mutex> g(lock_);
+    *error = 0;
+    if (numUnread_ == 0) *error = -10008;
+    if (*error == 0 && size < recordSize_) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] msg is not large enough (%s)",
+                   path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10006;
+    }
+    if (*error != 0) return;
+    std::memset(record_, 0, sizeof record_);
+    std::memset(dest, 0, static_cast<size_t>(size));
+    int fd = platform::OpenReadWrite(path_.c_str());
+    if (fd < 0) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] Error on _open %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+        return;
+    }
+    if (platform::Seek(fd, SlotOffset(readIndex_, recordSize_)) < 0) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] Error on _lseek %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+    } else if (platform::ReadFile(fd, record_, kRecordSize) != kRecordSize) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] Error on _read %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+    } else {
+        std::memcpy(dest, record_, kRecordSize);
+        ++readIndex_;
+        if (readIndex_ > logSize_) readIndex_ = 1;
+        --numUnread_;
+        // The record is delivered even when the header can't be rewritten.
+        if (WriteParams(fd) != 0) *error = -10007;
+    }
+    platform::CloseFile(fd);
+}
+
+void MsgMon::SetLogSize(uint64_t newSize, int32_t* error) {
+    std::lock_guard<std::mutex> g(lock_);
+    *error = 0;
+    if (newSize == logSize_) return;
+    int fd = platform::OpenCreateTruncate(path_.c_str());
+    if (fd < 0) {
+        FormatText(logText_, sizeof logText_, "[MsgMon::SetLogSize] Error on _open %s", path_.c_str());
+        Log(name_.c_str(), 50, logText_);
+        *error = -10007;
+        return;
+    }
+    // Any change of size discards every record.
+    logSize_ = newSize;
+    recordSize_ = kRecordSize;
+    readIndex_ = writeIndex_ = 1;
+    numEntries_ = numUnread_ = 0;
+    if (WriteParams(fd) != 0) *error = -10007;
+    platform::CloseFile(fd);
+}
+
+void MsgMon::GetLogSize(uint64_t* result) {
+    std::lock_guard<std::mutex> g(lock_);
+    *result = logSize_;
+}
+
+void MsgMon::GetUnread(uint64_t* result) {
+    std::lock_guard<std::mutex> g(lock_);
+    *result = numUnread_;
+}
+
+void MsgMon::Rebuild() {
+    std::lock_guard<std::mutex> g(lock_);
+    FormatText(logText_, sizeof logText_, "[MsgMon::~MsgMon] MsgMon terminated %s", path_.c_str());
+    Log(name_.c_str(), 75, logText_);
+    Open();
+}
+
+std::string MsgMon::Path() {
+    std::lock_guard<std::mutex> g(lock_);
+    return path_;
+}
+
+}  // namespace zanth

@@ -1,0 +1,84 @@
+#include "support/Library.h"
+
+#include <arpa/inet.h>
+#include <fstream>
+#include <memory>
+#include <netinet/in.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#include "frame/exports/Boundary.h"
+#include "zanth.h"
+
+namespace zanth {
+
+namespace {
+std::unique_ptr<Master> loaded;
+}
+
+Master& TheMaster() { return *loaded; }
+
+namespace test {
+
+void LoadLibrary() { loaded = std::make_unique<Master>("master"); }
+void UnloadLibrary() { loaded.reset(); }
+bool LibraryLoaded() { return loaded != nullptr; }
+
+int FreePort() {
+    int s = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_ANY);
+    a.sin_port = 0;
+    ::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    socklen_t len = sizeof a;
+    ::getsockname(s, reinterpret_cast<sockaddr*>(&a), &len);
+    ::close(s);
+    return ntohs(a.sin_port);
+}
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) return condition();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::string LogText() { return ReadWholeFile("ZanthMessages.log"); }
+
+bool LogContains(const std::string& text) { return LogText().find(text) != std::string::npos; }
+
+int LogCount(const std::string& text) {
+    std::string log = LogText();
+    int n = 0;
+    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++n;
+    return n;
+}
+
+void LibraryTest::SetUp() {
+    LoadLibrary();
+    int32_t level = 75;
+    ASSERT_EQ(DebugLevel(1, &level), 0);
+}
+
+void LibraryTest::TearDown() { UnloadLibrary(); }
+
+void LibraryTest::Start(const char* valid) {
+    port_ = FreePort();
+    ASSERT_EQ(SetValidControllers(valid), 0);
+    ASSERT_EQ(Initialization(port_, nullptr, nullptr), 0);
+}
+
+}  // namespace test
+}  // namespace zanth
