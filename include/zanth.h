@@ -163,8 +163,9 @@ ZANTH_API int32_t GetNextPostAccess(char* buffer, int32_t size);
 ZANTH_API int32_t GetNextKeyPadData(char* buffer, int32_t size);
 ZANTH_API int32_t GetNextCommandKeyData(char* buffer, int32_t size);
 ZANTH_API int32_t GetNextSmartCardData(char* buffer, int32_t size);
-/* The oldest Rsp reply and its rspid; `size` bytes of `buffer` are zeroed first. A reply longer
- * than size is lost (logged), rspid stays as it was and the result is 0. */
+/* The oldest Rsp reply and its rspid; `size` bytes of `buffer` are zeroed first. A command's
+ * reply is queued as a block of 4117 bytes, so give a buffer of at least 4117: a block longer
+ * than size is lost (logged), rspid stays as it was and the result is still 0. */
 ZANTH_API int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size);
 /* The number of waiting items. 0. */
 ZANTH_API int32_t GetNumberHereIAm(int32_t* count);
