@@ -30,26 +30,32 @@ bool AutoResetEvent::Wait(uint32_t milliseconds) {
 }
 
 bool OwnedTimedMutex::Lock(uint32_t milliseconds) {
-    bool taken;
+    std::unique_lock<std::mutex> g(lock_);
+    auto free = [this] { return !locked_; };
     if (milliseconds == kInfinite) {
-        mutex_.lock();
-        taken = true;
-    } else if (milliseconds == 0) {
-        taken = mutex_.try_lock();
-    } else {
-        taken = mutex_.try_lock_for(std::chrono::milliseconds(milliseconds));
+        released_.wait(g, free);
+    } else if (!released_.wait_for(g, std::chrono::milliseconds(milliseconds), free)) {
+        return false;
     }
-    if (taken) owner_.store(std::this_thread::get_id());
-    return taken;
-}
-
-bool OwnedTimedMutex::Unlock() {
-    if (owner_.load() != std::this_thread::get_id()) return false;
-    owner_.store(std::thread::id());
-    mutex_.unlock();
+    locked_ = true;
+    owner_ = std::this_thread::get_id();
     return true;
 }
 
-bool OwnedTimedMutex::OwnedByMe() const { return owner_.load() == std::this_thread::get_id(); }
+bool OwnedTimedMutex::Unlock() {
+    {
+        std::lock_guard<std::mutex> g(lock_);
+        if (!locked_ || owner_ != std::this_thread::get_id()) return false;
+        locked_ = false;
+        owner_ = std::thread::id();
+    }
+    released_.notify_one();
+    return true;
+}
+
+bool OwnedTimedMutex::OwnedByMe() const {
+    std::lock_guard<std::mutex> g(lock_);
+    return locked_ && owner_ == std::this_thread::get_id();
+}
 
 }  // namespace platform

@@ -37,8 +37,12 @@ public:
     bool OwnedByMe() const;
 
 private:
-    std::timed_mutex mutex_;
-    std::atomic<std::thread::id> owner_{};
+    // A flag under a plain mutex: the timed wait is a condition variable's, which every tool
+    // (ThreadSanitizer included) understands.
+    mutable std::mutex lock_;
+    std::condition_variable released_;
+    bool locked_ = false;
+    std::thread::id owner_{};
 };
 
 }  // namespace platform
