@@ -132,8 +132,6 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
         *error = -10006;
         return;
     }
-    std::memset(record_, 0, sizeof record_);
-    if (text && length > 0) std::memcpy(record_, text, static_cast<size_t>(length));
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s", path_.c_str());
@@ -142,15 +140,24 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
         return;
     }
     if (numEntries_ >= logSize_) {
+        --numEntries_;
         // The ring is full: when the oldest unread record is the one about to go, the reader
-        // moves on past it.
+        // moves on past it. The file must stop naming that slot as unread before the slot is
+        // overwritten; otherwise a crash between the slot's write and the header's would leave
+        // the newest record first in line, ahead of the older ones.
         if (readIndex_ == writeIndex_ && numUnread_ != 0) {
             ++readIndex_;
             if (readIndex_ > logSize_) readIndex_ = 1;
+            --numUnread_;
+            if (WriteParams(fd) != 0) *error = -10007;
         }
-        --numEntries_;
     }
-    if (platform::Seek(fd, SlotOffset(writeIndex_, recordSize_)) < 0) {
+    // The header shares the scratch buffer, so the record goes into it only now.
+    std::memset(record_, 0, sizeof record_);
+    if (text && length > 0) std::memcpy(record_, text, static_cast<size_t>(length));
+    if (*error != 0) {
+        // The header still names the slot as unread: it is left alone, and this record lost.
+    } else if (platform::Seek(fd, SlotOffset(writeIndex_, recordSize_)) < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s", path_.c_str());
         Log(name_.c_str(), 50, logText_);
         *error = -10007;
