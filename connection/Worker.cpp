@@ -391,6 +391,15 @@ bool Worker::ReadHeader(bool* zeroBytes) {
         refused_ = true;
         return false;
     }
+    if (encrypted_ && totBytes_ == headerSize_) {
+        // A cipher text can't be empty: dispatching here would hand the former message to the
+        // dispatch a second time.
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::ReadData()] empty encrypted frame, connection closed");
+        Log(mac_, 50, logText_);
+        refused_ = true;
+        return false;
+    }
     if (totBytes_ == headerSize_) {
         addlData_ = false;
         rcvdBytes_ = 0;
@@ -711,9 +720,12 @@ bool Worker::IdentifyEncrypted() {
     headerSize_ = kEncryptedHeaderSize;
     int32_t size = 0;
     result_ = util_.GetBufferSize(&size);
-    if (result_ < 0) {
+    // The size is the plugin's own answer: a negative one is a failure too, and one beyond what a
+    // four-digit length field can describe is no frame size at all.
+    if (result_ < 0 || size < 0 || size > 9999) {
         FormatText(logText_, sizeof logText_,
-                   "[Worker::Run] Error using encryption library, error code=%d", result_);
+                   "[Worker::Run] Error using encryption library, error code=%d",
+                   result_ < 0 ? result_ : size);
         Log(mac_, 50, logText_);
         return false;
     }

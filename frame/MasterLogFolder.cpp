@@ -39,6 +39,8 @@ int32_t Master::LogFilePath(int32_t mode, char* path) {
 
 int32_t Master::ChangeLogFolder(const char* path, const char* method, bool announce) {
     if (path == nullptr || path[0] == '\0') return -10002;
+    // The stored value is the path and its separator in 256 bytes; a longer one would be cut.
+    if (std::strlen(path) + 1 >= static_cast<size_t>(kPathSize)) return -10002;
     int32_t status = platform::PathStatus(path);
     if (status != 0) return status;
 
@@ -46,7 +48,12 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
     char value[kPathSize];
     FormatText(value, sizeof value, "%s/", path);
     std::string old;
-    if (!platform::ReadUserValue(&old)) old = platform::CurrentDirectory();
+    if (!platform::ReadUserValue(&old)) {
+        // With no stored folder the old logs are in the current directory, named without a
+        // trailing separator.
+        old = platform::CurrentDirectory();
+        if (old.size() > 1 && old.back() == '/') old.pop_back();
+    }
     // A value that can't be stored ends the change here, silently, with nothing changed.
     if (!platform::WriteUserValue(value)) return 0;
 

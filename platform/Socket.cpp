@@ -199,11 +199,21 @@ int Connect(SocketHandle s, uint32_t address, int port) {
     a.sin_family = AF_INET;
     a.sin_port = htons(static_cast<uint16_t>(port));
     a.sin_addr.s_addr = address;
-    int rc;
+    if (::connect(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) return 0;
+    if (errno != EINTR) return Fail();
+    // An interrupted connect goes on in the background: wait for it to finish and take its own
+    // result, since a second connect would only report that one is under way.
+    pollfd p{s, POLLOUT, 0};
+    int n;
     do {
-        rc = ::connect(s, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    } while (rc != 0 && errno == EINTR);
-    return rc == 0 ? 0 : Fail();
+        n = ::poll(&p, 1, -1);
+    } while (n < 0 && errno == EINTR);
+    int error = 0;
+    socklen_t len = sizeof error;
+    if (n < 0 || ::getsockopt(s, SOL_SOCKET, SO_ERROR, &error, &len) != 0) return Fail();
+    if (error == 0) return 0;
+    errno = error;
+    return Fail();
 }
 
 long Recv(SocketHandle s, void* buffer, size_t length, bool peek) {

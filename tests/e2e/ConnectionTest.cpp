@@ -286,7 +286,9 @@ TEST_F(ConnectionTest, ShutdownTerminatesControllersAndTheLibraryStartsAgain) {
     // The terminate byte is set before the terminate commands are queued: a Worker that sees
     // the byte first leaves without sending one. Either way the link ends.
     auto last = c.ReadFrame(2000);
-    if (last) EXPECT_EQ(*last, "9990;0010;");
+    if (last) {
+        EXPECT_EQ(*last, "9990;0010;");
+    }
     EXPECT_TRUE(c.WaitClosed());
     ASSERT_TRUE(WaitUntil([] { return !LibraryTerminating(); }));
     int port = FreePort();
