@@ -1,0 +1,223 @@
+// What the controller does with the host's frames: acknowledgements are matched against what
+// is outstanding, commands are answered in the order they came.
+
+#include <algorithm>
+
+#include "protocol/Codes.h"
+#include "tools/sim/Controller.h"
+#include "tools/sim/Simulator.h"
+
+namespace zanth::sim {
+namespace {
+
+bool IsAck(int code) {
+    switch (code) {
+        case ZANTH_MESSAGE_RSP:
+        case ZANTH_HEART_BEAT_RSP:
+        case ZANTH_CHECK_CARD_RSP:
+        case ZANTH_HERE_I_AM_RSP:
+        case ZANTH_REPORT_PIN_RSP:
+        case ZANTH_SMART_CARD_DATA_RSP:
+        case ZANTH_KEY_PAD_DATA_RSP:
+        case ZANTH_COMMAND_KEY_DATA_RSP:
+        case ZANTH_ACCEPT_CONNECTION:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+void Controller::HandleFrame(const std::string& frame) {
+    auto parsed = ParseClearFrame(frame);
+    if (!parsed) {
+        CloseLink(DropReason::Protocol);
+        return;
+    }
+    int code = parsed->code;
+    sim_.Emit(*this, Direction::FromHost, code, frame);
+
+    if (code == ZANTH_ACCEPT_CONNECTION && state_ == LinkState::Identifying) {
+        HandleAck(code, frame);
+        OnIdentified();
+        return;
+    }
+    if (code == ZANTH_REJECT_CONNECTION) {
+        CloseLink(DropReason::Rejected);
+        return;
+    }
+    if (IsAck(code)) {
+        HandleAck(code, frame);
+        return;
+    }
+    HandleCommand(code, parsed->payload);
+}
+
+void Controller::HandleAck(int code, const std::string& frame) {
+    bool matched = false;
+    bool flatOut = false;
+    if (code != ZANTH_ACCEPT_CONNECTION) {
+        // The host answers one message at a time, in the order they came.
+        if (!expected_.empty() && expected_.front().code == code) {
+            matched = true;
+            flatOut = expected_.front().flatOut;
+            expected_.pop_front();
+        }
+    }
+    Observe([&](ControllerStats& s) {
+        ++s.acks[code];
+        s.ackFrames.push_back(frame);
+        if (s.ackFrames.size() > kMaxRecordedAcks) s.ackFrames.pop_front();
+        if (matched) {
+            --s.outstandingAcks;
+        } else if (code != ZANTH_ACCEPT_CONNECTION) {
+            ++s.unexpectedAcks;
+        }
+    });
+    if (flatOut) {
+        flatOutPending_ = false;
+        if (schedule_.eventsFlatOut && state_ == LinkState::Identified) SendScheduledEvent(true);
+    }
+}
+
+void Controller::HandleCommand(int code, std::string_view payload) {
+    Observe([&](ControllerStats& s) {
+        ++s.commandCounts[code];
+        s.commands.push_back({code, std::string(payload)});
+        if (s.commands.size() > kMaxRecordedCommands) s.commands.erase(s.commands.begin());
+    });
+
+    if (code == ZANTH_TERMINATE) {
+        CloseLink(DropReason::Terminated);
+        return;
+    }
+    if (code == ZANTH_CONTACT_CONTROLLER) {
+        // The host's call in listen mode; on a link that has identified it changes nothing.
+        if (state_ == LinkState::AwaitingContact) SendIdentification();
+        return;
+    }
+    if (config_.unsupportedCodes.count(code) != 0) {
+        Reply(ZANTH_UNKNOWN_COMMAND, std::to_string(code) + ";");
+        Flush();
+        return;
+    }
+    switch (code) {
+        case ZANTH_CONTROLLER_INFO:
+            Reply(ZANTH_CONTROLLER_INFO_RSP,
+                  ControllerInfoPayload(config_.model, config_.firmware, Mac(), SerialFor(Mac())));
+            break;
+        case ZANTH_REBOOT_INTERFACE:
+        case ZANTH_REBOOT: {
+            auto fields = SplitFields(payload);
+            auto target = fields.empty() ? std::nullopt : FieldNumber(fields[0]);
+            Reply(code + 1000, "0;");
+            if (target && *target == 32) {
+                // The answer goes out first; then the controller goes down.
+                Flush();
+                Reboot();
+                return;
+            }
+            break;
+        }
+        case ZANTH_REBOOT_CONTROLLER:
+            // The old reboot command has no answer: the controller just goes.
+            Reboot();
+            return;
+        case ZANTH_RECHECK_LOOKUP_CARD:
+            HandleRecheck(payload);
+            break;
+        case ZANTH_REQUEST_PIN:
+            HandlePinRequest(payload);
+            break;
+        case ZANTH_POST_ACCESS_MSG_TO_ZANTH:
+            // Shown on the door's display; nothing goes back.
+            break;
+        case ZANTH_UPLOAD_CURRENT_MSGS:
+        case ZANTH_UPLOAD_CURRENT_MSGS_BY_CLASS_CODE:
+        case ZANTH_UPLOAD_CURRENT_MSGS_BY_PRIORITY:
+        case ZANTH_UPLOAD_ALL_MSGS:
+        case ZANTH_UPLOAD_ALL_MSGS_BY_CLASS_CODE:
+        case ZANTH_UPLOAD_ALL_MSGS_BY_PRIORITY:
+        case ZANTH_UPLOAD_MSGS_BY_MSG_ID:
+            HandleUpload(code, payload);
+            break;
+        default:
+            Reply(ZANTH_UNKNOWN_COMMAND, std::to_string(code) + ";");
+            break;
+    }
+    Flush();
+}
+
+void Controller::HandleRecheck(std::string_view payload) {
+    auto decision = ParseRecheck(payload);
+    if (!decision) {
+        Reply(ZANTH_RECHECK_LOOKUP_CARD_RSP, "-100;");
+        return;
+    }
+    auto pending = pendingLookups_.find({decision->door, decision->card});
+    if (pending == pendingLookups_.end()) {
+        Reply(ZANTH_RECHECK_LOOKUP_CARD_RSP, "-101;");
+        return;
+    }
+    pendingLookups_.erase(pending);
+    Reply(ZANTH_RECHECK_LOOKUP_CARD_RSP, "0;");
+    // The door acts on the decision and reports what happened.
+    Transmit({ZANTH_POST_ACCESS_MSG_TO_HOST,
+              PostAccessPayload(Mac(), decision->door, decision->card, decision->granted), 0, false,
+              std::nullopt});
+}
+
+void Controller::HandlePinRequest(std::string_view payload) {
+    auto request = ParsePinRequest(payload);
+    if (!request) {
+        Reply(ZANTH_REQUEST_PIN_RSP, "-100;");
+        return;
+    }
+    Reply(ZANTH_REQUEST_PIN_RSP, "0;");
+    ArmTimer(TimerKind::PinReport, std::max(config_.pinDelayMs, 0), request->door);
+}
+
+void Controller::HandleUpload(int code, std::string_view payload) {
+    auto fields = SplitFields(payload);
+    auto value = [&](size_t i) -> int64_t {
+        auto n = i < fields.size() ? FieldNumber(fields[i]) : std::nullopt;
+        return n ? *n : -1;
+    };
+    std::vector<const MessageRecord*> chosen;
+    for (const MessageRecord& r : history_) {
+        bool take = true;
+        switch (code) {
+            case ZANTH_UPLOAD_CURRENT_MSGS_BY_CLASS_CODE:
+            case ZANTH_UPLOAD_ALL_MSGS_BY_CLASS_CODE:
+                take = r.eventClass == value(0);
+                break;
+            case ZANTH_UPLOAD_CURRENT_MSGS_BY_PRIORITY:
+            case ZANTH_UPLOAD_ALL_MSGS_BY_PRIORITY:
+                take = r.priority == value(0);
+                break;
+            case ZANTH_UPLOAD_MSGS_BY_MSG_ID:
+                take = r.msgId >= value(0) && r.msgId <= value(1);
+                break;
+            default:
+                break;
+        }
+        if (take) chosen.push_back(&r);
+    }
+    Reply(ZANTH_EVENT_LOG_RSP, "0;");
+    // The stored messages follow as bundles, each within one frame.
+    std::string bundle;
+    auto sendBundle = [&] {
+        if (bundle.empty()) return;
+        Transmit({ZANTH_MESSAGE_BUNDLE, bundle, ZANTH_MESSAGE_RSP, false, std::nullopt});
+        bundle.clear();
+    };
+    for (const MessageRecord* r : chosen) {
+        std::string entry = BundlePayload({{r->code, MessageText(*r)}});
+        if (bundle.size() + entry.size() > kPayloadLimit) sendBundle();
+        bundle += entry;
+    }
+    sendBundle();
+}
+
+}  // namespace zanth::sim

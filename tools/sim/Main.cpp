@@ -1,0 +1,226 @@
+// zanth-sim: plays one or many controllers against a host that runs the library.
+//
+//   zanth-sim --host 127.0.0.1 --port 3001 --count 50 --heartbeat-ms 5000 --event-interval-ms 1000
+//   zanth-sim --listen 4001 --count 4          (waits for the host's ContactController)
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "tools/sim/Simulator.h"
+
+namespace {
+
+using namespace zanth::sim;
+
+struct Options {
+    std::string host = "127.0.0.1";
+    int port = 0;
+    std::optional<int> listenPort;
+    int count = 1;
+    std::string macBase = "00:00:01";
+    std::optional<std::string> seed;
+    int heartbeatMs = 0;
+    int eventIntervalMs = 0;
+    bool flatOut = false;
+    int durationS = 0;
+    int maxConnecting = 16;
+    bool quiet = false;
+};
+
+void Usage(FILE* out) {
+    std::fprintf(
+        out,
+        "usage: zanth-sim (--port P [--host H] | --listen P) [options]\n"
+        "  --host H               host to connect to (default 127.0.0.1)\n"
+        "  --port P               host's port: the controllers connect to it\n"
+        "  --listen P             listen instead, on ports P, P+1, ... for ContactController\n"
+        "  --count N              number of controllers (default 1)\n"
+        "  --mac-base XX:XX:XX    MAC of the first controller; the rest count up from it\n"
+        "  --seed S               encrypted links, keyed with seed S\n"
+        "  --heartbeat-ms N       a heartbeat every N ms\n"
+        "  --event-interval-ms N  an event every N ms\n"
+        "  --flat-out             events as fast as the host acknowledges them\n"
+        "  --max-connecting N     connections under way at once (default 16)\n"
+        "  --duration-s N         run N seconds; 0 (default) runs until SIGINT or SIGTERM\n"
+        "  --quiet                only the summary at the end\n");
+}
+
+bool ParseInt(const char* text, int low, int high, int* out) {
+    char* end = nullptr;
+    errno = 0;
+    long value = std::strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || value < low || value > high) return false;
+    *out = static_cast<int>(value);
+    return true;
+}
+
+// 0 to go on, or the exit code.
+int Parse(int argc, char** argv, Options* o) {
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            Usage(stdout);
+            return -1;
+        }
+        if (arg == "--quiet") {
+            o->quiet = true;
+            continue;
+        }
+        if (arg == "--flat-out") {
+            o->flatOut = true;
+            continue;
+        }
+        if (i + 1 >= argc) {
+            std::fprintf(stderr, "zanth-sim: %s needs a value\n", arg.c_str());
+            return 2;
+        }
+        const char* value = argv[++i];
+        bool ok = true;
+        int number = 0;
+        if (arg == "--host") {
+            o->host = value;
+        } else if (arg == "--port") {
+            ok = ParseInt(value, 1, 65535, &o->port);
+        } else if (arg == "--listen") {
+            ok = ParseInt(value, 1, 65535, &number);
+            o->listenPort = number;
+        } else if (arg == "--count") {
+            ok = ParseInt(value, 1, 100000, &o->count);
+        } else if (arg == "--mac-base") {
+            o->macBase = value;
+            ok = !NormalizeMac(value).empty();
+        } else if (arg == "--seed") {
+            o->seed = value;
+        } else if (arg == "--heartbeat-ms") {
+            ok = ParseInt(value, 0, 86400000, &o->heartbeatMs);
+        } else if (arg == "--event-interval-ms") {
+            ok = ParseInt(value, 0, 86400000, &o->eventIntervalMs);
+        } else if (arg == "--duration-s") {
+            ok = ParseInt(value, 0, 31536000, &o->durationS);
+        } else if (arg == "--max-connecting") {
+            ok = ParseInt(value, 1, 10000, &o->maxConnecting);
+        } else {
+            std::fprintf(stderr, "zanth-sim: unknown option %s\n", arg.c_str());
+            Usage(stderr);
+            return 2;
+        }
+        if (!ok) {
+            std::fprintf(stderr, "zanth-sim: bad value for %s: %s\n", arg.c_str(), value);
+            return 2;
+        }
+    }
+    if (o->port == 0 && !o->listenPort) {
+        std::fprintf(stderr, "zanth-sim: give --port or --listen\n");
+        Usage(stderr);
+        return 2;
+    }
+    if (o->listenPort && *o->listenPort + o->count - 1 > 65535) {
+        std::fprintf(stderr, "zanth-sim: %d listening ports from %d run past 65535\n", o->count,
+                     *o->listenPort);
+        return 2;
+    }
+    return 0;
+}
+
+std::string Counts(const std::map<int, uint64_t>& counts) {
+    std::string out;
+    for (auto [code, n] : counts) {
+        out += " " + std::to_string(code) + "=" + std::to_string(n);
+    }
+    return out.empty() ? " none" : out;
+}
+
+// `identified` is counted before the links were closed.
+void PrintSummary(Simulator& sim, size_t identified, double seconds) {
+    SimulatorTotals t = sim.Totals();
+    t.identified = identified;
+    std::printf(
+        "zanth-sim: %zu controllers, %zu identified, %llu identifications, %llu reconnects, "
+        "%llu link drops, %llu connect failures, %llu protocol errors, %.1f s\n",
+        t.controllers, t.identified, static_cast<unsigned long long>(t.identifications),
+        static_cast<unsigned long long>(t.reconnects), static_cast<unsigned long long>(t.linkDrops),
+        static_cast<unsigned long long>(t.connectFailures),
+        static_cast<unsigned long long>(t.protocolErrors), seconds);
+    std::printf("  sent:    %s\n", Counts(t.sent).c_str());
+    std::printf("  acks:    %s\n", Counts(t.acks).c_str());
+    std::printf("  commands:%s\n", Counts(t.commands).c_str());
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    int rc = Parse(argc, argv, &o);
+    if (rc != 0) return rc < 0 ? 0 : rc;
+
+    // The signals are taken by this thread alone: blocked before the loop thread starts, so it
+    // inherits the mask, and then awaited below.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    Simulator sim(SimulatorOptions{o.maxConnecting});
+    try {
+        for (int i = 0; i < o.count; ++i) {
+            ControllerConfig c;
+            c.mac = MacPlus(o.macBase, static_cast<uint32_t>(i));
+            c.seed = o.seed;
+            c.schedule = {o.heartbeatMs, o.eventIntervalMs, o.flatOut};
+            if (o.listenPort) {
+                c.listen = true;
+                c.listenAddress = "0.0.0.0";
+                c.listenPort = *o.listenPort + i;
+            } else {
+                c.host = o.host;
+                c.port = o.port;
+            }
+            Controller& added = sim.Add(std::move(c));
+            if (!o.quiet && o.listenPort) {
+                std::printf("zanth-sim: %s listens on port %d\n", added.Mac().c_str(),
+                            added.ListenPort());
+            }
+        }
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "zanth-sim: %s\n", e.what());
+        return 2;
+    }
+
+    auto start = std::chrono::steady_clock::now();
+    sim.Start();
+    auto lastReport = start;
+    for (;;) {
+        auto now = std::chrono::steady_clock::now();
+        double elapsed = std::chrono::duration<double>(now - start).count();
+        if (o.durationS > 0 && elapsed >= o.durationS) break;
+        timespec wait{1, 0};
+        siginfo_t info{};
+        int got = sigtimedwait(&stopSignals, &info, &wait);
+        if (got == SIGINT || got == SIGTERM) break;
+        if (!o.quiet && std::chrono::steady_clock::now() - lastReport >= std::chrono::seconds(5)) {
+            lastReport = std::chrono::steady_clock::now();
+            SimulatorTotals t = sim.Totals();
+            std::printf("zanth-sim: %zu/%zu identified, %llu reconnects\n", t.identified,
+                        t.controllers, static_cast<unsigned long long>(t.reconnects));
+            std::fflush(stdout);
+        }
+    }
+    size_t identified = sim.IdentifiedCount();
+    sim.Stop();
+    PrintSummary(sim, identified,
+                 std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    return 0;
+}
