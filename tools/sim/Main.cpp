@@ -32,6 +32,8 @@ struct Options {
     std::optional<std::string> seed;
     int heartbeatMs = 0;
     int eventIntervalMs = 0;
+    int lookupIntervalMs = 0;
+    int alarmIntervalMs = 0;
     bool flatOut = false;
     int durationS = 0;
     int maxConnecting = 16;
@@ -51,6 +53,8 @@ void Usage(FILE* out) {
         "  --heartbeat-ms N       a heartbeat every N ms\n"
         "  --event-interval-ms N  an event every N ms\n"
         "  --flat-out             events as fast as the host acknowledges them\n"
+        "  --lookup-interval-ms N each controller presents a card at a door every N ms\n"
+        "  --alarm-interval-ms N  each controller raises an alarm every N ms\n"
         "  --max-connecting N     connections under way at once (default 16)\n"
         "  --duration-s N         run N seconds; 0 (default) runs until SIGINT or SIGTERM\n"
         "  --quiet                only the summary at the end\n");
@@ -106,6 +110,10 @@ int Parse(int argc, char** argv, Options* o) {
             ok = ParseInt(value, 0, 86400000, &o->heartbeatMs);
         } else if (arg == "--event-interval-ms") {
             ok = ParseInt(value, 0, 86400000, &o->eventIntervalMs);
+        } else if (arg == "--lookup-interval-ms") {
+            ok = ParseInt(value, 0, 86400000, &o->lookupIntervalMs);
+        } else if (arg == "--alarm-interval-ms") {
+            ok = ParseInt(value, 0, 86400000, &o->alarmIntervalMs);
         } else if (arg == "--duration-s") {
             ok = ParseInt(value, 0, 31536000, &o->durationS);
         } else if (arg == "--max-connecting") {
@@ -202,11 +210,42 @@ int main(int argc, char** argv) {
     auto start = std::chrono::steady_clock::now();
     sim.Start();
     auto lastReport = start;
+    // Cards presented and alarms raised on a schedule, spread over the controllers so that they
+    // don't all come at once. The cards cycle through a few numbers, some of which a host may
+    // know and some not.
+    constexpr uint32_t kCards[] = {1001, 2001, 3003, 4242};
+    using Clock = std::chrono::steady_clock;
+    auto nextLookup = start + std::chrono::milliseconds(o.lookupIntervalMs);
+    auto nextAlarm = start + std::chrono::milliseconds(o.alarmIntervalMs);
+    size_t lookups = 0;
+    size_t alarms = 0;
     for (;;) {
-        auto now = std::chrono::steady_clock::now();
+        auto now = Clock::now();
         double elapsed = std::chrono::duration<double>(now - start).count();
         if (o.durationS > 0 && elapsed >= o.durationS) break;
-        timespec wait{1, 0};
+        if (o.lookupIntervalMs > 0 && now >= nextLookup) {
+            for (size_t i = 0; i < sim.Count(); ++i) {
+                size_t n = lookups + i;
+                sim.At(i).SendLookup(static_cast<int>(n % 4) + 1, kCards[n % 4]);
+            }
+            ++lookups;
+            nextLookup += std::chrono::milliseconds(o.lookupIntervalMs);
+        }
+        if (o.alarmIntervalMs > 0 && now >= nextAlarm) {
+            for (size_t i = 0; i < sim.Count(); ++i) {
+                static const char* const kAlarms[] = {"Door forced open", "Door held open",
+                                                      "Reader tamper"};
+                sim.At(i).SendAlarm(static_cast<int>((alarms + i) % 4) + 1, kAlarms[(alarms + i) % 3]);
+            }
+            ++alarms;
+            nextAlarm += std::chrono::milliseconds(o.alarmIntervalMs);
+        }
+        auto wake = now + std::chrono::seconds(1);
+        if (o.lookupIntervalMs > 0 && nextLookup < wake) wake = nextLookup;
+        if (o.alarmIntervalMs > 0 && nextAlarm < wake) wake = nextAlarm;
+        auto waitNs = std::chrono::duration_cast<std::chrono::nanoseconds>(wake - Clock::now()).count();
+        if (waitNs < 1000000) waitNs = 1000000;
+        timespec wait{static_cast<time_t>(waitNs / 1000000000), static_cast<long>(waitNs % 1000000000)};
         siginfo_t info{};
         int got = sigtimedwait(&stopSignals, &info, &wait);
         if (got == SIGINT || got == SIGTERM) break;

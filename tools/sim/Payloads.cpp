@@ -72,7 +72,7 @@ std::string MessageText(const MessageRecord& r) {
                r.eventClass, r.priority, r.door);
     std::string description;
     for (char c : r.description) description.push_back(c == ';' || c == '^' ? ' ' : c);
-    if (description.empty()) description = "-";
+    if (description.empty()) description.push_back('-');
     // The description gives way so the whole text, its ';' included, fits one host record.
     if (head.size() + 1 >= kMessageTextLimit) return head.substr(0, kMessageTextLimit);
     size_t room = kMessageTextLimit - head.size() - 1;
