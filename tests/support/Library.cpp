@@ -9,7 +9,9 @@
 #include <thread>
 #include <unistd.h>
 
+#include "frame/Globals.h"
 #include "frame/exports/Boundary.h"
+#include "stores/LogMon.h"
 #include "zanth.h"
 
 namespace zanth {
@@ -64,6 +66,16 @@ int LogCount(const std::string& text) {
     int n = 0;
     for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++n;
     return n;
+}
+
+void TraceLogTest::SetUp() {
+    logmon = new LogMon("logmon");
+    logmon->SetLevel(75);
+}
+
+void TraceLogTest::TearDown() {
+    delete logmon;
+    logmon = nullptr;
 }
 
 void LibraryTest::SetUp() {

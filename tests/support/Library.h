@@ -30,6 +30,14 @@ bool LogContains(const std::string& text);
 // How often `text` occurs in the log.
 int LogCount(const std::string& text);
 
+// A test of single monitors without the whole library: a diagnostic log of its own at the trace
+// level, so that the monitors' lines can be read.
+class TraceLogTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
 // A test with the library loaded (and unloaded at the end). The debug level is raised to 75 so
 // that traces can be checked.
 class LibraryTest : public ::testing::Test {

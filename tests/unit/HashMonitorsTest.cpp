@@ -70,11 +70,10 @@ private:
 };
 
 // The monitors these tests reach through the globals, with a trace-level log.
-class HashMonTest : public ::testing::Test {
+class HashMonTest : public test::TraceLogTest {
 protected:
     void SetUp() override {
-        logmon = new LogMon("logmon");
-        logmon->SetLevel(75);
+        TraceLogTest::SetUp();
         sendMon = new ThreadHashMon("sendMon");
         validMon = new ValidMon("validMon");
         workerMon = new HandleHashMon("workerMon");
@@ -88,8 +87,7 @@ protected:
         validMon = nullptr;
         delete sendMon;
         sendMon = nullptr;
-        delete logmon;
-        logmon = nullptr;
+        TraceLogTest::TearDown();
     }
     // The one terminate command queued for `mac`, or "" when there is none; a second one fails.
     std::string TakeCommand(const char* mac) {

@@ -79,17 +79,7 @@ uint64_t Unread(MsgMon& mon) {
 
 std::string Record(int n) { return "1061;event " + std::to_string(n); }
 
-class MsgMonTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        logmon = new LogMon("logmon");
-        logmon->SetLevel(75);
-    }
-    void TearDown() override {
-        delete logmon;
-        logmon = nullptr;
-    }
-};
+class MsgMonTest : public test::TraceLogTest {};
 
 TEST_F(MsgMonTest, NewFileHasTheInitialHeaderAndNothingToRead) {
     MsgMon mon("eventMon", kFile);

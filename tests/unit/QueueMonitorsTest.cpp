@@ -23,17 +23,7 @@ using test::LogContains;
 using test::LogText;
 
 // A diagnostic log of its own, at the trace level, so that the monitors' lines can be read.
-class QueueLogTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        logmon = new LogMon("logmon");
-        logmon->SetLevel(75);
-    }
-    void TearDown() override {
-        delete logmon;
-        logmon = nullptr;
-    }
-};
+class QueueLogTest : public test::TraceLogTest {};
 
 TEST(Queue, FullQueueRefusesTheNewestAndKeepsTheOldestAtTheHead) {
     Queue<int> queue;

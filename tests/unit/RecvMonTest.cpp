@@ -45,11 +45,10 @@ bool ReadyWithin(std::future<T>& f, std::chrono::milliseconds bound) {
     return f.wait_for(bound) == std::future_status::ready;
 }
 
-class RecvMonTest : public ::testing::Test {
+class RecvMonTest : public test::TraceLogTest {
 protected:
     void SetUp() override {
-        logmon = new LogMon("logmon");
-        logmon->SetLevel(75);
+        TraceLogTest::SetUp();
         workerMon = new HandleHashMon("workerMon");
         recv_ = new RecvMon("recvMon");
         std::memset(dest_, 0x5A, sizeof dest_);
@@ -58,8 +57,7 @@ protected:
         delete recv_;
         delete workerMon;
         workerMon = nullptr;
-        delete logmon;
-        logmon = nullptr;
+        TraceLogTest::TearDown();
     }
     void SetWait(int32_t ms) { recv_->SetWaitTime(&ms); }
 
