@@ -81,9 +81,11 @@ int32_t Master::SetDisconnectedControllersCallback(ZanthConnectionCallback callb
     return connDiscController->SetDisconnectedCallback(callback);
 }
 
+// A missing buffer is refused before the queue is touched, so that no item is lost to it.
 int32_t Master::GetNext(CharQueueMon* queue, char* buffer, int32_t size) {
+    if (buffer == nullptr || size < 0) return -10002;
     int32_t error = 0;
-    queue->Remove(buffer, buffer ? size : -1, &error);
+    queue->Remove(buffer, size, &error);
     return error;
 }
 
@@ -94,8 +96,9 @@ int32_t Master::GetNumber(CharQueueMon* queue, int32_t* count) {
 }
 
 int32_t Master::GetNextResponse(int32_t* rspid, char* buffer, int32_t size) {
+    if (rspid == nullptr || buffer == nullptr || size < 0) return -10002;
     int32_t error = 0;
-    responseMon->Remove(rspid, buffer, buffer ? size : -1, &error);
+    responseMon->Remove(rspid, buffer, size, &error);
     return error;
 }
 

@@ -153,9 +153,9 @@ ZANTH_API int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback cal
 
 /* ---- Host notification: polling ----------------------------------------------------------- */
 
-/* Take the oldest item: 0, or -10009 when the queue is empty. `size` is the longest text
- * accepted and `buffer` must hold size + 1 bytes. A longer item is lost (logged) and the result
- * is still 0. */
+/* Take the oldest item: 0, or -10009 when the queue is empty, -10002 for a null buffer or a
+ * negative size (nothing is taken). `size` is the longest text accepted and `buffer` must hold
+ * size + 1 bytes. A longer item is lost (logged) and the result is still 0. */
 ZANTH_API int32_t GetNextHereIAm(char* buffer, int32_t size);
 ZANTH_API int32_t GetNextLookup(char* buffer, int32_t size);
 ZANTH_API int32_t GetNextPin(char* buffer, int32_t size);

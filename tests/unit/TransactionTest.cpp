@@ -238,6 +238,19 @@ TEST_F(TransactionTest, RspRepliesAreTaggedInTheResponseQueue) {
     EXPECT_EQ(GetNextResponse(&rspid, buffer, sizeof buffer), -10009);
 }
 
+TEST_F(TransactionTest, PollingWithoutABufferTakesNothing) {
+    const char reply[] = "1075;0012;0;";
+    responseMon->Add(5, reply, sizeof reply);
+    int32_t rspid = 0;
+    EXPECT_EQ(GetNextResponse(&rspid, nullptr, 100), -10002);
+    EXPECT_EQ(GetNextResponse(nullptr, nullptr, 0), -10002);
+    int32_t count = 0;
+    ASSERT_EQ(GetNumberResponse(&count), 0);
+    EXPECT_EQ(count, 1) << "the reply is still there";
+    EXPECT_EQ(GetNextLookup(nullptr, 10), -10002);
+    EXPECT_EQ(GetNumberLookups(nullptr), -10002);
+}
+
 TEST(LibraryFrame, VersionAndDebugLevel) {
     LoadLibrary();
     char version[16];
