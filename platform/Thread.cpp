@@ -172,17 +172,9 @@ void SetKillHook(std::function<void()> hook) {
 
 void Sleep(uint32_t milliseconds) {
     Registry& r = TheRegistry();
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    auto unloading = [&r] { return r.unloading.load(); };
-    if (self) {
-        // A library thread sleeps on its own condition variable: a thousand Workers turning every
-        // 47 ms would otherwise all meet on one mutex. Posts wake it too; it sleeps on.
-        std::unique_lock<std::mutex> g(self->lock);
-        self->arrived.wait_until(g, deadline, unloading);
-        return;
-    }
     std::unique_lock<std::mutex> g(r.unloadLock);
-    r.unloadSignal.wait_until(g, deadline, unloading);
+    r.unloadSignal.wait_for(g, std::chrono::milliseconds(milliseconds),
+                            [&r] { return r.unloading.load(); });
 }
 
 void BeginUnload() {
@@ -192,17 +184,6 @@ void BeginUnload() {
         r.unloading = true;
     }
     r.unloadSignal.notify_all();
-    // Every library thread's own sleep is woken as well; the flag is set first, under each
-    // thread's lock, so that none can miss it.
-    std::vector<std::shared_ptr<ThreadState>> states;
-    {
-        std::lock_guard<std::mutex> g(r.lock);
-        for (auto& [id, state] : r.threads) states.push_back(state);
-    }
-    for (auto& state : states) {
-        { std::lock_guard<std::mutex> g(state->lock); }
-        state->arrived.notify_all();
-    }
 }
 
 void EndUnload() {
