@@ -308,8 +308,10 @@ bool Worker::CheckValid() {
 // Socket input
 
 bool Worker::PeekAtSocketMessage() {
-    std::fill(dataBuffer_.begin(), dataBuffer_.end(), '\0');
+    // The peek looks at a header's worth at most: only that much of the buffer needs clearing,
+    // and this runs on every turn of every Worker.
     int32_t want = std::max(0, headerSize_ - rcvdBytes_);
+    std::fill_n(dataBuffer_.begin(), want + 1, '\0');
     numBytes_ = platform::Recv(socket_, dataBuffer_.data(), static_cast<size_t>(want), true);
     if (numBytes_ >= 0) {
         if (numBytes_ > 0) {
