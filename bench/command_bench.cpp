@@ -223,21 +223,9 @@ class Bench {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Args args(argc, argv, {"--keep", "--help"}, {"--samples", "--seed", "--dir"});
-    if (!args.Error().empty()) {
-        std::fprintf(stderr, "zanth-bench-command: %s\n", args.Error().c_str());
-        PrintUsage(stderr);
-        return 2;
-    }
-    if (args.Flag("--help")) {
-        PrintUsage(stdout);
-        return 0;
-    }
-    try {
-        Bench bench(args);
-        return bench.Main();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "zanth-bench-command: FAILED: %s\n", e.what());
-        return 1;
-    }
+    return BenchMain("zanth-bench-command", argc, argv, {"--keep"}, {"--samples", "--seed", "--dir"}, PrintUsage,
+                     [](const Args& args) {
+                         Bench bench(args);
+                         return bench.Main();
+                     });
 }

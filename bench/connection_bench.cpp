@@ -280,25 +280,13 @@ int RunParent(const Args& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Args args(argc, argv, {"--keep", "--help", "--full"},
-              {"--counts", "--idle-s", "--heartbeat-ms", "--sim", "--dir", "--child", "--result"});
-    if (!args.Error().empty()) {
-        std::fprintf(stderr, "zanth-bench-connect: %s\n", args.Error().c_str());
-        PrintUsage(stderr);
-        return 2;
-    }
-    if (args.Flag("--help")) {
-        PrintUsage(stdout);
-        return 0;
-    }
-    try {
-        if (args.Value("--child")) {
-            return RunChild(args.Int("--child", 1, 1, 100000), args,
-                            args.Value("--result").value_or("result"));
-        }
-        return RunParent(args);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "zanth-bench-connect: FAILED: %s\n", e.what());
-        return 1;
-    }
+    return BenchMain("zanth-bench-connect", argc, argv, {"--keep", "--full"}, {"--counts", "--idle-s", "--heartbeat-ms", "--sim", "--dir",
+                      "--child", "--result"}, PrintUsage,
+                     [](const Args& args) {
+                         if (args.Value("--child")) {
+                             return RunChild(args.Int("--child", 1, 1, 100000), args,
+                                             args.Value("--result").value_or("result"));
+                         }
+                         return RunParent(args);
+                     });
 }

@@ -304,25 +304,13 @@ int RunParent(const Args& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Args args(argc, argv, {"--keep", "--help", "--probe-file"},
-              {"--counts", "--window-s", "--warmup-s", "--dir", "--child", "--result"});
-    if (!args.Error().empty()) {
-        std::fprintf(stderr, "zanth-bench-events: %s\n", args.Error().c_str());
-        PrintUsage(stderr);
-        return 2;
-    }
-    if (args.Flag("--help")) {
-        PrintUsage(stdout);
-        return 0;
-    }
-    try {
-        if (auto child = args.Value("--child")) {
-            return RunChild(args.Int("--child", 1, 1, 100000), args,
-                            args.Value("--result").value_or("result"));
-        }
-        return RunParent(args);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "zanth-bench-events: FAILED: %s\n", e.what());
-        return 1;
-    }
+    return BenchMain("zanth-bench-events", argc, argv, {"--keep", "--probe-file"}, {"--counts", "--window-s", "--warmup-s", "--dir", "--child",
+                      "--result"}, PrintUsage,
+                     [](const Args& args) {
+                         if (args.Value("--child")) {
+                             return RunChild(args.Int("--child", 1, 1, 100000), args,
+                                             args.Value("--result").value_or("result"));
+                         }
+                         return RunParent(args);
+                     });
 }

@@ -253,22 +253,10 @@ class Bench {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Args args(argc, argv, {"--keep", "--help", "--no-decision"},
-              {"--samples", "--poll-samples", "--min-gap-ms", "--max-gap-ms", "--seed", "--dir"});
-    if (!args.Error().empty()) {
-        std::fprintf(stderr, "zanth-bench-lookup: %s\n", args.Error().c_str());
-        PrintUsage(stderr);
-        return 2;
-    }
-    if (args.Flag("--help")) {
-        PrintUsage(stdout);
-        return 0;
-    }
-    try {
-        Bench bench(args);
-        return bench.Main();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "zanth-bench-lookup: FAILED: %s\n", e.what());
-        return 1;
-    }
+    return BenchMain("zanth-bench-lookup", argc, argv, {"--keep", "--no-decision"}, {"--samples", "--poll-samples", "--min-gap-ms", "--max-gap-ms", "--seed",
+                      "--dir"}, PrintUsage,
+                     [](const Args& args) {
+                         Bench bench(args);
+                         return bench.Main();
+                     });
 }

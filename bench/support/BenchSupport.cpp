@@ -547,5 +547,27 @@ std::vector<int> Args::IntList(const std::string& name, std::vector<int> fallbac
     return out;
 }
 
+int BenchMain(const char* name, int argc, char** argv, std::set<std::string> flags,
+              std::set<std::string> valued, void (*usage)(FILE*),
+              const std::function<int(const Args&)>& body) {
+    flags.insert("--help");
+    Args args(argc, argv, std::move(flags), std::move(valued));
+    if (!args.Error().empty()) {
+        std::fprintf(stderr, "%s: %s\n", name, args.Error().c_str());
+        usage(stderr);
+        return 2;
+    }
+    if (args.Flag("--help")) {
+        usage(stdout);
+        return 0;
+    }
+    try {
+        return body(args);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s: FAILED: %s\n", name, e.what());
+        return 1;
+    }
+}
+
 }  // namespace bench
 }  // namespace zanth

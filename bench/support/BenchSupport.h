@@ -200,4 +200,10 @@ class Args {
     std::string error_;
 };
 
+// The shape of every benchmark's main: parse the command line (usage and exit code 2 on an error,
+// usage and 0 on --help), run `body`, and turn an exception into a failure (exit code 1).
+int BenchMain(const char* name, int argc, char** argv, std::set<std::string> flags,
+              std::set<std::string> valued, void (*usage)(FILE*),
+              const std::function<int(const Args&)>& body);
+
 }  // namespace zanth::bench
