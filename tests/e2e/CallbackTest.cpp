@@ -43,8 +43,18 @@ struct Seen {
 Seen seen;
 Seen seenOther;
 
+// Callbacks that only record what they were handed.
+int32_t RecordSeen(char* text) {
+    seen.Add(text);
+    return 0;
+}
+int32_t RecordSeenOther(char* text) {
+    seenOther.Add(text);
+    return 0;
+}
+
 class CallbackTest : public LibraryTest {
-protected:
+  protected:
     void Join(FakeController& c) {
         ASSERT_TRUE(c.Connect(port_));
         ASSERT_TRUE(c.Identify(kMac));
@@ -73,11 +83,7 @@ TEST_F(CallbackTest, IdentifiedControllerIsReportedOnceConnectedAndTwiceGone) {
 }
 
 TEST_F(CallbackTest, LinkThatNeverIdentifiedIsReportedOnceAsZero) {
-    ASSERT_EQ(SetDisconnectedControllersCallback([](char* mac) -> int32_t {
-                  seen.Add(mac);
-                  return 0;
-              }),
-              0);
+    ASSERT_EQ(SetDisconnectedControllersCallback(RecordSeen), 0);
     Start(kMac);
     FakeController c;
     ASSERT_TRUE(c.Connect(port_));
@@ -90,22 +96,14 @@ TEST_F(CallbackTest, LinkThatNeverIdentifiedIsReportedOnceAsZero) {
 }
 
 TEST_F(CallbackTest, NoticesWithoutTheirCallbackAreConsumed) {
-    ASSERT_EQ(SetDisconnectedControllersCallback([](char* mac) -> int32_t {
-                  seen.Add(mac);
-                  return 0;
-              }),
-              0);
+    ASSERT_EQ(SetDisconnectedControllersCallback(RecordSeen), 0);
     Start(kMac);
     FakeController c;
     Join(c);
     c.Close();
     ASSERT_TRUE(WaitUntil([] { return seen.Count() == 2; }));
     // The connect notice went first and found no callback: it is gone, not kept for later.
-    ASSERT_EQ(SetConnectedControllersCallback([](char* mac) -> int32_t {
-                  seenOther.Add(mac);
-                  return 0;
-              }),
-              0);
+    ASSERT_EQ(SetConnectedControllersCallback(RecordSeenOther), 0);
     EXPECT_FALSE(WaitUntil([] { return seenOther.Count() > 0; }, milliseconds(600)));
 }
 
@@ -135,21 +133,13 @@ TEST_F(CallbackTest, ReplacingACallbackTakesTwoSecondsAndSilencesTheOldOne) {
     Start(kMac);
     FakeController c;
     Join(c);
-    ASSERT_EQ(SetKeyPadDataCallback([](char* text) -> int32_t {
-                  seen.Add(text);
-                  return 0;
-              }),
-              0);
+    ASSERT_EQ(SetKeyPadDataCallback(RecordSeen), 0);
     ASSERT_TRUE(c.SendFrame(1153, "first;"));
     ASSERT_EQ(c.ReadFrame(), "0153;0012;0;");
     ASSERT_TRUE(WaitUntil([] { return seen.Count() == 1; }));
 
     auto begun = steady_clock::now();
-    ASSERT_EQ(SetKeyPadDataCallback([](char* text) -> int32_t {
-                  seenOther.Add(text);
-                  return 0;
-              }),
-              0);
+    ASSERT_EQ(SetKeyPadDataCallback(RecordSeenOther), 0);
     EXPECT_GE(steady_clock::now() - begun, milliseconds(2000));
     ASSERT_TRUE(c.SendFrame(1153, "second;"));
     ASSERT_EQ(c.ReadFrame(), "0153;0012;0;");
@@ -258,11 +248,7 @@ TEST_F(CallbackTest, ContactControllerChecksItsArguments) {
 }
 
 TEST_F(CallbackTest, ContactControllerOpensTheLinkAndTheControllerIdentifies) {
-    ASSERT_EQ(SetConnectedControllersCallback([](char* mac) -> int32_t {
-                  seen.Add(mac);
-                  return 0;
-              }),
-              0);
+    ASSERT_EQ(SetConnectedControllersCallback(RecordSeen), 0);
     Start(kMac);
     FakeController c;
     int port = c.Listen();
