@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "connection/Listener.h"
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/Transaction.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/Master.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"

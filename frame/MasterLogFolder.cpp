@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/Master.h"
 #include "monitors/HandleMon.h"
 #include "platform/File.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/Master.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"

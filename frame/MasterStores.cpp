@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/Master.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/ValidMon.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"

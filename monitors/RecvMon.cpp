@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "platform/Thread.h"
 #include "stores/LogMon.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/ConnDiscQueue.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"

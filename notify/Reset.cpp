@@ -1,6 +1,6 @@
 #include "notify/Reset.h"
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"
 #include "protocol/Text.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"

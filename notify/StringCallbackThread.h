@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"

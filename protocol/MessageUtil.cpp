@@ -4,7 +4,7 @@
 #include <cctype>
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/ThreadHashMon.h"
 #include "platform/Socket.h"
 #include "protocol/Codes.h"

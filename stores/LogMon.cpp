@@ -4,7 +4,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "platform/File.h"
 #include "protocol/Text.h"
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "platform/File.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"

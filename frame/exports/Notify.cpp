@@ -1,4 +1,4 @@
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/exports/Boundary.h"
 #include "zanth.h"
 

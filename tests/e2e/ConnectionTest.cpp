@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "support/FakeController.h"

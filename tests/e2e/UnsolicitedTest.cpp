@@ -8,7 +8,7 @@
 #include <future>
 #include <string>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/ValidMon.h"
 #include "support/FakeController.h"
 #include "support/Library.h"

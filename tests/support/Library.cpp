@@ -9,7 +9,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "frame/exports/Boundary.h"
 #include "stores/LogMon.h"
 #include "zanth.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
 #include "monitors/HashTable.h"

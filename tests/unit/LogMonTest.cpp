@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
 #include "support/Library.h"

@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
 #include "support/Library.h"

@@ -7,7 +7,7 @@
 #include <ctime>
 #include <string>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "platform/Thread.h"

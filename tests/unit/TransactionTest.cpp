@@ -8,7 +8,7 @@
 #include <future>
 #include <string>
 
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"

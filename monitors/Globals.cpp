@@ -1,4 +1,4 @@
-#include "frame/Globals.h"
+#include "monitors/Globals.h"
 
 #include "monitors/HandleMon.h"
 
