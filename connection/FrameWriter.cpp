@@ -35,16 +35,15 @@ bool FrameWriter::Build(int32_t code, const char* payload, size_t length) {
         code_ = 0;
         return false;
     }
-    return ParseHeld();
+    return ParseHeld(length + kClearHeaderSize);
 }
 
 bool FrameWriter::Take(const char* message) {
     CopyBounded(sendMessage_, message, sizeof sendMessage_);
-    return ParseHeld();
+    return ParseHeld(::strnlen(sendMessage_, sizeof sendMessage_));
 }
 
-bool FrameWriter::ParseHeld() {
-    const size_t textLen = ::strnlen(sendMessage_, sizeof sendMessage_);
+bool FrameWriter::ParseHeld(size_t textLen) {
     int32_t dataLen = 0;
     if (util_.ParseMessage(sendMessage_, textLen, payload_, sizeof payload_, &code_, &dataLen) != 0 ||
         static_cast<size_t>(dataLen) + kClearHeaderSize != textLen) {

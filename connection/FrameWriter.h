@@ -22,7 +22,8 @@ public:
     void Attach(platform::SocketHandle socket) { socket_ = socket; }
     void UseEncryption(int32_t bufferSize, const unsigned char* key);
 
-    // Frames `payload` under `code` as the message to send. False when it doesn't fit.
+    // Frames `payload` (any bytes, file chunks included) under `code` as the message to send.
+    // False when it doesn't fit.
     bool Build(int32_t code, const char* payload, size_t length);
     // Takes a framed message (a command record's) as the message to send. False, with code 0,
     // when it isn't a frame whose length field agrees with its text.
@@ -36,7 +37,8 @@ public:
     int LastError() const { return lastError_; }
 
 private:
-    bool ParseHeld();
+    // Reads code and payload back from the held frame of `textLen` bytes.
+    bool ParseHeld(size_t textLen);
 
     const char* logSource_;
     MessageUtil& util_;

@@ -118,6 +118,9 @@ Worker::~Worker() {
         }
     }
     platform::SetKillHook(nullptr);
+    // A stream the link took down keeps its partial file on disk, but not its descriptor.
+    if (fp_ >= 0) platform::CloseFile(fp_);
+    fp_ = -1;
     if (contactResult_ == 0 && socket_ != platform::kInvalidSocket) {
         if (platform::ShutdownBoth(socket_) != 0 && !killed) {
             int error = platform::LastSocketError();
@@ -226,8 +229,8 @@ void Worker::CheckSendMon() {
             // current keeps the transfer's address; the punched reply goes to the saved one.
             int32_t keptRspfunc = current_.rspfunc;
             int32_t keptRspid = current_.rspid;
-            current_.rspfunc = savedRspfunc_ = incoming_.rspfunc;
-            current_.rspid = savedRspid_ = incoming_.rspid;
+            current_.rspfunc = punchRspfunc_ = incoming_.rspfunc;
+            current_.rspid = punchRspid_ = incoming_.rspid;
             if (!SendData()) return;
             current_.rspfunc = keptRspfunc;
             current_.rspid = keptRspid;
@@ -252,11 +255,11 @@ bool Worker::ProcessCommand(CommandRecord& record) {
         busy_ = false;
         return true;
     }
-    if ((writer_.Code() == ZANTH_GET_FILE || writer_.Code() == ZANTH_SEND_FILE) &&
-        record.pcPathFile[0] != '\0') {
-        // File streaming by the Worker arrives with the file transfer commands; until then the
-        // record goes out as an ordinary command, as the text-buffer forms do.
-        Log(mac_, 75, "[Worker::ProcessCommand] file streaming not available, sent as a command");
+    // With a local file the Worker runs the whole stream; without one, GetData and SendData go
+    // out as ordinary commands.
+    if (record.pcPathFile[0] != '\0') {
+        if (writer_.Code() == ZANTH_GET_FILE) return GetFile(record);
+        if (writer_.Code() == ZANTH_SEND_FILE) return SendFile(record);
     }
     if (!SendData()) return false;
     if (SentLinkEndingCommand()) return false;

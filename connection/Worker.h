@@ -75,6 +75,19 @@ private:
     int32_t ContactGateway();
     uint32_t GetAddr(const char* name);
 
+    // File streaming (WorkerTransfer.cpp): the start of a GetFile or SendFile with a local
+    // file, each chunk as its reply comes, the controller's 9980, and the close of a stream that
+    // ended badly.
+    bool GetFile(const CommandRecord& record);
+    bool SendFile(const CommandRecord& record);
+    bool GetFileChunk();
+    bool SendFileChunk();
+    void TransferError();
+    // The end of a stream to its caller: "%d" in recvMon, or "%d;" framed with code 0 under the
+    // rspid in responseMon.
+    void DeliverTransferResult(int32_t result);
+    // `text` must span a whole message buffer: the reply slot copies that much.
+    void DeliverTransferText(const char* text, const char* framedText);
     void CloseFile();
     void LogSocketError(int32_t level, const char* text, int error);
     // Answers a caller that is owed a reply with the framed terminate text in `releaseText_`.
@@ -106,8 +119,16 @@ private:
     std::unique_ptr<ThreadQueue> cmd_;
     CommandRecord incoming_{};
     CommandRecord current_{};
-    int32_t savedRspfunc_ = 0;
-    int32_t savedRspid_ = 0;
+    int32_t punchRspfunc_ = 0;
+    int32_t punchRspid_ = 0;
+    // The stream's file; -1 when none (0 is a valid descriptor here).
+    int fp_ = -1;
+    int32_t chunkSize_ = 0;
+    int32_t readCount_ = 0;
+    uint32_t sendCalls_ = 0;
+    uint32_t sendTotal_ = 0;
+    uint32_t getCalls_ = 0;
+    uint32_t getTotal_ = 0;
     int32_t code_ = 0;
     int32_t dataLen_ = 0;
     int32_t result_ = 0;

@@ -78,7 +78,7 @@ bool Worker::ProcessIncomingSocketMessage() {
     }
 
     // A command's reply. During a transfer it can only belong to a punch-through command.
-    Deliver(message, kWorkingBufferSize, xfer_ ? savedRspid_ : current_.rspid);
+    Deliver(message, kWorkingBufferSize, xfer_ ? punchRspid_ : current_.rspid);
     if (!waitingForANonXferResponse_) {
         busy_ = false;
         return true;
@@ -290,14 +290,22 @@ bool Worker::ProcessTransferReply() {
         Deliver(message, static_cast<int32_t>(std::strlen(message) + 1), current_.rspid);
         return true;
     }
-    // Chunks of a running stream come with the file transfer commands.
-    Log(mac_, 75, "[Worker::Run] transfer reply without a running stream");
-    return true;
-}
-
-void Worker::CloseFile() {
-    // Streams arrive with the file transfer commands; with none open there is nothing to close.
-    xfer_ = false;
+    switch (code_) {
+        case ZANTH_GET_FILE_MORE:
+        case ZANTH_GET_FILE_END:
+            return GetFileChunk();
+        case ZANTH_SEND_FILE_RSP:
+            if (sentLastChunk_) {
+                // The controller has the end chunk: the stream is over.
+                xfer_ = false;
+                sentLastChunk_ = false;
+                return true;
+            }
+            return SendFileChunk();
+        default:
+            TransferError();
+            return true;
+    }
 }
 
 }  // namespace zanth

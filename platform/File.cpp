@@ -62,6 +62,12 @@ int OpenCreateTruncate(const char* path) {
     return ::open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
 }
 
+int OpenWriteCreateTruncate(const char* path) {
+    return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+}
+
+int OpenReadOnly(const char* path) { return ::open(path, O_RDONLY | O_CLOEXEC); }
+
 int64_t Seek(int fd, int64_t offset) { return ::lseek(fd, offset, SEEK_SET); }
 
 long ReadFile(int fd, void* buffer, size_t length) { return ::read(fd, buffer, length); }

@@ -24,6 +24,9 @@ bool DeleteFile(const char* path);
 // open/lseek/read/write/close; created files get mode 0600. -1 on failure.
 int OpenReadWrite(const char* path);
 int OpenCreateTruncate(const char* path);
+// The two opens of a file transfer: write-only, created and cut to nothing; read-only.
+int OpenWriteCreateTruncate(const char* path);
+int OpenReadOnly(const char* path);
 int64_t Seek(int fd, int64_t offset);
 long ReadFile(int fd, void* buffer, size_t length);
 long WriteFile(int fd, const void* buffer, size_t length);
