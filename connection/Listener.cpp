@@ -12,6 +12,12 @@
 #include "stores/LogMon.h"
 
 namespace zanth {
+namespace {
+
+constexpr int kListenBacklog = 4096;
+constexpr int kAcceptsPerTurn = 10000;
+
+}  // namespace
 
 Listener::Listener(int32_t port, void* parentWindow, void* instance)
     : port_(port), parentWindow_(parentWindow), instance_(instance) {
@@ -38,7 +44,8 @@ Listener::Listener(int32_t port, void* parentWindow, void* instance)
         SetLibraryTerminating();
         return;
     }
-    if (platform::Listen(listenSocket_, 20) != 0) {
+    // A backlog for a whole site reconnecting at once after a switch restarts.
+    if (platform::Listen(listenSocket_, kListenBacklog) != 0) {
         LogSocketError(25, "[Listener::Listener] Error on listen", platform::LastSocketError());
         SetLibraryTerminating();
     }
@@ -72,13 +79,18 @@ void Listener::Run() {
                 return;
             }
         }
-        if (listenSocket_ != platform::kInvalidSocket && platform::Readable(listenSocket_, 0)) {
+        // Every connection pending at this turn is taken, not one a turn: after a network
+        // outage a whole site calls at once. A bound keeps a flood from holding the turn.
+        for (int taken = 0; taken < kAcceptsPerTurn && listenSocket_ != platform::kInvalidSocket &&
+                            platform::Readable(listenSocket_, 0);
+             ++taken) {
             Log(name_, 75, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = FD_ACCEPT");
             {
                 std::lock_guard<std::mutex> g(acceptLock_);
                 Accept();
             }
             Log(name_, 75, "[Listener::Run] DispatchMessage FD_ACCEPT");
+            if (LibraryTerminating()) break;
         }
         platform::Sleep(100);
         if (LibraryTerminating()) return;

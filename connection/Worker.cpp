@@ -1,6 +1,7 @@
 #include "connection/Worker.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cctype>
 #include <cstring>
 #include <ctime>
@@ -105,6 +106,7 @@ Worker::~Worker() {
         }
     }
     cmd_.reset();
+    if (init_ && !killed) sendMon->ClearCollector(mac_, threadId_);
     if (!killed) {
         int32_t error = 0;
         if (init_) {
@@ -157,10 +159,36 @@ void Worker::LogSocketError(int32_t level, const char* text, int error) {
 
 void Worker::Run() {
     if (!Start()) return;
+    using Clock = std::chrono::steady_clock;
+    constexpr auto kTurn = std::chrono::milliseconds(kTurnMilliseconds);
+    // Turns run on a fixed grid of 47 ms from the start. An idle Worker leaves the grid to wait
+    // for its socket or a wake-up, and comes back on the grid's next boundary: a command is still
+    // picked up within 0 to 47 ms, and a reply is read on the turn after the send.
+    auto turn = Clock::now();
     for (;;) {
-        platform::Sleep(kTurnMilliseconds);
+        turn += kTurn;
+        auto now = Clock::now();
+        if (turn > now) {
+            platform::Sleep(static_cast<uint32_t>(
+                std::chrono::ceil<std::chrono::milliseconds>(turn - now).count()));
+        } else {
+            // A turn that overran skips the boundaries it missed.
+            turn += ((now - turn) / kTurn) * kTurn;
+        }
         if (!Turn()) return;
+        if (Idle()) {
+            platform::WaitForSocketOrWake(socket_, -1);
+            now = Clock::now();
+            if (now > turn) turn += ((now - turn) / kTurn) * kTurn;
+        }
     }
+}
+
+bool Worker::Idle() {
+    // A command that could leave now, or one still waiting in sendMon, needs the next turn.
+    if (cmd_->Count() > 0 && !busy_ && !xfer_ && !waitingForANonXferResponse_) return false;
+    if (init_ && sendMon->CountFor(mac_) > 0) return false;
+    return !LibraryTerminating();
 }
 
 bool Worker::Start() {

@@ -54,6 +54,8 @@ private:
     bool SentLinkEndingCommand();
     bool CheckValid();
     bool StillRegistered();
+    // Nothing for the next turn to do until the socket or a wake-up says otherwise.
+    bool Idle();
 
     // Dispatch (WorkerDispatch.cpp).
     bool ProcessIncomingSocketMessage();

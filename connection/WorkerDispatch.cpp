@@ -140,6 +140,7 @@ void Worker::ReplaceFormerConnection() {
 
 void Worker::Register() {
     workerMon->AddWorker(mac_, threadId_);
+    sendMon->SetCollector(mac_, threadId_);
     int32_t error = 0;
     connDiscQueue->Add(mac_, 1, &error);
     cmd_->SetName(mac_);

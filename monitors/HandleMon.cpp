@@ -48,8 +48,12 @@ void HandleMon::IsTerminating(uint8_t* flag) {
 }
 
 void HandleMon::SetTerminating(uint8_t flag) {
-    std::lock_guard<std::mutex> g(lock_);
-    terminate_ = flag;
+    {
+        std::lock_guard<std::mutex> g(lock_);
+        terminate_ = flag;
+    }
+    // Idle Workers wait on their sockets: each must see the flag now, not at its next message.
+    if (flag) platform::WakeAllThreads();
 }
 
 void HandleMon::ShouldStop(const char* name, uint8_t* stop) {

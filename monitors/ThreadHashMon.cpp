@@ -1,5 +1,7 @@
 #include "monitors/ThreadHashMon.h"
 
+#include "platform/Thread.h"
+
 #include "protocol/MessageUtil.h"
 #include "stores/LogMon.h"
 
@@ -21,8 +23,24 @@ ThreadHashMon::~ThreadHashMon() {
 
 void ThreadHashMon::Put(const CommandRecord& record, const char* mac) {
     auto copy = std::make_unique<CommandRecord>(record);
+    const uint32_t key = MessageUtil::MacHash(mac);
     std::lock_guard<std::mutex> g(lock_);
-    Insert(std::move(copy), MessageUtil::MacHash(mac));
+    Insert(std::move(copy), key);
+    // An idle Worker sleeps until its socket or a command wakes it; a wake-up is kept until it
+    // waits, so one that checks first and waits after can't miss this record.
+    auto it = collectors_.find(key);
+    if (it != collectors_.end()) platform::WakeThread(it->second);
+}
+
+void ThreadHashMon::SetCollector(const char* mac, uint32_t threadId) {
+    std::lock_guard<std::mutex> g(lock_);
+    collectors_[MessageUtil::MacHash(mac)] = threadId;
+}
+
+void ThreadHashMon::ClearCollector(const char* mac, uint32_t threadId) {
+    std::lock_guard<std::mutex> g(lock_);
+    auto it = collectors_.find(MessageUtil::MacHash(mac));
+    if (it != collectors_.end() && it->second == threadId) collectors_.erase(it);
 }
 
 void ThreadHashMon::Get(CommandRecord* dest, const char* mac, int32_t* error) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 
 #include "monitors/HashTable.h"
 #include "protocol/CommandRecord.h"
@@ -23,9 +24,15 @@ public:
     // Takes the oldest record of the MAC; -10009 when there is none.
     void Get(CommandRecord* dest, const char* mac, int32_t* error);
     int32_t CountFor(const char* mac);
+    // The Worker that collects the MAC's commands and sleeps while it has none: a put wakes it.
+    // Clearing names the thread, so that a Worker replaced by a newer link can't clear the
+    // newer one's registration.
+    void SetCollector(const char* mac, uint32_t threadId);
+    void ClearCollector(const char* mac, uint32_t threadId);
 
 private:
     std::mutex lock_;
+    std::unordered_map<uint32_t, uint32_t> collectors_;
     std::string name_;
 };
 

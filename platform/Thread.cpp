@@ -1,5 +1,9 @@
 #include "platform/Thread.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -23,6 +27,9 @@ struct ThreadState {
     std::function<void()> killHook;
     bool finished = false;  // guarded by the registry lock
     bool suspended = false;  // guarded by `lock`
+    // Counts wake-ups until the thread waits; -1 once the thread has ended. Guarded by `lock`
+    // for writers, read without it only by the thread itself.
+    int wakeFd = -1;
     std::thread thread;
 };
 
@@ -59,6 +66,13 @@ Registry& TheRegistry() {
 
 thread_local std::shared_ptr<ThreadState> self;
 
+// Called with the state's lock held.
+void Wake(ThreadState& state) {
+    if (state.wakeFd < 0) return;
+    uint64_t one = 1;
+    [[maybe_unused]] ssize_t put = ::write(state.wakeFd, &one, sizeof one);
+}
+
 std::shared_ptr<ThreadState> Find(ThreadId id) {
     Registry& r = TheRegistry();
     std::lock_guard<std::mutex> g(r.lock);
@@ -78,6 +92,7 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
         state->id = r.next++;
     } while (state->id == 0 || r.threads.count(state->id) != 0);
     state->suspended = suspended;
+    state->wakeFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     try {
         state->thread = std::thread([state, body = std::move(body)]() {
             self = state;
@@ -91,6 +106,8 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
                 state->open = false;
                 state->mailbox.clear();
                 state->killHook = nullptr;
+                if (state->wakeFd >= 0) ::close(state->wakeFd);
+                state->wakeFd = -1;
             }
             Registry& reg = TheRegistry();
             std::lock_guard<std::mutex> rg(reg.lock);
@@ -99,6 +116,7 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
             reg.ended.notify_all();
         });
     } catch (const std::system_error& e) {
+        if (state->wakeFd >= 0) ::close(state->wakeFd);
         return e.code().value() != 0 ? e.code().value() : 11;
     }
     r.threads.emplace(state->id, state);
@@ -159,7 +177,39 @@ bool TerminateThread(ThreadId id) {
     state->killed = true;
     if (state->killHook) state->killHook();
     state->arrived.notify_all();
+    Wake(*state);
     return true;
+}
+
+void WakeThread(ThreadId id) {
+    if (id == 0) return;
+    auto state = Find(id);
+    if (!state) return;
+    std::lock_guard<std::mutex> g(state->lock);
+    Wake(*state);
+}
+
+void WakeAllThreads() {
+    std::vector<std::shared_ptr<ThreadState>> all;
+    {
+        Registry& r = TheRegistry();
+        std::lock_guard<std::mutex> g(r.lock);
+        for (auto& entry : r.threads) all.push_back(entry.second);
+    }
+    for (auto& state : all) {
+        std::lock_guard<std::mutex> g(state->lock);
+        Wake(*state);
+    }
+}
+
+void WaitForSocketOrWake(int socket, int timeoutMs) {
+    if (!self || Unloading()) return;
+    pollfd fds[2] = {{socket, POLLIN, 0}, {self->wakeFd, POLLIN, 0}};
+    if (::poll(fds, 2, timeoutMs) > 0 && (fds[1].revents & POLLIN) != 0) {
+        uint64_t count = 0;
+        // Taken whole: the wake-ups so far are served by the turn that follows.
+        [[maybe_unused]] ssize_t got = ::read(self->wakeFd, &count, sizeof count);
+    }
 }
 
 bool ThisThreadKilled() { return self && self->killed.load(); }
@@ -184,6 +234,7 @@ void BeginUnload() {
         r.unloading = true;
     }
     r.unloadSignal.notify_all();
+    WakeAllThreads();
 }
 
 void EndUnload() {

@@ -45,6 +45,14 @@ bool ThisThreadKilled();
 // Sets what TerminateThread does to the calling thread; an empty function clears it.
 void SetKillHook(std::function<void()> hook);
 
+// Wake-ups of a thread that waits for its socket (WaitForSocketOrWake): a command for it, the
+// library's end, its own forced end. A wake-up is kept until the thread waits, so none is lost.
+void WakeThread(ThreadId id);
+void WakeAllThreads();
+// Waits until `socket` has something to read (or an error or end of stream), the calling thread
+// is woken, or `timeoutMs` passes (negative: no limit). Returns at once while unloading.
+void WaitForSocketOrWake(int socket, int timeoutMs);
+
 // Sleeps, or returns early when the library is being unloaded.
 void Sleep(uint32_t milliseconds);
 
