@@ -74,4 +74,30 @@ std::optional<int64_t> FieldInRange(std::string_view field, int64_t low, int64_t
 // and anything outside 32 bits give nothing.
 std::optional<uint32_t> FieldUniqueId(std::string_view field);
 
+// Reads a payload's ';'-ended fields by position. A field that is missing or out of its bounds
+// makes the whole reading fail (Ok() false) and reads as 0 or "", so a parser takes every field
+// in one pass and checks once at the end.
+class PayloadReader {
+  public:
+    explicit PayloadReader(std::string_view payload);
+
+    size_t Count() const { return fields_.size(); }
+    bool Ok() const { return !firstBad_; }
+    // The position of the first field that failed, if one did.
+    std::optional<size_t> FirstBad() const { return firstBad_; }
+    // Fails the reading at `index`; for checks of the parser's own.
+    void Fail(size_t index);
+
+    int64_t Number(size_t index, int64_t low, int64_t high);
+    uint32_t UniqueId(size_t index);
+    // A text of 1 to `maxLength` printable characters.
+    std::string Text(size_t index, size_t maxLength);
+    // The field as it stands, empty when missing (doesn't fail).
+    std::string_view Raw(size_t index) const;
+
+  private:
+    std::vector<std::string_view> fields_;
+    std::optional<size_t> firstBad_;
+};
+
 }  // namespace zanth::sim
