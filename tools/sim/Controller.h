@@ -7,7 +7,9 @@
 // What it does on the wire: connects to the host (or, in listen mode, waits to be called and
 // identifies on 45), identifies with 1042 or, with a seed, 1043 and an encrypted link from then
 // on, sends its unsolicited traffic, answers the host's commands in arrival order and counts
-// every acknowledgement. A dropped link is connected again with a growing back-off.
+// every acknowledgement. A dropped link is connected again with a growing back-off. Commands
+// beyond the link's own go to the controller's command families (families/Family.h), and a
+// test can set a fault on any code (Fault.h).
 
 #include <netinet/in.h>
 
