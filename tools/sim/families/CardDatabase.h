@@ -152,7 +152,8 @@ class CardDatabase final : public Family {
     int SetDeleted(uint32_t uniqueId, bool deleted);
     void Erase(std::unordered_map<uint32_t, CardRecord>::iterator it);
     void DropDeleted();
-    std::string Answer(int code, std::string_view payload);
+    // The answer's payload; nothing for a code that isn't the card database's.
+    std::optional<std::string> Answer(int code, std::string_view payload);
 
     mutable std::mutex mutex_;
     std::unordered_map<uint32_t, CardRecord> records_;

@@ -37,7 +37,7 @@ class SmartCard final : public Family {
     const char* Name() const override { return "smart card"; }
     bool Handle(FamilyContext& context, int code, std::string_view payload) override;
 
-    // Any thread. A reader never used reads as nothing.
+    // Any thread. A reader neither used nor given an answer reads as nothing.
     std::optional<SmartCardReader> Reader(int reader) const;
     // What the card at `reader` answers raw exchanges with, in hex.
     void SetAnswer(int reader, std::string hexAnswer);
