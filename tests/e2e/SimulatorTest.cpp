@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "protocol/Codes.h"
+#include "support/FakeController.h"
 #include "support/Library.h"
 #include "tools/sim/Simulator.h"
 #include "zanth.h"
@@ -490,11 +491,52 @@ TEST_F(SimulatorTest, CommandLineProgramRefusesBadArguments) {
         {"--port", "3001", "--mac-base", "AA:BB"},
         {"--port", "3001", "--bogus", "1"},
         {"--listen", "65535", "--count", "2"},  // runs past the last port
+        {"--port", "3001", "--cards", "missing.csv"},
+        {"--port", "3001", "--card-capacity", "-1"},
     };
     for (const auto& args : bad) {
         pid_t pid = SpawnSimulator(args, "bad.out");
         if (pid == 0) GTEST_SKIP() << "zanth-sim is not built";
         EXPECT_EQ(ExitStatus(pid), 2) << args[0] << " " << args[1];
+    }
+}
+
+TEST_F(SimulatorTest, CommandLineProgramServesCardsLoadedFromCsv) {
+    std::ofstream("site.csv") << "# two cardholders for every controller\n"
+                                 "7,0,1001,1234,1,42,1,2,0,0,0,0,0,8,1,0,1,2012/01/02,0,2037/12/31,"
+                                 "0,5,3,4\n"
+                                 "7,0,2002,0,2,43,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,300\n";
+    std::ofstream("extra.csv") << "7,0,3003,0,3,44,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0\n";
+    std::ofstream("bad.csv") << "7,0,3003\n";
+    FakeController host;
+    int hostPort = host.Listen();
+    pid_t pid = SpawnSimulator(
+        {"--port", std::to_string(hostPort), "--mac-base", "cc:00:01", "--cards", "site.csv",
+         "--cards", "CC:00:01=extra.csv", "--card-capacity", "100", "--quiet"},
+        "sim.out");
+    if (pid == 0) GTEST_SKIP() << "zanth-sim is not built";
+    ASSERT_TRUE(host.Accept());
+    EXPECT_TRUE(host.ReadFrame());
+    host.SendFrame(ZANTH_ACCEPT_CONNECTION);
+    host.SendFrame(ZANTH_GET_NUMBER_OF_CARDS);
+    EXPECT_EQ(host.ReadFrame(), Frame(ZANTH_GET_NUMBER_OF_CARDS_RSP, "0;3;100;"));
+    host.SendFrame(ZANTH_GET_CARD_RECORD_4, "2002;7;0;0;");
+    EXPECT_EQ(host.ReadFrame(),
+              Frame(ZANTH_GET_CARD_RECORD_4_RSP,
+                    "0;2002;7;0;0;2;43;1;0;0;0;0;0;0;0;0;0;0;0;0;0;0;0;0;0;0;0;0;1;300;"));
+    ::kill(pid, SIGTERM);
+    EXPECT_EQ(ExitStatus(pid), 0);
+
+    // A bad line, or a MAC that names no controller, stops the program before it starts.
+    const std::pair<const char*, const char*> refused[] = {
+        {"bad.csv", "bad.csv: line 1: expected 24 to 26 fields, found 3"},
+        {"DD:00:00=site.csv", "--cards names DD:00:00, which is none of the controllers"},
+    };
+    for (const auto& [cards, message] : refused) {
+        pid = SpawnSimulator({"--port", std::to_string(hostPort), "--cards", cards}, "bad.out");
+        ASSERT_NE(pid, 0);
+        EXPECT_EQ(ExitStatus(pid), 2) << cards;
+        EXPECT_NE(ReadWholeFile("bad.out").find(message), std::string::npos) << cards;
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,6 +76,54 @@ TEST_F(ScriptedHostTest, FramesSplitAcrossWritesAreReassembled) {
     ASSERT_EQ(s.commands.size(), 2u);
     EXPECT_EQ(s.commands[0].payload, "4;");
     EXPECT_EQ(s.protocolErrors, 0u);
+}
+
+TEST_F(ScriptedHostTest, FaultsReshapeTheAnswersToTheirCode) {
+    sim::Controller& c = Connected();
+    const std::string info = "ZN-4000;4.21.7;AA:BB:CC;ZSAABBCC;";
+    auto usual = [&](int code) { return code == 79 ? Frame(1079, info) : Frame(1009, "0;"); };
+    sim::Fault refusedAs9920 = sim::Fault::Error("-7;");
+    refusedAs9920.replyCode = ZANTH_UNABLE_TO_PROCESS_COMMAND;
+    struct Row {
+        const char* what;
+        int code;
+        const char* payload;
+        sim::Fault fault;
+        std::optional<std::string> answer;  // nothing: no answer at all
+        int lateMs;
+    };
+    const Row rows[] = {
+        {"refused", 9, "3;", sim::Fault::Error("-1;"), Frame(1009, "-1;"), 0},
+        {"refused under another code", 9, "3;", refusedAs9920, Frame(9920, "-7;"), 0},
+        {"answered under another code", 79, "", sim::Fault::WrongCode(1009), Frame(1009, info), 0},
+        {"late", 79, "", sim::Fault::Late(300), Frame(1079, info), 300},
+        {"silent", 9, "3;", sim::Fault::Silent(), std::nullopt, 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        c.SetFault(row.code, row.fault);
+        auto sent = std::chrono::steady_clock::now();
+        host_.SendFrame(row.code, row.payload);
+        if (row.answer) {
+            EXPECT_EQ(host_.ReadFrame(), *row.answer);
+            EXPECT_GE(std::chrono::steady_clock::now() - sent,
+                      std::chrono::milliseconds(row.lateMs));
+        } else {
+            EXPECT_TRUE(host_.Silent(300));
+        }
+        // A fault serves one command: the next of its code is answered as usual.
+        host_.SendFrame(row.code, row.payload);
+        EXPECT_EQ(host_.ReadFrame(), usual(row.code));
+    }
+    c.SetFault(9, sim::Fault::Error("-1;").Persistent());
+    for (int i = 0; i < 2; ++i) {
+        host_.SendFrame(9, "3;");
+        EXPECT_EQ(host_.ReadFrame(), Frame(1009, "-1;"));
+    }
+    c.ClearFault(9);
+    host_.SendFrame(9, "3;");
+    EXPECT_EQ(host_.ReadFrame(), Frame(1009, "0;"));
+    EXPECT_EQ(c.Stats().faults, 7u);
 }
 
 TEST_F(ScriptedHostTest, UploadByMessageIdResendsTheStoredEventsAsABundle) {

@@ -81,7 +81,8 @@ Controller::Controller(Simulator& sim, size_t index, ControllerConfig config,
       hostAddress_(hostAddress),
       listenPort_(listenPort),
       listenFd_(listenFd),
-      schedule_(config_.schedule) {}
+      schedule_(config_.schedule),
+      families_(MakeFamilies(config_)) {}
 
 Controller::~Controller() {
     if (fd_ >= 0) ::close(fd_);
@@ -237,6 +238,21 @@ void Controller::SendFrame(int code, std::string payload, std::optional<int> ack
 
 void Controller::SetSchedule(const Schedule& schedule) {
     Post([schedule](Controller& c) { c.ApplySchedule(schedule); });
+}
+
+void Controller::SetFault(int code, Fault fault) {
+    std::lock_guard<std::mutex> lock(faultsMutex_);
+    faults_[code] = std::move(fault);
+}
+
+void Controller::ClearFault(int code) {
+    std::lock_guard<std::mutex> lock(faultsMutex_);
+    faults_.erase(code);
+}
+
+void Controller::ClearFaults() {
+    std::lock_guard<std::mutex> lock(faultsMutex_);
+    faults_.clear();
 }
 
 void Controller::Drop() {

@@ -7,7 +7,9 @@
 // What it does on the wire: connects to the host (or, in listen mode, waits to be called and
 // identifies on 45), identifies with 1042 or, with a seed, 1043 and an encrypted link from then
 // on, sends its unsolicited traffic, answers the host's commands in arrival order and counts
-// every acknowledgement. A dropped link is connected again with a growing back-off.
+// every acknowledgement. A dropped link is connected again with a growing back-off. Commands
+// beyond the link's own go to the controller's command families (families/Family.h), and a
+// test can set a fault on any code (Fault.h).
 
 #include <netinet/in.h>
 
@@ -17,14 +19,19 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tools/sim/Fault.h"
 #include "tools/sim/Payloads.h"
 #include "tools/sim/WireCodec.h"
+#include "tools/sim/families/Family.h"
 
 namespace zanth::sim {
 
@@ -95,6 +102,7 @@ struct ControllerStats {
     uint64_t unexpectedAcks = 0;            // acknowledgements that matched nothing outstanding
     uint64_t outstandingAcks = 0;           // sent messages whose acknowledgement is still due
     uint64_t heldDropped = 0;               // messages dropped because too many waited for a link
+    uint64_t faults = 0;                    // commands that met a fault set by SetFault
     std::map<int, uint64_t> sent;           // frames sent, by code
     std::map<int, uint64_t> acks;           // host acknowledgements received, by code
     std::deque<std::string> ackFrames;      // the latest acknowledgements, whole clear frames
@@ -163,8 +171,25 @@ class Controller {
     // Cuts the link as a power failure would; it comes back as the reconnect policy says.
     void Drop();
 
+    // The controller's instance of a command family, for reading or changing its state from
+    // any thread through the family's accessors: c.Family<CardDatabase>().Counts().
+    template <class F>
+    F& Family() {
+        for (const auto& family : families_) {
+            if (auto* wanted = dynamic_cast<F*>(family.get())) return *wanted;
+        }
+        throw std::logic_error("the controller has no such command family");
+    }
+
+    // Faults, by command code, from any thread; see Fault.h. A new fault for a code replaces
+    // the one before.
+    void SetFault(int code, Fault fault);
+    void ClearFault(int code);
+    void ClearFaults();
+
   private:
     friend class Simulator;
+    friend class FamilyContext;
 
     enum class TimerKind {
         Connect,
@@ -174,6 +199,7 @@ class Controller {
         Event,
         PinReport,
         Reboot,
+        DelayedReply,
         Count
     };
     enum class DropReason {
@@ -215,6 +241,12 @@ class Controller {
     void HandleFrame(const std::string& frame);
     void HandleAck(int code, const std::string& frame);
     void HandleCommand(int code, std::string_view payload);
+    // Carries the command out and answers it: the built-in cases, then the families.
+    void Answer(int code, std::string_view payload);
+    bool OfferToFamilies(int code, std::string_view payload);
+    std::optional<Fault> TakeFault(int code);
+    void ApplyFault(int code, std::string_view payload, const Fault& fault);
+    void SendDelayedReplies(int id);
     void HandleRecheck(std::string_view payload);
     void HandlePinRequest(std::string_view payload);
     void HandleUpload(int code, std::string_view payload);
@@ -223,7 +255,8 @@ class Controller {
     void Transmit(const Outgoing& message);
     void WriteFrame(int code, std::string_view payload);
     void Flush();
-    void Reply(int code, std::string_view payload) { WriteFrame(code, payload); }
+    // An answer to the host; captured instead of written while a fault reshapes the answers.
+    void Reply(int code, std::string_view payload);
     void CloseLink(DropReason reason);
     void CloseSocket();
     void Reboot();
@@ -263,6 +296,19 @@ class Controller {
     std::set<std::pair<int, uint32_t>> pendingLookups_;
     std::deque<MessageRecord> history_;
     uint32_t timerGeneration_[static_cast<int>(TimerKind::Count)] = {};
+    struct Answered {
+        int code = 0;
+        std::string payload;
+    };
+    std::vector<Answered>* capture_ = nullptr;
+    std::map<int, std::vector<Answered>> delayed_;  // answers held back by a fault, by timer
+    int nextDelayedId_ = 0;
+
+    // Made once, at construction; each guards its own state.
+    const std::vector<std::unique_ptr<sim::Family>> families_;
+
+    mutable std::mutex faultsMutex_;
+    std::map<int, Fault> faults_;
 
     // Guarded by the simulator's state lock.
     ControllerStats stats_;

@@ -87,7 +87,74 @@ void Controller::HandleCommand(int code, std::string_view payload) {
         s.commands.push_back({code, std::string(payload)});
         if (s.commands.size() > kMaxRecordedCommands) s.commands.erase(s.commands.begin());
     });
+    if (auto fault = TakeFault(code)) {
+        Observe([](ControllerStats& s) { ++s.faults; });
+        ApplyFault(code, payload, *fault);
+        return;
+    }
+    Answer(code, payload);
+}
 
+std::optional<Fault> Controller::TakeFault(int code) {
+    std::lock_guard<std::mutex> lock(faultsMutex_);
+    auto it = faults_.find(code);
+    if (it == faults_.end()) return std::nullopt;
+    Fault fault = it->second;
+    if (!fault.persistent) faults_.erase(it);
+    return fault;
+}
+
+void Controller::ApplyFault(int code, std::string_view payload, const Fault& fault) {
+    if (fault.silent) return;
+    std::vector<Answered> answers;
+    if (fault.payload) {
+        answers.push_back({code + 1000, *fault.payload});
+    } else {
+        capture_ = &answers;
+        Answer(code, payload);
+        capture_ = nullptr;
+        // The command may have ended the link (a reboot): its answers go with it.
+        if (fd_ < 0) return;
+    }
+    if (fault.replyCode) {
+        for (Answered& a : answers) a.code = *fault.replyCode;
+    }
+    if (fault.delayMs > 0) {
+        int id = nextDelayedId_++;
+        delayed_[id] = std::move(answers);
+        ArmTimer(TimerKind::DelayedReply, fault.delayMs, id);
+        return;
+    }
+    for (const Answered& a : answers) WriteFrame(a.code, a.payload);
+    Flush();
+}
+
+void Controller::SendDelayedReplies(int id) {
+    auto it = delayed_.find(id);
+    if (it == delayed_.end()) return;
+    std::vector<Answered> answers = std::move(it->second);
+    delayed_.erase(it);
+    for (const Answered& a : answers) WriteFrame(a.code, a.payload);
+    Flush();
+}
+
+void Controller::Reply(int code, std::string_view payload) {
+    if (capture_ != nullptr) {
+        capture_->push_back({code, std::string(payload)});
+        return;
+    }
+    WriteFrame(code, payload);
+}
+
+bool Controller::OfferToFamilies(int code, std::string_view payload) {
+    FamilyContext context(*this);
+    for (const auto& family : families_) {
+        if (family->Handle(context, code, payload)) return true;
+    }
+    return false;
+}
+
+void Controller::Answer(int code, std::string_view payload) {
     if (code == ZANTH_TERMINATE) {
         CloseLink(DropReason::Terminated);
         return;
@@ -143,7 +210,9 @@ void Controller::HandleCommand(int code, std::string_view payload) {
             HandleUpload(code, payload);
             break;
         default:
-            Reply(ZANTH_UNKNOWN_COMMAND, std::to_string(code) + ";");
+            if (!OfferToFamilies(code, payload)) {
+                Reply(ZANTH_UNKNOWN_COMMAND, std::to_string(code) + ";");
+            }
             break;
     }
     Flush();

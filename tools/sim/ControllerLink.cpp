@@ -101,6 +101,9 @@ void Controller::OnTimer(TimerKind kind, int arg) {
                 sim_.RequestConnect(this);
             }
             break;
+        case TimerKind::DelayedReply:
+            SendDelayedReplies(arg);
+            break;
         case TimerKind::Count:
             break;
     }
@@ -251,6 +254,7 @@ void Controller::CloseLink(DropReason reason) {
         if (k != static_cast<int>(TimerKind::Reboot)) ++timerGeneration_[k];
     }
     expected_.clear();
+    delayed_.clear();
     flatOutPending_ = false;
     pendingLookups_.clear();
 

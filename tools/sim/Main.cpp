@@ -2,6 +2,7 @@
 //
 //   zanth-sim --host 127.0.0.1 --port 3001 --count 50 --heartbeat-ms 5000 --event-interval-ms 1000
 //   zanth-sim --listen 4001 --count 4          (waits for the host's ContactController)
+//   zanth-sim --port 3001 --cards site.csv     (every controller starts with the site's cards)
 
 #include <pthread.h>
 #include <signal.h>
@@ -12,12 +13,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/CardDatabase.h"
 
 namespace {
 
@@ -38,6 +43,9 @@ struct Options {
     int durationS = 0;
     int maxConnecting = 16;
     bool quiet = false;
+    // CSV files of cards: for every controller (empty MAC) or for one.
+    std::vector<std::pair<std::string, std::string>> cards;
+    std::optional<int> cardCapacity;
 };
 
 void Usage(FILE* out) {
@@ -57,7 +65,19 @@ void Usage(FILE* out) {
         "  --alarm-interval-ms N  each controller raises an alarm every N ms\n"
         "  --max-connecting N     connections under way at once (default 16)\n"
         "  --duration-s N         run N seconds; 0 (default) runs until SIGINT or SIGTERM\n"
-        "  --quiet                only the summary at the end\n");
+        "  --cards [MAC=]FILE     preload cards from a CSV file, into every controller or into\n"
+        "                         the one with that MAC; may be repeated. One record a line,\n"
+        "                         the add command's arguments in order, comma-separated:\n"
+        "                           cardSetId,noFormat,cardNumber,pin,accessType,uniqueId,\n"
+        "                           accessGroup1,...,accessGroup8,extendedAccess,passbackExempt,\n"
+        "                           pinCommands,startDate,startTime,endDate,endTime,escortId,\n"
+        "                           inScheduleElevatorGroup,outScheduleElevatorGroup\n"
+        "                           [,pinExempt[,cardRole]]\n"
+        "                         dates yyyy/mm/dd and times hh:mm:ss, either may be 0; lines\n"
+        "                         starting with # and blank lines are skipped\n"
+        "  --card-capacity N      records each controller's card database holds (default %zu)\n"
+        "  --quiet                only the summary at the end\n",
+        CardDatabase::kDefaultCapacity);
 }
 
 bool ParseInt(const char* text, int low, int high, int* out) {
@@ -118,6 +138,20 @@ int Parse(int argc, char** argv, Options* o) {
             ok = ParseInt(value, 0, 31536000, &o->durationS);
         } else if (arg == "--max-connecting") {
             ok = ParseInt(value, 1, 10000, &o->maxConnecting);
+        } else if (arg == "--cards") {
+            // "MAC=FILE" names one controller; anything else is a file for all of them.
+            std::string text = value;
+            size_t equals = text.find('=');
+            std::string mac = equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
+            if (mac.empty()) {
+                o->cards.emplace_back("", text);
+            } else {
+                o->cards.emplace_back(mac, text.substr(equals + 1));
+            }
+            ok = !o->cards.back().second.empty();
+        } else if (arg == "--card-capacity") {
+            ok = ParseInt(value, 0, CardDatabase::kMaxChangeover, &number);
+            o->cardCapacity = number;
         } else {
             std::fprintf(stderr, "zanth-sim: unknown option %s\n", arg.c_str());
             Usage(stderr);
@@ -147,6 +181,43 @@ std::string Counts(const std::map<int, uint64_t>& counts) {
         out += " " + std::to_string(code) + "=" + std::to_string(n);
     }
     return out.empty() ? " none" : out;
+}
+
+// Fills the controllers' card databases as the options say; false after a message on failure.
+bool LoadCards(Simulator& sim, const Options& o) {
+    for (size_t i = 0; i < sim.Count(); ++i) {
+        auto& cards = sim.At(i).Family<CardDatabase>();
+        if (o.cardCapacity) cards.SetCapacity(static_cast<size_t>(*o.cardCapacity));
+    }
+    for (const auto& [mac, path] : o.cards) {
+        Controller* only = nullptr;
+        if (!mac.empty() && (only = sim.Find(mac)) == nullptr) {
+            std::fprintf(stderr, "zanth-sim: --cards names %s, which is none of the controllers\n",
+                         mac.c_str());
+            return false;
+        }
+        for (size_t i = 0; i < sim.Count(); ++i) {
+            Controller& c = sim.At(i);
+            if (only != nullptr && only != &c) continue;
+            std::ifstream in(path);
+            if (!in) {
+                std::fprintf(stderr, "zanth-sim: cannot read %s\n", path.c_str());
+                return false;
+            }
+            std::string error;
+            auto loaded = c.Family<CardDatabase>().LoadCsv(in, &error);
+            if (!loaded) {
+                std::fprintf(stderr, "zanth-sim: %s: %s\n", path.c_str(), error.c_str());
+                return false;
+            }
+            if (!o.quiet) {
+                std::printf("zanth-sim: %s holds %zu cards from %s\n", c.Mac().c_str(), *loaded,
+                            path.c_str());
+            }
+        }
+    }
+    std::fflush(stdout);
+    return true;
 }
 
 // `identified` is counted before the links were closed.
@@ -206,6 +277,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "zanth-sim: %s\n", e.what());
         return 2;
     }
+    // Before the loop starts, so that no host sees a controller with half its cards.
+    if (!LoadCards(sim, o)) return 2;
 
     auto start = std::chrono::steady_clock::now();
     sim.Start();
