@@ -4,11 +4,11 @@
 #include <string>
 
 #include "connection/Listener.h"
-#include "monitors/Globals.h"
 #include "frame/Transaction.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
 #include "monitors/RecvMon.h"

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "monitors/Globals.h"
 #include "frame/Master.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "platform/Thread.h"
@@ -14,7 +14,8 @@
 
 namespace zanth {
 
-int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphostname, int32_t port) {
+int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphostname,
+                               int32_t port) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     result_ = 0;
     if (LibraryTerminating()) result_ = -10001;
@@ -28,7 +29,8 @@ int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphos
 
     contactArgs_ = WorkerStartRecord{};
     contactArgs_.type = kOutboundLink;
-    CopyBounded(contactArgs_.iphostname, iphostname ? iphostname : "", sizeof contactArgs_.iphostname);
+    CopyBounded(contactArgs_.iphostname, iphostname ? iphostname : "",
+                sizeof contactArgs_.iphostname);
     contactArgs_.port = port;
     contactArgs_.rspfunc = rspfunc;
     contactArgs_.rspid = rspid;

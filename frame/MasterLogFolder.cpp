@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "frame/Master.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleMon.h"
 #include "platform/File.h"
 #include "platform/UserStore.h"
@@ -74,9 +74,9 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
     alarmMon->Rebuild();
     Log(masterName_, 0, "Object created");
     if (!old.empty()) {
-        FormatText(logText_, sizeof logText_,
-                   "[%s] Log file path has been changed, for previous logs refer files from: ",
-                   method);
+        FormatText(
+            logText_, sizeof logText_,
+            "[%s] Log file path has been changed, for previous logs refer files from: ", method);
         FormatText(logText2_, sizeof logText2_, "Old Log file path is = %s", old.c_str());
         Log(masterName_, 0, logText_, logText2_);
     }

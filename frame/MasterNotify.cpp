@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "frame/Master.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleMon.h"
 #include "notify/BigString.h"
 #include "notify/ConnDiscController.h"

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "frame/Master.h"
+#include "monitors/Globals.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "monitors/Globals.h"
+#include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"
@@ -160,7 +161,7 @@ int32_t HandleHashMon::UnidentifiedCount() {
 
 // Entered with the mutex held: the order is workerMon before sendMon.
 void HandleHashMon::QueueTerminateFor(const char* mac) {
-    util_.QueueCommand(mac, 0, 0, msgBuffer_, "", "");
+    QueueCommand(record_, mac, 0, 0, msgBuffer_, "", "");
 }
 
 void HandleHashMon::SendTerminateAll() {

@@ -1,6 +1,8 @@
 #include "monitors/ThreadHashMon.h"
 
+#include "monitors/Globals.h"
 #include "protocol/MessageUtil.h"
+#include "protocol/Text.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
@@ -41,6 +43,17 @@ void ThreadHashMon::Get(CommandRecord* dest, const char* mac, int32_t* error) {
 int32_t ThreadHashMon::CountFor(const char* mac) {
     std::lock_guard<std::mutex> g(lock_);
     return Count(MessageUtil::MacHash(mac));
+}
+
+int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                     const char* message, const char* gatewayPathFile, const char* pcPathFile) {
+    record.rspfunc = rspfunc;
+    record.rspid = rspid;
+    CopyBounded(record.message, message, sizeof record.message);
+    CopyBounded(record.gatewayPathFile, gatewayPathFile, sizeof record.gatewayPathFile);
+    CopyBounded(record.pcPathFile, pcPathFile, sizeof record.pcPathFile);
+    if (sendMon) sendMon->Put(record, mac);
+    return 0;
 }
 
 }  // namespace zanth

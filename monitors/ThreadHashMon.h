@@ -13,7 +13,7 @@
 namespace zanth {
 
 class ThreadHashMon : private HashTable<std::unique_ptr<CommandRecord>> {
-public:
+  public:
     static constexpr int32_t kBuckets = 127;
 
     explicit ThreadHashMon(const char* name);
@@ -24,9 +24,14 @@ public:
     void Get(CommandRecord* dest, const char* mac, int32_t* error);
     int32_t CountFor(const char* mac);
 
-private:
+  private:
     std::mutex lock_;
     std::string name_;
 };
+
+// Queues a command for the MAC's Worker: everything is copied into the caller's `record`, which
+// goes into sendMon. Always 0.
+int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                     const char* message, const char* gatewayPathFile, const char* pcPathFile);
 
 }  // namespace zanth

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 
-#include "monitors/Globals.h"
-#include "monitors/ThreadHashMon.h"
 #include "platform/Socket.h"
 #include "protocol/Codes.h"
 #include "protocol/Text.h"
@@ -44,7 +43,7 @@ static_assert(sizeof kPunchThrough / sizeof kPunchThrough[0] == 55, "55 punch-th
 
 }  // namespace
 
-MessageUtil::MessageUtil() : record_{} {
+MessageUtil::MessageUtil() {
     unknownName_[0] = '\0';
     parsedName_[0] = '\0';
 }
@@ -141,18 +140,6 @@ uint32_t MessageUtil::MacHash(const char* mac) {
         key = (key << 4) | static_cast<uint32_t>(c <= '9' ? c - '0' : c - 'a' + 10);
     }
     return key;
-}
-
-int32_t MessageUtil::QueueCommand(const char* mac, int32_t rspfunc, int32_t rspid,
-                                  const char* message, const char* gatewayPathFile,
-                                  const char* pcPathFile) {
-    record_.rspfunc = rspfunc;
-    record_.rspid = rspid;
-    CopyBounded(record_.message, message, sizeof record_.message);
-    CopyBounded(record_.gatewayPathFile, gatewayPathFile, sizeof record_.gatewayPathFile);
-    CopyBounded(record_.pcPathFile, pcPathFile, sizeof record_.pcPathFile);
-    if (sendMon) sendMon->Put(record_, mac);
-    return 0;
 }
 
 void MessageUtil::SocketErrorText(int error, char* out, size_t outSize) {
