@@ -4,6 +4,7 @@
 #include "protocol/MessageUtil.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -18,7 +19,7 @@ ThreadHashMon::~ThreadHashMon() {
             }
         }
     }
-    Log(name_.c_str(), 75, "[ThreadHashMon::~ThreadHashMon] ThreadHashMon terminated");
+    Log(name_.c_str(), kLogTrace, "[ThreadHashMon::~ThreadHashMon] ThreadHashMon terminated");
 }
 
 void ThreadHashMon::Put(const CommandRecord& record, const char* mac) {
@@ -32,7 +33,7 @@ void ThreadHashMon::Get(CommandRecord* dest, const char* mac, int32_t* error) {
     {
         std::lock_guard<std::mutex> g(lock_);
         if (!Remove(MessageUtil::MacHash(mac), &record)) {
-            *error = -10009;
+            *error = kNoEntry;
             return;
         }
     }
