@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "protocol/Text.h"
+#include "protocol/Result.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
@@ -74,14 +75,14 @@ bool FrameReader::Peek() {
             FormatText(logText_, sizeof logText_,
                        "[Worker::PeekAtSocketMessage] Header -- numBytes=%ld recv:%s MSG = %s",
                        numBytes_, chunk_.data(), util_.CodeNameOf(chunk_.data()));
-            Log(logSource_, 75, logText_, "", true);
+            Log(logSource_, kLogTrace, logText_, "", true);
         }
         return true;
     }
     lastError_ = platform::LastSocketError();
     if (lastError_ != platform::WSAEWOULDBLOCK) {
         MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-        Log(logSource_, 50, "[Worker::PeekAtSocketMessage] Header -- Error on recv", logText_);
+        Log(logSource_, kLogError, "[Worker::PeekAtSocketMessage] Header -- Error on recv", logText_);
     }
     return false;
 }
@@ -89,13 +90,13 @@ bool FrameReader::Peek() {
 ReadStatus FrameReader::Read() { return rcvdBytes_ < headerSize_ ? ReadHeader() : ReadBody(); }
 
 ReadStatus FrameReader::Refuse(const char* text) {
-    Log(logSource_, 50, text);
+    Log(logSource_, kLogError, text);
     Restart();
     return ReadStatus::Refused;
 }
 
 ReadStatus FrameReader::ReadHeader() {
-    Log(logSource_, 75, "[Worker::ReadData()] reading initial data");
+    Log(logSource_, kLogTrace, "[Worker::ReadData()] reading initial data");
     const int32_t want = headerSize_ - rcvdBytes_;
     std::fill(chunk_.begin(), chunk_.end(), '\0');
     numBytes_ = platform::Recv(socket_, chunk_.data(), static_cast<size_t>(want), false);
@@ -103,15 +104,15 @@ ReadStatus FrameReader::ReadHeader() {
         lastError_ = platform::LastSocketError();
         if (lastError_ == platform::WSAEWOULDBLOCK) return ReadStatus::WouldBlock;
         MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-        Log(logSource_, 50, "[Worker::ReadData()] Header -- Error on recv", logText_);
+        Log(logSource_, kLogError, "[Worker::ReadData()] Header -- Error on recv", logText_);
         return ReadStatus::Error;
     }
     FormatText(logText_, sizeof logText_,
                "[Worker::ReadData()] Header -- numBytes=%ld recv:%s MSG = %s", numBytes_,
                chunk_.data(), util_.CodeNameOf(chunk_.data()));
-    Log(logSource_, 75, logText_, "", true);
+    Log(logSource_, kLogTrace, logText_, "", true);
     if (numBytes_ == 0) {
-        Log(logSource_, 75, "[Worker::ReadData()] Header -- Zero bytes received");
+        Log(logSource_, kLogTrace, "[Worker::ReadData()] Header -- Zero bytes received");
         return ReadStatus::Closed;
     }
     const int32_t got = static_cast<int32_t>(std::min<long>(numBytes_, want));
@@ -125,7 +126,7 @@ ReadStatus FrameReader::ReadHeader() {
         // Not a whole header yet. The count is set, not increased: only a header that comes in
         // one or two pieces survives, and the offset stays inside the header either way.
         rcvdBytes_ = got;
-        Log(logSource_, 75, "[Worker::ReadData()] addlData is true!!");
+        Log(logSource_, kLogTrace, "[Worker::ReadData()] addlData is true!!");
         return ReadStatus::Partial;
     }
 
@@ -167,12 +168,12 @@ ReadStatus FrameReader::ReadHeader() {
         Restart();
         return ReadStatus::Frame;
     }
-    Log(logSource_, 75, "[Worker::ReadData()] addlData is true!!");
+    Log(logSource_, kLogTrace, "[Worker::ReadData()] addlData is true!!");
     return ReadStatus::Partial;
 }
 
 ReadStatus FrameReader::ReadBody() {
-    Log(logSource_, 75, "[Worker::ReadData()] reading additional data");
+    Log(logSource_, kLogTrace, "[Worker::ReadData()] reading additional data");
     // The header was checked: headerSize <= rcvdBytes < totBytes <= bufferSize.
     const int32_t want = totBytes_ - rcvdBytes_;
     std::fill(chunk_.begin(), chunk_.end(), '\0');
@@ -181,25 +182,25 @@ ReadStatus FrameReader::ReadBody() {
         lastError_ = platform::LastSocketError();
         if (lastError_ == platform::WSAEWOULDBLOCK) return ReadStatus::WouldBlock;
         MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-        Log(logSource_, 50, "[Worker::ReadData()] Error on recv", logText_);
+        Log(logSource_, kLogError, "[Worker::ReadData()] Error on recv", logText_);
         return ReadStatus::Error;
     }
     const int32_t got = static_cast<int32_t>(std::min<long>(numBytes_, want));
     if (!encrypted_) {
         FormatText(logText_, sizeof logText_, "[Worker::ReadData()] numBytes=%d recv:", got);
-        Log(logSource_, 75, logText_, got < kLogPayloadLimit ? chunk_.data() : "", true);
+        Log(logSource_, kLogTrace, logText_, got < kLogPayloadLimit ? chunk_.data() : "", true);
     }
     if (got == 0) {
         // End of stream inside a body doesn't end the link by itself. The partial frame is
         // dropped, so the next turn reads a header, meets the end of stream and ends the link.
-        Log(logSource_, 75, "[Worker::ReadData()] Zero bytes received");
+        Log(logSource_, kLogTrace, "[Worker::ReadData()] Zero bytes received");
         Restart();
         return ReadStatus::Error;
     }
     if (!encrypted_) {
         FormatText(logText_, sizeof logText_, "[Worker::ReadData()] partial, numBytes=%d recv:",
                    rcvdBytes_ + got);
-        Log(logSource_, 75, logText_);
+        Log(logSource_, kLogTrace, logText_);
         std::memcpy(recvMessage_ + rcvdBytes_, chunk_.data(), static_cast<size_t>(got));
         rcvdBytes_ += got;
         if (rcvdBytes_ < totBytes_) return ReadStatus::Partial;
@@ -217,7 +218,7 @@ ReadStatus FrameReader::ReadBody() {
         // Only this frame is lost: the next one is read from its own header.
         FormatText(logText_, sizeof logText_,
                    "[Worker::ReadData()] Error decrypting data, error code=%d", result);
-        Log(logSource_, 50, logText_);
+        Log(logSource_, kLogError, logText_);
         std::memset(recvMessage_, 0, sizeof recvMessage_);
         Restart();
         return ReadStatus::Error;
@@ -228,7 +229,7 @@ ReadStatus FrameReader::ReadBody() {
     } else {
         FormatText(logText_, sizeof logText_, "[Worker::ReadData()] end totBytes=%d recv:", plainLen);
     }
-    Log(logSource_, 75, logText_, plainLen < kLogPayloadLimit ? recvMessage_ : "", true);
+    Log(logSource_, kLogTrace, logText_, plainLen < kLogPayloadLimit ? recvMessage_ : "", true);
     messageLength_ = plainLen;
     Restart();
     return ReadStatus::Frame;

@@ -67,7 +67,7 @@ bool FrameWriter::Send() {
             if (result < 0) {
                 FormatText(logText_, sizeof logText_,
                            "[Worker::SendData] Error encrypting data, error code=%d", result);
-                Log(logSource_, 50, logText_);
+                Log(logSource_, kLogError, logText_);
                 return false;
             }
         }
@@ -92,7 +92,7 @@ bool FrameWriter::Send() {
                 continue;
             }
             MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-            Log(logSource_, 50, "[Worker::SendData] Error on send", logText_);
+            Log(logSource_, kLogError, "[Worker::SendData] Error on send", logText_);
             sendLen_ = 0;
             return false;
         }
@@ -103,12 +103,12 @@ bool FrameWriter::Send() {
             FormatText(logText_, sizeof logText_, "[Worker::SendData] numBytes=%ld sent msg: %s",
                        numBytes_, shown);
         }
-        Log(logSource_, 75, logText_, "", true);
+        Log(logSource_, kLogTrace, logText_, "", true);
         if (numBytes_ < total - sendLen_) {
             sendLen_ += static_cast<int32_t>(numBytes_);
             FormatText(logText_, sizeof logText_, "[Worker::SendData] sendAddl true. sendLen = %d",
                        sendLen_);
-            Log(logSource_, 50, logText_);
+            Log(logSource_, kLogError, logText_);
             stalled = 0;
             continue;
         }

@@ -8,6 +8,7 @@
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
@@ -28,32 +29,32 @@ Listener::Listener(int32_t port, void* parentWindow, void* instance)
     // Each failure stops the whole library: Initialization has already returned.
     listenSocket_ = platform::OpenTcpSocket();
     if (listenSocket_ == platform::kInvalidSocket) {
-        LogSocketError(25, "[Listener::Listener] Error on socket", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on socket", platform::LastSocketError());
         SetLibraryTerminating();
         return;
     }
     platform::SetReuseAddress(listenSocket_);
     // The notification of a pending connection is a poll of a non-blocking socket here.
     if (platform::SetNonBlocking(listenSocket_) != 0) {
-        LogSocketError(25, "[Listener::Listener] Error on WSAAsyncSelect", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on WSAAsyncSelect", platform::LastSocketError());
         SetLibraryTerminating();
         return;
     }
     if (platform::BindAny(listenSocket_, port_) != 0) {
-        LogSocketError(25, "[Listener::Listener] Error on bind", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on bind", platform::LastSocketError());
         SetLibraryTerminating();
         return;
     }
     // A backlog for a whole site reconnecting at once after a switch restarts.
     if (platform::Listen(listenSocket_, kListenBacklog) != 0) {
-        LogSocketError(25, "[Listener::Listener] Error on listen", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on listen", platform::LastSocketError());
         SetLibraryTerminating();
     }
 }
 
 Listener::~Listener() {
     if (listenSocket_ != platform::kInvalidSocket && platform::CloseSocket(listenSocket_) != 0) {
-        LogSocketError(50, "[Listener::~Listener] Error on closesocket", platform::LastSocketError());
+        LogSocketError(kLogError, "[Listener::~Listener] Error on closesocket", platform::LastSocketError());
     }
     if (!LibraryTerminating()) {
         // Only this listener's registration goes; a newer one may stand under the name already.
@@ -62,7 +63,7 @@ Listener::~Listener() {
             handleMon->Remove("listener", &index);
         }
     }
-    Log(name_, 75, "[Listener::~Listener] Listener thread terminated");
+    Log(name_, kLogTrace, "[Listener::~Listener] Listener thread terminated");
 }
 
 void Listener::LogSocketError(int32_t level, const char* text, int error) {
@@ -75,7 +76,7 @@ void Listener::Run() {
         uint32_t message = 0;
         while (platform::PeekThreadMessage(&message)) {
             if (message == TERM_MSG) {
-                Log(name_, 75, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
+                Log(name_, kLogTrace, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
                 return;
             }
         }
@@ -84,12 +85,12 @@ void Listener::Run() {
         for (int taken = 0; taken < kAcceptsPerTurn && listenSocket_ != platform::kInvalidSocket &&
                             platform::Readable(listenSocket_, 0);
              ++taken) {
-            Log(name_, 75, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = FD_ACCEPT");
+            Log(name_, kLogTrace, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = FD_ACCEPT");
             {
                 std::lock_guard<std::mutex> g(acceptLock_);
                 Accept();
             }
-            Log(name_, 75, "[Listener::Run] DispatchMessage FD_ACCEPT");
+            Log(name_, kLogTrace, "[Listener::Run] DispatchMessage FD_ACCEPT");
             if (LibraryTerminating()) break;
         }
         platform::Sleep(100);
@@ -102,16 +103,16 @@ void Listener::Accept() {
     if (acceptSocket_ == platform::kInvalidSocket) {
         int error = platform::LastSocketError();
         if (error != platform::WSAEWOULDBLOCK) {
-            LogSocketError(50, "[Listener::Accept] Error on accept", error);
+            LogSocketError(kLogError, "[Listener::Accept] Error on accept", error);
         }
         return;
     }
     if (platform::SetNoDelay(acceptSocket_) != 0) {
-        LogSocketError(50, "[Listener::Accept] Error disabling the Nagle algorithm",
+        LogSocketError(kLogError, "[Listener::Accept] Error disabling the Nagle algorithm",
                        platform::LastSocketError());
     }
     if (platform::SetNonBlocking(acceptSocket_) != 0) {
-        LogSocketError(50, "[Listener::Accept] Error on ioctlsocket setting non-blocking",
+        LogSocketError(kLogError, "[Listener::Accept] Error on ioctlsocket setting non-blocking",
                        platform::LastSocketError());
     }
     if (LibraryTerminating()) {
@@ -135,12 +136,12 @@ void Listener::Accept() {
         &id, true);
     if (error != 0) {
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
-        Log(name_, 50, "[Listener::Accept] Error on CreateThread", logText2_);
+        Log(name_, kLogError, "[Listener::Accept] Error on CreateThread", logText2_);
         // Not left dangling: the controller sees the link close and calls again.
         platform::CloseSocket(acceptSocket_);
         return;
     }
-    Log(name_, 75, "[Listener::Accept] accept connection and add worker thread");
+    Log(name_, kLogTrace, "[Listener::Accept] accept connection and add worker thread");
     workerMon->AddUnidentified(id);
     platform::ResumeThread(id);
 }
@@ -150,21 +151,21 @@ void Listener::Refuse(int which) {
     std::memset(buffer_, 0, sizeof buffer_);
     if (platform::Recv(acceptSocket_, buffer_, kMessageBufferSize, false) < 0) {
         FormatText(logText_, sizeof logText_, "[%s] Error on recv", where);
-        LogSocketError(50, logText_, platform::LastSocketError());
+        LogSocketError(kLogError, logText_, platform::LastSocketError());
     }
     char frame[kMessageBufferSize + 1];
     util_.BuildMessage(ZANTH_TERMINATE, "", 0, frame, kMessageBufferSize);
     if (platform::Send(acceptSocket_, frame, kClearHeaderSize) < 0) {
         FormatText(logText_, sizeof logText_, "[%s] Error on send", where);
-        LogSocketError(50, logText_, platform::LastSocketError());
+        LogSocketError(kLogError, logText_, platform::LastSocketError());
     }
     if (platform::ShutdownBoth(acceptSocket_) != 0) {
         FormatText(logText_, sizeof logText_, "[%s] Error on shutdown", where);
-        LogSocketError(50, logText_, platform::LastSocketError());
+        LogSocketError(kLogError, logText_, platform::LastSocketError());
     }
     if (platform::CloseSocket(acceptSocket_) != 0) {
         FormatText(logText_, sizeof logText_, "[%s] Error on closesocket", where);
-        LogSocketError(50, logText_, platform::LastSocketError());
+        LogSocketError(kLogError, logText_, platform::LastSocketError());
     }
     acceptSocket_ = platform::kInvalidSocket;
 }

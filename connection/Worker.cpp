@@ -16,6 +16,7 @@
 #include "monitors/ValidMon.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
@@ -47,14 +48,14 @@ Worker::Worker(const WorkerStartRecord& start)
     std::memset(releaseText_, 0, sizeof releaseText_);
     logText_[0] = logText2_[0] = '\0';
     CopyBounded(mac_, "0", sizeof mac_);
-    Log(mac_, 75, "[Worker::Worker] Worker thread started");
+    Log(mac_, kLogTrace, "[Worker::Worker] Worker thread started");
 
     if (type_ == kOutboundLink) {
         contactResult_ = ContactGateway();
         FormatText(dataBuffer_.data(), dataBuffer_.size(), "%d", contactResult_);
         FormatText(logText_, sizeof logText_, "[Worker::Worker] ContactGateway result=%d",
                    contactResult_);
-        Log(mac_, 75, logText_);
+        Log(mac_, kLogTrace, logText_);
         if (startRspfunc_ != 0) {
             // A RspContactController reply is a frame with code 0 whose first field is the result.
             std::strcat(dataBuffer_.data(), ";");
@@ -79,7 +80,7 @@ Worker::Worker(const WorkerStartRecord& start)
 Worker::~Worker() {
     const bool killed = platform::ThisThreadKilled();
     if (!killed) {
-        Log(mac_, 75, "[Worker::~Worker] Invoked");
+        Log(mac_, kLogTrace, "[Worker::~Worker] Invoked");
         // This first notice goes out whatever the state, even for a Worker never identified.
         int32_t error = 0;
         connDiscQueue->Add(mac_, 0, &error);
@@ -89,11 +90,11 @@ Worker::~Worker() {
             ReleaseCaller(current_, "[Worker::~Worker] busy == true... rspfunc !=0 add to responseMon",
                           "[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called");
         } else {
-            Log(mac_, 75, "[Worker::~Worker] busy is false");
+            Log(mac_, kLogTrace, "[Worker::~Worker] busy is false");
         }
         if (isReboot_) {
             // After a reboot the queued commands are dropped without a word.
-            Log(mac_, 75, "[Worker::~Worker] !isReboot == false");
+            Log(mac_, kLogTrace, "[Worker::~Worker] !isReboot == false");
         } else {
             CommandRecord record{};
             while (cmd_->Remove(&record) == 0) {
@@ -110,12 +111,12 @@ Worker::~Worker() {
     if (!killed) {
         int32_t error = 0;
         if (init_) {
-            Log(mac_, 75, "[Worker::~Worker] init == true");
+            Log(mac_, kLogTrace, "[Worker::~Worker] init == true");
             // Only this Worker's own entry: a newer connection of the MAC may stand there now.
             workerMon->RemoveWorkerOf(mac_, threadId_, &error);
             connDiscQueue->Add(mac_, 0, &error);
         } else {
-            Log(mac_, 75, "[Worker::~Worker] init == false");
+            Log(mac_, kLogTrace, "[Worker::~Worker] init == false");
             workerMon->RemoveUnidentified(threadId_, nullptr, &error);
         }
     }
@@ -127,24 +128,24 @@ Worker::~Worker() {
         if (platform::ShutdownBoth(socket_) != 0 && !killed) {
             int error = platform::LastSocketError();
             // A peer that is already gone is not worth an error record.
-            if (error != 10057) LogSocketError(50, "[Worker::~Worker] Error on shutdown", error);
+            if (error != 10057) LogSocketError(kLogError, "[Worker::~Worker] Error on shutdown", error);
         }
         if (platform::CloseSocket(socket_) != 0) {
-            LogSocketError(50, "[Worker::~Worker] Error on closesocket", platform::LastSocketError());
+            LogSocketError(kLogError, "[Worker::~Worker] Error on closesocket", platform::LastSocketError());
         }
     }
     socket_ = platform::kInvalidSocket;
-    Log(mac_, 75, "[Worker::~Worker] Worker thread terminated");
+    Log(mac_, kLogTrace, "[Worker::~Worker] Worker thread terminated");
 }
 
 void Worker::ReleaseCaller(const CommandRecord& record, const char* responseText,
                            const char* slotText) {
     if (record.rspfunc != 0) {
-        Log(mac_, 75, responseText);
+        Log(mac_, kLogTrace, responseText);
         responseMon->Add(record.rspid, releaseText_,
                          static_cast<int32_t>(std::strlen(releaseText_) + 1));
     } else {
-        Log(mac_, 75, slotText);
+        Log(mac_, kLogTrace, slotText);
         recvMon->SetBuffer(releaseText_);
     }
 }
@@ -244,16 +245,16 @@ void Worker::CheckSendMon() {
     if (error != 0) return;
     FormatText(logText_, sizeof logText_, "[Worker::Run] %s Added to cmd queue",
                util_.CodeNameOf(incoming_.message));
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
 
     if (xfer_ && MessageUtil::IsPunchThroughCode(MessageUtil::CodeOf(incoming_.message))) {
         if (waitingForANonXferResponse_) {
-            Log(mac_, 75,
+            Log(mac_, kLogTrace,
                 "[Worker::Run] would be PunchThrough Message, but still waitingForANonXferResponse, "
                 "so queue it.");
         } else {
             writer_.Take(incoming_.message);
-            Log(mac_, 75, "[Worker::Run] punch through msg...just SENDing directly to Controller");
+            Log(mac_, kLogTrace, "[Worker::Run] punch through msg...just SENDing directly to Controller");
             // current keeps the transfer's address; the punched reply goes to the saved one.
             int32_t keptRspfunc = current_.rspfunc;
             int32_t keptRspid = current_.rspid;
@@ -269,7 +270,7 @@ void Worker::CheckSendMon() {
             }
             if (LibraryTerminating()) return;
             waitingForANonXferResponse_ = true;
-            Log(mac_, 75, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
+            Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
             return;
         }
     }
@@ -297,7 +298,7 @@ bool Worker::ProcessCommand(CommandRecord& record) {
         writer_.Code() == ZANTH_POST_ACCESS_MSG_TO_ZANTH)
         busy_ = false;
     waitingForANonXferResponse_ = true;
-    Log(mac_, 75, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
+    Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
     return true;
 }
 
@@ -306,19 +307,19 @@ bool Worker::SentLinkEndingCommand() {
     const char* payload = writer_.Payload();
     if ((code == ZANTH_REBOOT || code == ZANTH_REBOOT_CONTROLLER || code == ZANTH_REBOOT_INTERFACE) &&
         PayloadIs(payload, {"32;"})) {
-        Log(mac_, 75, "Controller Reboot was sent.");
+        Log(mac_, kLogTrace, "Controller Reboot was sent.");
         // The controller goes down: what is still queued dies unanswered.
         isReboot_ = true;
         busy_ = false;
         return true;
     }
     if ((code == ZANTH_RESTART_TASK || code == ZANTH_STOP_TASK) && PayloadIs(payload, {"9;", "99;"})) {
-        Log(mac_, 75, "Commtask restart was sent.");
+        Log(mac_, kLogTrace, "Commtask restart was sent.");
         busy_ = false;
         return true;
     }
     if (code == ZANTH_TERMINATE) {
-        Log(mac_, 75, "ZANTH_TERMINATE was sent.");
+        Log(mac_, kLogTrace, "ZANTH_TERMINATE was sent.");
         busy_ = false;
         return true;
     }

@@ -17,6 +17,7 @@
 #include "monitors/ValidMon.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
@@ -31,7 +32,7 @@ uint32_t Worker::GetAddr(const char* name) {
         int error = 0;
         address = platform::ResolveHost(name, &error);
         if (address == 0) {
-            LogSocketError(50, "[Worker::GetAddr] Error on gethostbyname", error);
+            LogSocketError(kLogError, "[Worker::GetAddr] Error on gethostbyname", error);
             return 0;
         }
     }
@@ -42,26 +43,26 @@ int32_t Worker::ContactGateway() {
     int32_t result = 0;
     FormatText(logText_, sizeof logText_, "[Worker::ContactGateway] iphostname=%s port=%d",
                iphostname_, port_);
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
     uint32_t address = GetAddr(iphostname_);
     if (address == 0) {
         FormatText(logText_, sizeof logText_, "[Worker::ContactGateway] invalid IP address or host name %s",
                    iphostname_);
-        Log(mac_, 50, logText_);
-        return -10002;
+        Log(mac_, kLogError, logText_);
+        return kBadArgument;
     }
     socket_ = platform::OpenTcpSocket();
     if (socket_ == platform::kInvalidSocket) {
         result = platform::LastSocketError();
-        LogSocketError(50, "[Worker::ContactGateway] Error on socket", result);
+        LogSocketError(kLogError, "[Worker::ContactGateway] Error on socket", result);
         return result;
     }
     if (platform::Connect(socket_, address, port_) != 0) {
         result = platform::LastSocketError();
-        LogSocketError(50, "[Worker::ContactGateway] Error on connect", result);
+        LogSocketError(kLogError, "[Worker::ContactGateway] Error on connect", result);
     } else if (platform::SetNonBlocking(socket_) != 0) {
         result = platform::LastSocketError();
-        LogSocketError(50, "[Worker::ContactGateway] Error on ioctlsocket", result);
+        LogSocketError(kLogError, "[Worker::ContactGateway] Error on ioctlsocket", result);
     }
     if (result != 0) {
         // The failed socket is closed here: the end of the Worker closes only a working link.

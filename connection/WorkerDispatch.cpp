@@ -18,6 +18,7 @@
 #include "monitors/ValidMon.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
@@ -31,11 +32,11 @@ bool Worker::ProcessIncomingSocketMessage() {
                        dataBuffer_.size(), &code_, &dataLen_);
     FormatText(logText_, sizeof logText_, "[Worker::ProcessIncomingSocketMessage()] Code = %s",
                util_.CodeName(code_));
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
 
     switch (code_) {
         case 0:
-            Log(mac_, 50, "disconnected - received invalid code");
+            Log(mac_, kLogError, "disconnected - received invalid code");
             busy_ = false;
             return false;
         case ZANTH_TERMINATE:
@@ -45,9 +46,9 @@ bool Worker::ProcessIncomingSocketMessage() {
         case ZANTH_UNABLE_TO_PROCESS_COMMAND:
         case ZANTH_UNKNOWN_COMMAND:
             if (code_ == ZANTH_UNABLE_TO_PROCESS_COMMAND) {
-                Log(mac_, 50, "disconnected - Zanth unable to process command");
+                Log(mac_, kLogError, "disconnected - Zanth unable to process command");
             }
-            Log(mac_, 50, "disconnected - Zanth unknown command");
+            Log(mac_, kLogError, "disconnected - Zanth unknown command");
             busy_ = false;
             Deliver(message, static_cast<int32_t>(std::strlen(message) + 1), current_.rspid);
             return false;
@@ -84,12 +85,12 @@ bool Worker::ProcessIncomingSocketMessage() {
         return true;
     }
     if (!util_.IsResponseCode(code_)) {
-        Log(mac_, 75, "[Worker::Run] Reecevied message code was not for recently sent message.");
+        Log(mac_, kLogTrace, "[Worker::Run] Reecevied message code was not for recently sent message.");
         return true;
     }
     busy_ = false;
     waitingForANonXferResponse_ = false;
-    Log(mac_, 75, "[Worker::Run] waitingForANonXferResponse set to FALSE!!");
+    Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to FALSE!!");
     return true;
 }
 
@@ -159,21 +160,21 @@ bool Worker::Identify() {
     ReplaceFormerConnection();
     Register();
     if (!SendFramed(ZANTH_ACCEPT_CONNECTION, "")) return false;
-    Log(mac_, 75, "[Worker::Run] Initialization completed");
+    Log(mac_, kLogTrace, "[Worker::Run] Initialization completed");
     return true;
 }
 
 bool Worker::IdentifyEncrypted() {
     if (init_) return true;
     if (!TakeMac()) {
-        Log(mac_, 50, "[Worker::Run] Error getting mac address");
+        Log(mac_, kLogError, "[Worker::Run] Error getting mac address");
         return false;
     }
     CopyBounded(identifyText_, reader_.Message(), sizeof identifyText_);
     std::memset(seed_, 0, sizeof seed_);
     if (seedMon) seedMon->Get(mac_, seed_, 200);
     if (util_.GenerateKey(identifyText_, seed_, key_, 32) < 0) {
-        Log(mac_, 50, "[Worker::Run] Error generating key");
+        Log(mac_, kLogError, "[Worker::Run] Error generating key");
         return false;
     }
     ReplaceFormerConnection();
@@ -185,7 +186,7 @@ bool Worker::IdentifyEncrypted() {
         FormatText(logText_, sizeof logText_,
                    "[Worker::Run] Error using encryption library, error code=%d",
                    result_ < 0 ? result_ : size);
-        Log(mac_, 50, logText_);
+        Log(mac_, kLogError, logText_);
         return false;
     }
     encrypted_ = true;
@@ -195,7 +196,7 @@ bool Worker::IdentifyEncrypted() {
     Register();
     // The acceptance is the first encrypted frame.
     if (!SendFramed(ZANTH_ACCEPT_CONNECTION, "")) return false;
-    Log(mac_, 75, "[Worker::Run] Initialization completed");
+    Log(mac_, kLogTrace, "[Worker::Run] Initialization completed");
     return true;
 }
 

@@ -11,6 +11,7 @@
 #include "monitors/RecvMon.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
@@ -48,12 +49,12 @@ bool Worker::GetFile(const CommandRecord& record) {
     FormatText(logText_, sizeof logText_, "[Worker::GetFile] gatewayPathFile=%s",
                record.gatewayPathFile);
     FormatText(logText2_, sizeof logText2_, "pcPathFile=%s", record.pcPathFile);
-    Log(mac_, 75, logText_, logText2_);
+    Log(mac_, kLogTrace, logText_, logText2_);
     fp_ = platform::OpenWriteCreateTruncate(record.pcPathFile);
     if (fp_ < 0) {
         // The controller is never asked.
         fp_ = -1;
-        DeliverTransferResult(-10007);
+        DeliverTransferResult(kFileError);
         xfer_ = false;
         busy_ = false;
         return true;
@@ -68,11 +69,11 @@ bool Worker::SendFile(const CommandRecord& record) {
     FormatText(logText_, sizeof logText_, "[Worker::SendFile] gatewayPathFile=%s",
                record.gatewayPathFile);
     FormatText(logText2_, sizeof logText2_, "pcPathFile=%s", record.pcPathFile);
-    Log(mac_, 75, logText_, logText2_);
+    Log(mac_, kLogTrace, logText_, logText2_);
     fp_ = platform::OpenReadOnly(record.pcPathFile);
     if (fp_ < 0) {
         fp_ = -1;
-        DeliverTransferResult(-10007);
+        DeliverTransferResult(kFileError);
         xfer_ = false;
         busy_ = false;
         return true;
@@ -90,7 +91,7 @@ bool Worker::GetFileChunk() {
     ++getCalls_;
     FormatText(logText_, sizeof logText_, "[Worker::GetFile] GetFile CALL #%d. running total = %d",
                static_cast<int>(getCalls_), static_cast<int>(getTotal_));
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
     if (code_ == ZANTH_GET_FILE_MORE) return SendFramed(ZANTH_GET_FILE_RSP, "");
     // The last chunk: no acknowledgement goes back.
     if (fp_ >= 0) platform::CloseFile(fp_);
@@ -108,21 +109,21 @@ bool Worker::SendFileChunk() {
     readCount_ = fp_ >= 0 ? static_cast<int32_t>(platform::ReadFile(fp_, chunk, sizeof chunk)) : -1;
     if (readCount_ > 0) sendTotal_ += static_cast<uint32_t>(readCount_);
     FormatText(logText_, sizeof logText_, "[Worker::SendFile] read %d bytes from file.", readCount_);
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
     // A failed read leaves the stream standing until the link ends or the caller's wait does.
     if (readCount_ < 0) return true;
     ++sendCalls_;
     if (readCount_ == chunkSize_) {
         FormatText(logText_, sizeof logText_, "[Worker::SendFile] SendFile CALL #%d. Total = %d",
                    static_cast<int>(sendCalls_), static_cast<int>(sendTotal_));
-        Log(mac_, 75, logText_);
+        Log(mac_, kLogTrace, logText_);
         return writer_.Build(ZANTH_SEND_FILE_MORE, chunk, static_cast<size_t>(readCount_)) &&
                SendData();
     }
     // A short chunk, empty included, is the last one.
     FormatText(logText_, sizeof logText_, "[Worker::SendFile] SendData CALL #%d. Total = %d",
                static_cast<int>(sendCalls_), static_cast<int>(sendTotal_));
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
     if (!writer_.Build(ZANTH_SEND_FILE_END, chunk, static_cast<size_t>(readCount_)) || !SendData())
         return false;
     platform::CloseFile(fp_);
@@ -141,15 +142,15 @@ void Worker::TransferError() {
     CopyBounded(payload, dataBuffer_.data(), sizeof payload);
     char* state = nullptr;
     char* first = Tokenize(payload, ";", &state);
-    result_ = first ? DecimalValue(first) : -10017;
+    result_ = first ? DecimalValue(first) : kNoTransferResult;
     FormatText(logText_, sizeof logText_, "[Worker::Run] result=%d", result_);
-    Log(mac_, 75, logText_);
+    Log(mac_, kLogTrace, logText_);
     if (char* second = Tokenize(nullptr, ";", &state)) {
         char err[kLogTextSize];
         CopyBounded(err, second, sizeof err);
         FormatText(logText_, sizeof logText_, "[Worker::Run] file transfer error result=%d err=",
                    result_);
-        Log(mac_, 50, logText_, err, true);
+        Log(mac_, kLogError, logText_, err, true);
     }
     if (fp_ >= 0) platform::CloseFile(fp_);
     fp_ = -1;
@@ -170,10 +171,11 @@ void Worker::CloseFile() {
     if (xfer_) {
         FormatText(logText_, sizeof logText_,
                    "[Worker::CloseFile] xfer is true...Closing the file pointer fp = %d", fp_);
-        Log(mac_, 75, logText_);
+        Log(mac_, kLogTrace, logText_);
         // Only a file that closed tells its caller of the lost link.
         if (platform::CloseFile(fp_) == 0) {
-            char text[kMessageBufferSize] = "-10003";
+            char text[kMessageBufferSize] = {};
+            FormatText(text, sizeof text, "%d", static_cast<int>(kNotConnected));
             DeliverTransferText(text, "Connection failure;");
         }
     }

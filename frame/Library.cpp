@@ -10,6 +10,8 @@ Master master("master");
 
 }  // namespace
 
-Master& TheMaster() { return master; }
+Master& TheMaster() {
+    return master;
+}
 
 }  // namespace zanth

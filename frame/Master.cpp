@@ -4,11 +4,12 @@
 #include <string>
 
 #include "connection/Listener.h"
-#include "monitors/Globals.h"
+#include "frame/ArgumentCheck.h"
 #include "frame/Transaction.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
 #include "monitors/RecvMon.h"
@@ -21,6 +22,7 @@
 #include "platform/Thread.h"
 #include "platform/UserStore.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
@@ -79,11 +81,11 @@ Master::Master(const char* name) {
     uint16_t version = 0;
     socketResult_ = platform::SocketStartup(0x0202, &version);
     if (socketResult_ != 0) {
-        Log(masterName_, 25, "[Master::Master] Error on WSAStartup",
+        Log(masterName_, kLogFatal, "[Master::Master] Error on WSAStartup",
             "Could not find a usable version of Winsock.DLL");
         SetLibraryTerminating();
     } else if ((version & 0xFF) != 2 || ((version >> 8) & 0xFF) != 2) {
-        Log(masterName_, 25, "[Master::Master] Error on WSAStartup - confirm",
+        Log(masterName_, kLogFatal, "[Master::Master] Error on WSAStartup - confirm",
             "Could not find a usable version of Winsock.DLL");
         SetLibraryTerminating();
     }
@@ -100,14 +102,15 @@ Master::~Master() {
     if (!platform::WaitForLibraryThreads(kUnloadBound)) {
         // A thread that doesn't end (a host callback that never returns) still uses the
         // monitors: they are left in place rather than pulled from under it.
-        Log(masterName_, 25, "[Master::~Master] library threads still running, monitors kept");
+        Log(masterName_, kLogFatal,
+            "[Master::~Master] library threads still running, monitors kept");
         return;
     }
 
     socketResult_ = platform::SocketCleanup();
     if (socketResult_ != 0) {
         MessageUtil::SocketErrorText(platform::LastSocketError(), logText2_, sizeof logText2_);
-        Log(masterName_, 50, "[Master::~Master] Error on WSACleanup", logText2_);
+        Log(masterName_, kLogError, "[Master::~Master] Error on WSACleanup", logText2_);
     }
     DeleteMonitor(seedMon);
     DeleteMonitor(cmdKeyMon);
@@ -129,7 +132,7 @@ Master::~Master() {
     DeleteMonitor(connDiscQueue);
     DeleteMonitor(eventMonQueue);
     DeleteMonitor(alarmMonQueue);
-    Log(masterName_, 75, "[Master::~Master] Master terminated");
+    Log(masterName_, kLogTrace, "[Master::~Master] Master terminated");
     // The log goes last: every monitor logs from its destructor.
     DeleteMonitor(logmon);
     delete[] logFolder;
@@ -141,13 +144,9 @@ Master::~Master() {
 int32_t Master::Initialization(int32_t port, void* parentWindow, void* instance) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     result_ = 0;
-    if (LibraryTerminating()) result_ = -10001;
-    if (result_ == 0 && (port < 1025 || port > 65535)) {
-        FormatText(logText_, sizeof logText_,
-                   "[Master::Initialization] port value must be between %d and %d", 1025, 65535);
-        Log(masterName_, 50, logText_);
-        result_ = -10002;
-    }
+    if (LibraryTerminating()) result_ = kTerminating;
+    ArgumentCheck("Master::Initialization", result_, logText_, masterName_)
+        .Check("port", port, 1025, 65535);
     if (result_ != 0) return result_;
 
     // A second Initialization replaces the listener, and may change the port.
@@ -172,7 +171,8 @@ int32_t Master::Initialization(int32_t port, void* parentWindow, void* instance)
         handleMon->Add("listener", threadId_);
     } else {
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
-        Log(masterName_, 50, "[Master::Initialization] Error on CreateThread (listen)", logText2_);
+        Log(masterName_, kLogError, "[Master::Initialization] Error on CreateThread (listen)",
+            logText2_);
         result_ = error;
     }
 
@@ -197,7 +197,7 @@ int32_t Master::Initialization(int32_t port, void* parentWindow, void* instance)
             resetThreadId = threadId_;
         } else {
             FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
-            Log(masterName_, 50, "[Master::Initialization] Error on CreateThread (reset)",
+            Log(masterName_, kLogError, "[Master::Initialization] Error on CreateThread (reset)",
                 logText2_);
             result_ = error;
         }
@@ -219,7 +219,7 @@ int32_t Master::Shutdown() {
 
 int32_t Master::Terminate(const char* mac) {
     Transaction t(*this, "Master::Terminate", 0, 0, mac);
-    Log(masterName_, 75, "[Master::Terminate] Invoked");
+    Log(masterName_, kLogTrace, "[Master::Terminate] Invoked");
     if (!t.Admit()) return t.Result();
     // Not awaited: the Worker sends it to the controller when it next takes a command, and ends.
     t.Send(ZANTH_TERMINATE);
@@ -246,63 +246,48 @@ int32_t Master::GetConnectedControllers(char* buffer, int32_t size) {
 
 int32_t Master::GetDLLVersion(char* buffer, int32_t size) {
     int32_t length = static_cast<int32_t>(std::strlen(kLibraryVersion));
-    if (buffer == nullptr || size <= length) return -10006;
+    if (buffer == nullptr || size <= length) return kTooLarge;
     CopyBounded(buffer, kLibraryVersion, static_cast<size_t>(length) + 1);
     return 0;
 }
 
 int32_t Master::DebugLevel(int32_t mode, int32_t* level) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    if (level == nullptr) return -10002;
+    int32_t result = kOk;
+    ArgumentCheck c("Master::DebugLevel", result, logText_, masterName_);
+    if (!c.Present(level) || !c.Check("mode", mode, 0, 1)) return result;
     if (mode == 0) {
         logmon->GetLevel(level);
-        return 0;
-    }
-    if (mode == 1) {
-        if (*level < 0 || *level > 75) {
-            FormatText(logText_, sizeof logText_,
-                       "[Master::DebugLevel] debug level must be between %d and %d", 0, 75);
-            Log(masterName_, 50, logText_);
-            return -10002;
-        }
+    } else if (c.CheckBetween("debug level", *level, kLogAlways, kLogTrace)) {
         logmon->SetLevel(*level);
-        return 0;
     }
-    Log(masterName_, 50, "[Master::DebugLevel] mode value must be between 0 and 1");
-    return -10002;
+    return result;
 }
 
 int32_t Master::RecvWaitTime(int32_t mode, int32_t* value) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    if (value == nullptr) return -10002;
+    int32_t result = kOk;
+    // The method logs under its older name.
+    ArgumentCheck c("Master::WaitTime", result, logText_, masterName_);
+    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
     if (mode == 0) {
         recvMon->GetWaitTime(value);
-        return 0;
-    }
-    if (mode == 1) {
-        if (*value < 0 || *value > 600000) {
-            FormatText(logText_, sizeof logText_,
-                       "[Master::WaitTime] wait time must be between %d and %d", 0, 600000);
-            Log(masterName_, 50, logText_);
-            return -10002;
-        }
+    } else if (c.CheckBetween("wait time", *value, 0, 600000)) {
         recvMon->SetWaitTime(value);
-        return 0;
     }
-    Log(masterName_, 50, "[Master::WaitTime] mode value must be between 0 and 1");
-    return -10002;
+    return result;
 }
 
 int32_t Master::CheckErrorCode(int32_t code, const char* methodName) {
-    int32_t result = -10010;
+    int32_t result = kUnexpectedReply;
     if (code == ZANTH_UNKNOWN_COMMAND) {
         FormatText(logText_, sizeof logText_, "[%s] Invalid code error, recv:", methodName);
     } else if (code == ZANTH_UNABLE_TO_PROCESS_COMMAND) {
         FormatText(logText_, sizeof logText_, "[%s] Unimplemented code error, recv:", methodName);
-        result = -10030;
+        result = kCannotProcess;
     }
     CopyBounded(logText2_, recvBuffer_, kLogPayloadLimit + 1);
-    Log(masterName_, 50, logText_, logText2_, true);
+    Log(masterName_, kLogError, logText_, logText2_, true);
     return result;
 }
 

@@ -8,7 +8,6 @@
 #include <mutex>
 
 #include "connection/WorkerStartRecord.h"
-#include "frame/Tokens.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
 #include "zanth.h"
@@ -31,7 +30,7 @@ struct ResetArgs {
 };
 
 class Master {
-public:
+  public:
     explicit Master(const char* name);
     ~Master();
     Master(const Master&) = delete;
@@ -57,7 +56,8 @@ public:
     int32_t ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphostname, int32_t port);
 
     // Controller commands.
-    int32_t GatewayInfo(int32_t rspfunc, int32_t rspid, const char* mac, char* buffer, int32_t size);
+    int32_t GatewayInfo(int32_t rspfunc, int32_t rspid, const char* mac, char* buffer,
+                        int32_t size);
     int32_t RebootBoard(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target);
     int32_t RebootBoard2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target);
 
@@ -94,7 +94,7 @@ public:
 
     const char* Name() const { return masterName_; }
 
-private:
+  private:
     friend class Transaction;
 
     int32_t ChangeLogFolder(const char* path, const char* method, bool announce);
@@ -104,7 +104,8 @@ private:
 
     char masterName_[32];
     MessageUtil util_;
-    Tokens tokens_;
+    // The command as it goes into sendMon.
+    CommandRecord record_{};
     int32_t socketResult_ = 0;
     uint32_t threadId_ = 0;
     uint8_t flag_ = 0;

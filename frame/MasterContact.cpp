@@ -4,31 +4,31 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "monitors/Globals.h"
+#include "frame/ArgumentCheck.h"
 #include "frame/Master.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "platform/Thread.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
 
-int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphostname, int32_t port) {
+int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphostname,
+                               int32_t port) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     result_ = 0;
-    if (LibraryTerminating()) result_ = -10001;
-    if (result_ == 0 && (port < 1025 || port > 65535)) {
-        FormatText(logText_, sizeof logText_,
-                   "[Master::ContactGateway] port value must be between %d and %d", 1025, 65535);
-        Log(masterName_, 50, logText_);
-        result_ = -10002;
-    }
+    if (LibraryTerminating()) result_ = kTerminating;
+    ArgumentCheck("Master::ContactGateway", result_, logText_, masterName_)
+        .Check("port", port, 1025, 65535);
     if (result_ != 0) return result_;
 
     contactArgs_ = WorkerStartRecord{};
     contactArgs_.type = kOutboundLink;
-    CopyBounded(contactArgs_.iphostname, iphostname ? iphostname : "", sizeof contactArgs_.iphostname);
+    CopyBounded(contactArgs_.iphostname, iphostname ? iphostname : "",
+                sizeof contactArgs_.iphostname);
     contactArgs_.port = port;
     contactArgs_.rspfunc = rspfunc;
     contactArgs_.rspid = rspid;
@@ -42,8 +42,8 @@ int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphos
         &threadId_, true);
     if (error != 0) {
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
-        Log(masterName_, 50, "[Master::ContactGateway] Error on CreateThread", logText2_);
-        return result_ = -10015;
+        Log(masterName_, kLogError, "[Master::ContactGateway] Error on CreateThread", logText2_);
+        return result_ = kNoContactThread;
     }
     workerMon->AddUnidentified(threadId_);
     platform::ResumeThread(threadId_);

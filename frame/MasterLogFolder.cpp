@@ -4,11 +4,13 @@
 #include <cstring>
 #include <string>
 
-#include "monitors/Globals.h"
+#include "frame/ArgumentCheck.h"
 #include "frame/Master.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleMon.h"
 #include "platform/File.h"
 #include "platform/UserStore.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
@@ -16,7 +18,7 @@
 namespace zanth {
 
 int32_t Master::GetLogFilePath(char* path) {
-    if (path == nullptr) return -10002;
+    if (path == nullptr) return kBadArgument;
     std::string value;
     if (!platform::ReadUserValue(&value)) value.clear();
     // The buffer is at least 256 bytes by contract.
@@ -31,16 +33,17 @@ int32_t Master::SetLogFilePath(const char* path) {
 
 int32_t Master::LogFilePath(int32_t mode, char* path) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    if (mode == 0) return GetLogFilePath(path);
-    if (mode == 1) return ChangeLogFolder(path, "Master::LogFilePath", false);
-    Log(masterName_, 50, "[Master::LogFilePath] mode value must be between 0 and 1");
-    return -10002;
+    int32_t result = kOk;
+    if (!ArgumentCheck("Master::LogFilePath", result, logText_, masterName_)
+             .Check("mode", mode, 0, 1))
+        return result;
+    return mode == 0 ? GetLogFilePath(path) : ChangeLogFolder(path, "Master::LogFilePath", false);
 }
 
 int32_t Master::ChangeLogFolder(const char* path, const char* method, bool announce) {
-    if (path == nullptr || path[0] == '\0') return -10002;
+    if (path == nullptr || path[0] == '\0') return kBadArgument;
     // The stored value is the path and its separator in 256 bytes; a longer one would be cut.
-    if (std::strlen(path) + 1 >= static_cast<size_t>(kPathSize)) return -10002;
+    if (std::strlen(path) + 1 >= static_cast<size_t>(kPathSize)) return kBadArgument;
     int32_t status = platform::PathStatus(path);
     if (status != 0) return status;
 
@@ -63,7 +66,7 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
 
     if (announce) {
         FormatText(logText2_, sizeof logText2_, "New Log file path is = %s", value);
-        Log(masterName_, 0,
+        Log(masterName_, kLogAlways,
             "[Master::SetLogFilePath] Log file path has been changed. New logs will be created at "
             "location: ",
             logText2_);
@@ -72,13 +75,13 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
     logmon->Restart("logMon");
     eventMon->Rebuild();
     alarmMon->Rebuild();
-    Log(masterName_, 0, "Object created");
+    Log(masterName_, kLogAlways, "Object created");
     if (!old.empty()) {
-        FormatText(logText_, sizeof logText_,
-                   "[%s] Log file path has been changed, for previous logs refer files from: ",
-                   method);
+        FormatText(
+            logText_, sizeof logText_,
+            "[%s] Log file path has been changed, for previous logs refer files from: ", method);
         FormatText(logText2_, sizeof logText2_, "Old Log file path is = %s", old.c_str());
-        Log(masterName_, 0, logText_, logText2_);
+        Log(masterName_, kLogAlways, logText_, logText2_);
     }
     delete[] logFolder;
     logFolder = nullptr;

@@ -2,16 +2,17 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "frame/Master.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
+#include "monitors/Globals.h"
 #include "monitors/HandleMon.h"
 #include "notify/BigString.h"
 #include "notify/ConnDiscController.h"
 #include "notify/Response.h"
 #include "notify/SmallString.h"
 #include "platform/Thread.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
@@ -36,7 +37,7 @@ int32_t Master::StartCallbackThread(const char* exportName, const char* threadNa
     if (error != 0) {
         FormatText(logText_, sizeof logText_, "[Master::%s] Error on CreateThread", exportName);
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
-        Log(masterName_, 50, logText_, logText2_);
+        Log(masterName_, kLogError, logText_, logText2_);
         return error;
     }
     handleMon->Add(threadName, id);
@@ -83,27 +84,27 @@ int32_t Master::SetDisconnectedControllersCallback(ZanthConnectionCallback callb
 
 // A missing buffer is refused before the queue is touched, so that no item is lost to it.
 int32_t Master::GetNext(CharQueueMon* queue, char* buffer, int32_t size) {
-    if (buffer == nullptr || size < 0) return -10002;
+    if (buffer == nullptr || size < 0) return kBadArgument;
     int32_t error = 0;
     queue->Remove(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetNumber(CharQueueMon* queue, int32_t* count) {
-    if (count == nullptr) return -10002;
+    if (count == nullptr) return kBadArgument;
     queue->Length(count);
     return 0;
 }
 
 int32_t Master::GetNextResponse(int32_t* rspid, char* buffer, int32_t size) {
-    if (rspid == nullptr || buffer == nullptr || size < 0) return -10002;
+    if (rspid == nullptr || buffer == nullptr || size < 0) return kBadArgument;
     int32_t error = 0;
     responseMon->Remove(rspid, buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetNumberResponse(int32_t* count) {
-    if (count == nullptr) return -10002;
+    if (count == nullptr) return kBadArgument;
     responseMon->Length(count);
     return 0;
 }

@@ -2,8 +2,10 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
+#include "frame/ArgumentCheck.h"
 #include "frame/Master.h"
+#include "monitors/Globals.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
@@ -11,27 +13,27 @@
 namespace zanth {
 
 int32_t Master::GetNextEvent(char* buffer, int32_t size) {
-    if (buffer == nullptr) return -10006;
+    if (buffer == nullptr) return kTooLarge;
     int32_t error = 0;
     eventMon->GetMsg(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetNextAlarm(char* buffer, int32_t size) {
-    if (buffer == nullptr) return -10006;
+    if (buffer == nullptr) return kTooLarge;
     int32_t error = 0;
     alarmMon->GetMsg(buffer, size, &error);
     return error;
 }
 
 int32_t Master::NumberUnreadEvents(uint64_t* count) {
-    if (count == nullptr) return -10002;
+    if (count == nullptr) return kBadArgument;
     eventMon->GetUnread(count);
     return 0;
 }
 
 int32_t Master::NumberUnreadAlarms(uint64_t* count) {
-    if (count == nullptr) return -10002;
+    if (count == nullptr) return kBadArgument;
     alarmMon->GetUnread(count);
     return 0;
 }
@@ -48,32 +50,23 @@ int32_t Master::AlarmLogSize(int32_t mode, uint64_t* value) {
 // variable is 64 bits wide, and its low half carries a new size.
 int32_t Master::LogSize(MsgMon* store, const char* method, int32_t mode, uint64_t* value) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    if (value == nullptr) return -10002;
+    int32_t result = kOk;
+    ArgumentCheck c(method, result, logText_, masterName_);
+    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
     if (mode == 0) {
         store->GetLogSize(value);
-        return 0;
+        return result;
     }
-    if (mode == 1) {
-        int32_t size = 0;
-        std::memcpy(&size, value, sizeof size);
-        if (size < 20) {
-            FormatText(logText_, sizeof logText_, "[%s] log size must be between %d and %d", method,
-                       20, 2147483647);
-            Log(masterName_, 50, logText_);
-            return -10002;
-        }
-        int32_t error = 0;
-        store->SetLogSize(static_cast<uint64_t>(size), &error);
-        return error;
-    }
-    FormatText(logText_, sizeof logText_, "[%s] mode value must be between 0 and 1", method);
-    Log(masterName_, 50, logText_);
-    return -10002;
+    int32_t size = 0;
+    std::memcpy(&size, value, sizeof size);
+    if (c.CheckBetween("log size", size, 20, 2147483647))
+        store->SetLogSize(static_cast<uint64_t>(size), &result);
+    return result;
 }
 
 int32_t Master::GetEncryptionDLLVersion(char* buffer, int32_t size) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    if (buffer == nullptr || size <= 0) return -10006;
+    if (buffer == nullptr || size <= 0) return kTooLarge;
     return util_.GetCrypto().GetVersion(buffer, size);
 }
 

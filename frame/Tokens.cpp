@@ -18,7 +18,9 @@ void Tokens::Split(char* text, const char* delimiters) {
     }
 }
 
-const char* Tokens::Next() { return cursor_ < count_ ? fields_[cursor_++] : nullptr; }
+const char* Tokens::Next() {
+    return cursor_ < count_ ? fields_[cursor_++] : nullptr;
+}
 
 int32_t Tokens::NextInt() {
     const char* field = Next();

@@ -6,7 +6,7 @@
 namespace zanth {
 
 class Tokens {
-public:
+  public:
     static constexpr int32_t kMaxFields = 150;
 
     // Cuts `text` in place with the runtime's tokeniser. An empty field (one that began with
@@ -18,7 +18,7 @@ public:
     // Decimal value of Next, 0 when there is none.
     int32_t NextInt();
 
-private:
+  private:
     const char* fields_[kMaxFields] = {};
     int32_t count_ = 0;
     int32_t cursor_ = 0;

@@ -7,6 +7,7 @@
 #include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
+#include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
@@ -15,9 +16,13 @@ namespace zanth {
 
 Transaction::Transaction(Master& master, const char* method, int32_t rspfunc, int32_t rspid,
                          const char* mac)
-    : m_(master), lock_(master.transactionLock_), method_(method), rspfunc_(rspfunc),
+    : ArgumentCheck(method, master.result_, master.logText_, master.masterName_),
+      m_(master),
+      lock_(master.transactionLock_),
+      method_(method),
+      rspfunc_(rspfunc),
       rspid_(rspid) {
-    m_.result_ = 0;
+    m_.result_ = kOk;
     CopyBounded(m_.mac_, mac ? mac : "", sizeof m_.mac_);
 }
 
@@ -25,7 +30,7 @@ bool Transaction::AdmitValid() {
     if (!Ok()) return false;
     m_.flag_ = 0;
     validMon->Contains(m_.mac_, &m_.flag_);
-    if (!m_.flag_) m_.result_ = -10004;
+    if (!m_.flag_) m_.result_ = kNotValid;
     return Ok();
 }
 
@@ -33,46 +38,25 @@ bool Transaction::Admit() {
     if (!AdmitValid()) return false;
     m_.flag_ = 0;
     workerMon->IsConnected(m_.mac_, &m_.flag_);
-    if (!m_.flag_) m_.result_ = -10003;
+    if (!m_.flag_) m_.result_ = kNotConnected;
     return Ok();
 }
 
-bool Transaction::CheckRange(int64_t value, int64_t low, int64_t high, const char* text) {
-    if (!Ok()) return false;
-    if (value < low || value > high) {
-        FormatText(m_.logText_, sizeof m_.logText_, text, static_cast<int>(low),
-                   static_cast<int>(high));
-        Log(m_.masterName_, 50, m_.logText_);
-        m_.result_ = -10002;
-    }
-    return Ok();
+bool Transaction::Send(int32_t code) {
+    return Send(code, zanth::Payload());
 }
 
-bool Transaction::Refuse(const char* text) {
-    if (!Ok()) return false;
-    CopyBounded(m_.logText_, text, sizeof m_.logText_);
-    Log(m_.masterName_, 50, m_.logText_);
-    m_.result_ = -10002;
-    return false;
-}
-
-bool Transaction::Send(int32_t code, const char* format, ...) {
-    if (!Ok()) return false;
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(m_.recvBuffer_, kMessageBufferSize, format, args);
-    va_end(args);
-    return SendPayload(code, m_.recvBuffer_, std::strlen(m_.recvBuffer_));
-}
-
-bool Transaction::SendPayload(int32_t code, const char* payload, size_t length,
-                              const char* gatewayPathFile, const char* pcPathFile) {
+bool Transaction::Send(int32_t code, const zanth::Payload& payload, const char* gatewayPathFile,
+                       const char* pcPathFile) {
     if (!Ok()) return false;
     m_.code_ = code;
-    m_.result_ = m_.util_.BuildMessage(code, payload, length, m_.msgBuffer_, kMessageBufferSize);
+    // A payload that outgrew its buffer reports one byte more than a frame holds, so the framing
+    // refuses it whole.
+    m_.result_ = m_.util_.BuildMessage(code, payload.Data(), payload.Length(), m_.msgBuffer_,
+                                       kMessageBufferSize);
     if (Ok()) {
-        m_.result_ = m_.util_.QueueCommand(m_.mac_, rspfunc_, rspid_, m_.msgBuffer_,
-                                           gatewayPathFile, pcPathFile);
+        m_.result_ = QueueCommand(m_.record_, m_.mac_, rspfunc_, rspid_, m_.msgBuffer_,
+                                  gatewayPathFile, pcPathFile);
     }
     return Ok() && rspfunc_ == 0;
 }
@@ -86,21 +70,23 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
         if (o.buffer && o.size > 0) std::memset(o.buffer, 0, static_cast<size_t>(o.size));
     }
     if (!m_.util_.IsCompleteMessage(m_.recvBuffer_, -1)) {
-        m_.result_ = -10005;
+        m_.result_ = kNoReply;
         return false;
     }
     m_.util_.ParseMessage(m_.recvBuffer_, std::strlen(m_.recvBuffer_), m_.msgBuffer_,
                           kMessageBufferSize, &m_.code_, &m_.dataLen_);
     FormatText(m_.logText_, sizeof m_.logText_, "[%s] code=%d", method_, m_.code_);
-    Log(m_.masterName_, 75, m_.logText_);
+    zanth::Log(m_.masterName_, kLogTrace, m_.logText_);
     if (m_.dataLen_ < kLogPayloadLimit) {
         FormatText(m_.logText_, sizeof m_.logText_, "[%s] recv:", method_);
-        Log(m_.masterName_, 75, m_.logText_, m_.msgBuffer_, true);
+        zanth::Log(m_.masterName_, kLogTrace, m_.logText_, m_.msgBuffer_, true);
     }
     return true;
 }
 
-bool Transaction::Expect(int32_t reply) { return ExpectAny({reply}); }
+bool Transaction::Expect(int32_t reply) {
+    return ExpectAny({reply});
+}
 
 bool Transaction::ExpectAny(std::initializer_list<int32_t> replies) {
     if (!Ok()) return false;
@@ -113,33 +99,34 @@ bool Transaction::ExpectAny(std::initializer_list<int32_t> replies) {
     return false;
 }
 
+ReplyFields Transaction::Fields(FieldWalk walk) {
+    return ReplyFields(m_.msgBuffer_, kMessageBufferSize, m_.result_, method_, m_.masterName_,
+                       walk);
+}
+
 int32_t Transaction::BareResult() {
     if (!Ok()) return Result();
-    char* state = nullptr;
-    char* field = Tokenize(m_.msgBuffer_, ";", &state);
-    if (field == nullptr) {
-        m_.result_ = -10011;
-        return Result();
-    }
-    m_.rslt_ = DecimalValue(field);
-    FormatText(m_.logText_, sizeof m_.logText_, "[%s] rslt=%d", method_, m_.rslt_);
-    Log(m_.masterName_, 75, m_.logText_);
-    // The controller's -1 to -99 read as the library's -10001; -100 and below pass as they are.
-    m_.result_ = (m_.rslt_ >= -99 && m_.rslt_ <= -1) ? -10001 : m_.rslt_;
+    Fields().ControllerResult(&m_.rslt_);
     return Result();
 }
 
-Tokens& Transaction::Fields(const char* delimiters) {
-    m_.tokens_.Split(m_.msgBuffer_, delimiters);
-    return m_.tokens_;
+bool Transaction::TakePayload(char* buffer, int32_t size) {
+    if (!Ok()) return false;
+    if (buffer == nullptr || m_.dataLen_ < 0 || size <= m_.dataLen_) {
+        m_.result_ = kTooLarge;
+        return false;
+    }
+    std::memcpy(buffer, m_.msgBuffer_, static_cast<size_t>(m_.dataLen_));
+    buffer[m_.dataLen_] = '\0';
+    return true;
 }
 
-void Transaction::LogTrace(const char* format, ...) {
+void Transaction::LogLine(int32_t level, const char* format, ...) {
     va_list args;
     va_start(args, format);
     std::vsnprintf(m_.logText_, sizeof m_.logText_, format, args);
     va_end(args);
-    Log(m_.masterName_, 75, m_.logText_);
+    zanth::Log(m_.masterName_, level, m_.logText_);
 }
 
 }  // namespace zanth

@@ -4,29 +4,38 @@
 // its code, its checks, its payload and how it reads the reply; each step runs only while the
 // result is still 0, so the first failure stands.
 //
-//     Transaction t(*this, "Master::RebootBoard", rspfunc, rspid, mac);
-//     if (!t.Admit() || !t.CheckRange(target, 0, 32, "... between %d and %d")) return t.Result();
-//     if (!t.Send(ZANTH_REBOOT_INTERFACE, "%d;", target)) return t.Result();
-//     if (!t.Await() || !t.Expect(ZANTH_REBOOT_INTERFACE_RSP)) return t.Result();
+//     Transaction t(*this, "Master::RebootBoard2", rspfunc, rspid, mac);
+//     if (!t.Admit() || !t.Check("target", target, 0, 32)) return t.Result();
+//     if (!t.Send(ZANTH_REBOOT, Payload().Int(target)) || target == 32) return t.Result();
+//     if (!t.Await() || !t.Expect(ZANTH_REBOOT_RSP)) return t.Result();
 //     return t.BareResult();
+//
+// A reply of several fields is read with Fields() (see ReplyFields.h); docs/DESIGN.md walks
+// through a whole command.
 
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <mutex>
 
+#include "frame/ArgumentCheck.h"
 #include "frame/Master.h"
+#include "frame/ReplyFields.h"
+#include "protocol/Payload.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
-class Transaction {
-public:
+class Transaction : public ArgumentCheck {
+  public:
+    // A caller's output buffer, cleared once a blocking wait has ended.
     struct Output {
         void* buffer;
         int32_t size;
     };
 
-    // Takes the transaction lock for the life of the object and sets the result to 0.
+    // Takes the transaction lock for the life of the object and sets the result to 0. `method`
+    // is the name the log texts carry, "Master::X".
     Transaction(Master& master, const char* method, int32_t rspfunc, int32_t rspid,
                 const char* mac);
 
@@ -34,44 +43,48 @@ public:
     bool Admit();
     // Only the valid test (-10004).
     bool AdmitValid();
-    // One argument check: outside [low, high] logs `text` with the two bounds at level 50 and
-    // gives -10002.
-    bool CheckRange(int64_t value, int64_t low, int64_t high, const char* text);
-    // A failed check with a text of its own.
-    bool Refuse(const char* text);
-    // Formats the payload, frames it under `code` and queues it for the Worker. True when the
-    // caller is to wait for the reply: nothing failed and the call is the blocking form.
-    bool Send(int32_t code, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+    // The argument checks of ArgumentCheck (Check, CheckBetween, CheckRange, Refuse, Present)
+    // come with the method's name; each gives -10002 once the MAC has passed.
+
+    // Frames the payload under `code` and queues it for the Worker. True when the caller is to
+    // wait for the reply: nothing failed and the call is the blocking form. A payload longer
+    // than a frame gives -10006 and nothing is queued.
+    bool Send(int32_t code, const Payload& payload, const char* gatewayPathFile = "",
+              const char* pcPathFile = "");
     // A message with an empty payload.
-    bool Send(int32_t code) { return SendPayload(code, "", 0); }
-    bool SendPayload(int32_t code, const char* payload, size_t length,
-                     const char* gatewayPathFile = "", const char* pcPathFile = "");
+    bool Send(int32_t code);
+
     // The blocking wait, then the clearing of the caller's outputs, then the parse of the reply
     // into the payload. False with -10005 when no whole message came.
     bool Await(std::initializer_list<Output> outputs = {});
     // False, with CheckErrorCode's result, when the reply isn't `reply`.
     bool Expect(int32_t reply);
     bool ExpectAny(std::initializer_list<int32_t> replies);
-    // The reply's first field as the controller's result; -99 to -1 become -10001. -10011 when
-    // there is no field.
+
+    // The reply's fields, in order, into typed outputs; failures become the result.
+    ReplyFields Fields(FieldWalk walk = FieldWalk::kTokens);
+    // The reply's first field as the controller's result ("[Master::X] rslt=%d"); -99 to -1
+    // become -10001. -10011 when there is no field.
     int32_t BareResult();
+    // The whole payload as one text; -10006 when `size` isn't greater than its length.
+    bool TakePayload(char* buffer, int32_t size);
 
     int32_t Result() const { return m_.result_; }
     void SetResult(int32_t result) { m_.result_ = result; }
     bool Ok() const { return m_.result_ == 0; }
     int32_t Code() const { return m_.code_; }
     // The reply's payload after Await, and its length by the header.
-    char* Payload() { return m_.msgBuffer_; }
+    const char* ReplyPayload() const { return m_.msgBuffer_; }
     int32_t PayloadLength() const { return m_.dataLen_; }
     // The whole raw reply after Await.
     const char* Reply() const { return m_.recvBuffer_; }
-    Tokens& Fields(const char* delimiters = ";");
-    const char* Method() const { return method_; }
     const char* Mac() const { return m_.mac_; }
     bool Blocking() const { return rspfunc_ == 0; }
-    void LogTrace(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    // A log line of the method's own, at `level`.
+    void LogLine(int32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-private:
+  private:
     Master& m_;
     std::unique_lock<std::recursive_mutex> lock_;
     const char* method_;

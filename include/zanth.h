@@ -20,12 +20,36 @@
  * - Callbacks run on the library's own threads, never on the caller's, with no library lock
  *   held: a callback may call any export.
  *
- * Result codes: -10001 terminating; -10002 bad argument; -10003 controller not connected;
- * -10004 MAC not in the valid list; -10005 no (complete) reply in time; -10006 buffer too small
- * or message too large; -10007 message file error; -10008 no unread message; -10009 queue
- * empty; -10010 unexpected reply or connection ended; -10011 reply lacks a field; -10018 thread
- * message failed; -10022 encryption library failure; -10025 no such path; -10030 the controller
- * can't carry out the command.
+ * Library results (zanth::ResultCode inside the library):
+ *   -10001 kTerminating        the library is terminating; a controller result from -99 to -1;
+ *                              a reset wait that timed out
+ *   -10002 kBadArgument        an argument out of bounds (logged), a null pointer, no such address
+ *   -10003 kNotConnected       the MAC is valid but its controller is not connected
+ *   -10004 kNotValid           the MAC is not in the valid list
+ *   -10005 kNoReply            no (complete) reply within the wait time
+ *   -10006 kTooLarge           a buffer too small, or a message too large
+ *   -10007 kFileError          a message file could not be read or updated
+ *   -10008 kNoMessage          no unread message in the message file
+ *   -10009 kNoEntry            the queue is empty
+ *   -10010 kUnexpectedReply    an unexpected reply, or the connection ended
+ *   -10011 kMissingField       the reply lacks a field
+ *   -10014 kErrorLogEmpty      the controller's error log is empty
+ *   -10015 kNoContactThread    the thread of an outbound contact could not be created
+ *   -10017 kNoTransferResult   a transfer reply without its result
+ *   -10018 kPostFailed         a thread message could not be posted
+ *   -10021 kNoWorker           no connection under that MAC
+ *   -10022 kCipherFailed       the encryption library failed
+ *   -10023 kShortFrame         a frame shorter than its header
+ *   -10024 kBadHeader          a malformed frame header
+ *   -10025 kNoSuchPath         a file or folder that does not exist
+ *   -10026 kBadLength          a frame length below the header's size
+ *   -10027 kTransferBusy       a file transfer is already in progress
+ *   -10028 kModeRefused1512    the controller refused the operation mode (its -1512)
+ *   -10029 kModeRefused1513    the controller refused the operation mode (its -1513)
+ *   -10030 kCannotProcess      the controller can't carry out the command
+ *
+ * The declarations are grouped by family, in the order below; each family has its section,
+ * opened by a "---- <family> ----" line, and new exports go at the end of their own section.
  */
 #ifndef ZANTH_H
 #define ZANTH_H
@@ -84,9 +108,6 @@ ZANTH_API int32_t SetValidGateways(const char* list);
  * ends after the last whole entry. */
 ZANTH_API int32_t GetValidControllers(char* buffer, int32_t size);
 ZANTH_API int32_t GetValidGateways(char* buffer, int32_t size);
-/* The MACs of identified controllers, comma-separated; -10006 as above. */
-ZANTH_API int32_t GetConnectedControllers(char* buffer, int32_t size);
-ZANTH_API int32_t GetConnectedGateways(char* buffer, int32_t size);
 /* "2.6.0.10"; -10006 when size is not greater than its length. */
 ZANTH_API int32_t GetDLLVersion(char* buffer, int32_t size);
 /* mode 0 reads the log level into *level; mode 1 sets it (0 to 75). Levels: 0 always, 25 fatal,
@@ -111,17 +132,12 @@ ZANTH_API int32_t ContactGateway(const char* iphostname, int32_t port);
 ZANTH_API int32_t RspContactController(uint32_t rspid, const char* iphostname, int32_t port);
 ZANTH_API int32_t RspContactGateway(uint32_t rspid, const char* iphostname, int32_t port);
 
-/* ---- Controller administration ------------------------------------------------------------ */
+/* ---- Monitors and links: connected controllers, cipher plugin, log folder ----------------- */
 
-/* Reboots interface board `target` (0 to 31) or, with 32, the controller, whose reboot is not
- * awaited. RebootBoard2 uses the newer command for all targets. */
-ZANTH_API int32_t RebootBoard(const char* mac, int32_t target);
-ZANTH_API int32_t RspRebootBoard(uint32_t rspid, const char* mac, int32_t target);
-ZANTH_API int32_t RebootBoard2(const char* mac, int32_t target);
-ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t target);
-
-/* ---- Monitors, links, the log folder ------------------------------------------------------ */
-
+/* The MACs of identified controllers, comma-separated; -10006 when the text doesn't fit (it
+ * then ends after the last whole entry). */
+ZANTH_API int32_t GetConnectedControllers(char* buffer, int32_t size);
+ZANTH_API int32_t GetConnectedGateways(char* buffer, int32_t size);
 /* The cipher plugin's version text; -10022 when the plugin or its entry point is missing. */
 ZANTH_API int32_t GetEncryptionDLLVersion(char* buffer, int32_t size);
 /* The log folder from the per-user setting (empty when unset). `path` holds 256 bytes. */
@@ -132,8 +148,13 @@ ZANTH_API int32_t SetLogFilePath(const char* path);
 /* mode 0 as GetLogFilePath, mode 1 as SetLogFilePath. */
 ZANTH_API int32_t LogFilePath(int32_t mode, char* path);
 
-/* ---- Host notification: callbacks --------------------------------------------------------- */
+/* ---- Library reset ------------------------------------------------------------------------ */
 
+/* (declarations of this family follow) */
+
+/* ---- Host notification: callbacks and polling --------------------------------------------- */
+
+/* Callbacks. */
 /* Each registration starts a thread that drains its queue into the callback about once a second
  * (the response thread every 200 ms). Registering again replaces the callback, which takes two
  * seconds; there is no way to unregister. 0, or the system's error number. A host uses either a
@@ -151,8 +172,7 @@ ZANTH_API int32_t SetResponseCallback(ZanthResponseCallback callback);
 ZANTH_API int32_t SetConnectedControllersCallback(ZanthConnectionCallback callback);
 ZANTH_API int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callback);
 
-/* ---- Host notification: polling ----------------------------------------------------------- */
-
+/* Polling. */
 /* Take the oldest item: 0, or -10009 when the queue is empty, -10002 for a null buffer or a
  * negative size (nothing is taken). `size` is the longest text accepted and `buffer` must hold
  * size + 1 bytes. A longer item is lost (logged) and the result is still 0. */
@@ -193,6 +213,18 @@ ZANTH_API int32_t NumberUnreadAlarms(uint64_t* count);
 ZANTH_API int32_t EventLogSize(int32_t mode, uint64_t* value);
 ZANTH_API int32_t AlarmLogSize(int32_t mode, uint64_t* value);
 
+/* ---- Card records: add, modify, get, delete, undelete, update ----------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Cardholder status -------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Database maintenance ----------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
 /* ---- Host access decisions ---------------------------------------------------------------- */
 
 /* A card look-up is acknowledged by the library at once; the host's decision goes back with
@@ -208,6 +240,51 @@ ZANTH_API int32_t RspRequestPin(uint32_t rspid, const char* mac, uint32_t pinVal
                                 uint32_t pinValue2, uint32_t pinValue3);
 /* Sends `message` verbatim after an access; nothing is awaited. */
 ZANTH_API int32_t SendPostAccessMsg(const char* mac, const char* message);
+
+/* ---- Schedules ---------------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Contact ID records ------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Smart card modes --------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Output commands ---------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Inputs and local settings ------------------------------------------------------------ */
+
+/* (declarations of this family follow) */
+
+/* ---- Interface boards --------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Controller administration ------------------------------------------------------------ */
+
+/* Reboots interface board `target` (0 to 31) or, with 32, the controller, whose reboot is not
+ * awaited. RebootBoard2 uses the newer command for all targets. */
+ZANTH_API int32_t RebootBoard(const char* mac, int32_t target);
+ZANTH_API int32_t RspRebootBoard(uint32_t rspid, const char* mac, int32_t target);
+ZANTH_API int32_t RebootBoard2(const char* mac, int32_t target);
+ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t target);
+
+/* ---- Time and time zone ------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- Message upload ----------------------------------------------------------------------- */
+
+/* (declarations of this family follow) */
+
+/* ---- File transfer ------------------------------------------------------------------------ */
+
+/* (declarations of this family follow) */
 
 #ifdef __cplusplus
 }

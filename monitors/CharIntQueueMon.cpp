@@ -5,6 +5,7 @@
 #include "protocol/CommandRecord.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -17,7 +18,7 @@ CharIntQueueMon::~CharIntQueueMon() {
         while (queue_.Remove(&discard)) {
         }
     }
-    Log(name_.c_str(), 75, "[CharIntQueueMon::~CharIntQueueMon] CharIntQueueMon terminated");
+    Log(name_.c_str(), kLogTrace, "[CharIntQueueMon::~CharIntQueueMon] CharIntQueueMon terminated");
 }
 
 void CharIntQueueMon::Add(int32_t tag, const char* data, int32_t size) {
@@ -39,7 +40,7 @@ void CharIntQueueMon::Remove(int32_t* tag, char* dest, int32_t dataSize, int32_t
     *error = 0;
     Item item;
     if (!queue_.Remove(&item)) {
-        *error = -10009;
+        *error = kNoEntry;
         return;
     }
     int32_t blockSize = static_cast<int32_t>(item.block.size());
@@ -53,12 +54,12 @@ void CharIntQueueMon::Remove(int32_t* tag, char* dest, int32_t dataSize, int32_t
         }
         FormatText(text, sizeof text, "[CharIntQueueMon::Remove()]response dequeued with rspid=%d",
                    item.tag);
-        Log(name_.c_str(), 75, text);
+        Log(name_.c_str(), kLogTrace, text);
     } else {
         FormatText(text, sizeof text,
                    "[CharIntQueueMon::Remove] dataSize (%d) insufficent, need %d", dataSize,
                    blockSize);
-        Log(name_.c_str(), 50, text);
+        Log(name_.c_str(), kLogError, text);
     }
 }
 

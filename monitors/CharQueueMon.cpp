@@ -5,6 +5,7 @@
 #include "protocol/CommandRecord.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -17,7 +18,7 @@ CharQueueMon::~CharQueueMon() {
         while (queue_.Remove(&discard)) {
         }
     }
-    Log(name_.c_str(), 75, "[CharQueueMon::~CharQueueMon] CharQueueMon terminated");
+    Log(name_.c_str(), kLogTrace, "[CharQueueMon::~CharQueueMon] CharQueueMon terminated");
 }
 
 void CharQueueMon::Add(const char* text) {
@@ -35,7 +36,7 @@ void CharQueueMon::Remove(char* dest, int32_t dataSize, int32_t* error) {
     *error = 0;
     std::string item;
     if (!queue_.Remove(&item)) {
-        *error = -10009;
+        *error = kNoEntry;
         return;
     }
     if (dataSize >= 0 && item.size() <= static_cast<size_t>(dataSize)) {
@@ -44,7 +45,7 @@ void CharQueueMon::Remove(char* dest, int32_t dataSize, int32_t* error) {
         char text[kLogTextSize];
         FormatText(text, sizeof text, "[CharQueueMon::Remove] dataSize (%d) insufficent, need %d",
                    dataSize, static_cast<int>(item.size()));
-        Log(name_.c_str(), 50, text);
+        Log(name_.c_str(), kLogError, text);
     }
 }
 

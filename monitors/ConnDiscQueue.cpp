@@ -6,6 +6,7 @@
 #include "protocol/CommandRecord.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -18,7 +19,7 @@ ConnDiscQueue::~ConnDiscQueue() {
         while (queue_.Remove(&discard)) {
         }
     }
-    Log(name_.c_str(), 75, "[ConnDiscQueue::~ConnDiscQueue] ConnDiscQueue terminated");
+    Log(name_.c_str(), kLogTrace, "[ConnDiscQueue::~ConnDiscQueue] ConnDiscQueue terminated");
 }
 
 void ConnDiscQueue::Add(const char* mac, uint8_t connected, int32_t* error) {
@@ -39,7 +40,7 @@ void ConnDiscQueue::Remove(char* dest, int32_t dataSize, uint8_t* connected, int
     *error = 0;
     Item item;
     if (!queue_.Remove(&item)) {
-        *error = -10009;
+        *error = kNoEntry;
         return;
     }
     if (dataSize >= 0 && item.mac.size() <= static_cast<size_t>(dataSize)) {
@@ -50,7 +51,7 @@ void ConnDiscQueue::Remove(char* dest, int32_t dataSize, uint8_t* connected, int
         char text[kLogTextSize];
         FormatText(text, sizeof text, "[ConnDiscQueue::Remove] dataSize (%d) insufficent, need %d",
                    dataSize, static_cast<int>(item.mac.size()));
-        Log(name_.c_str(), 50, text);
+        Log(name_.c_str(), kLogError, text);
     }
 }
 

@@ -4,11 +4,13 @@
 #include <cstring>
 
 #include "monitors/Globals.h"
+#include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -26,7 +28,7 @@ HandleHashMon::~HandleHashMon() {
         }
         workers_.clear();
     }
-    Log(name_.c_str(), 75, "[HandleHashMon::~HandleHashMon] HandleHashMon terminated");
+    Log(name_.c_str(), kLogTrace, "[HandleHashMon::~HandleHashMon] HandleHashMon terminated");
 }
 
 // Grows the anonymous array by ten; entered with the mutex held. Growth comes one entry early:
@@ -34,10 +36,10 @@ HandleHashMon::~HandleHashMon() {
 void HandleHashMon::Increase() {
     char text[kLogTextSize];
     FormatText(text, sizeof text, "[HandleHashMon::Increase] size =%d, num =%d", size_, num_);
-    Log(name_.c_str(), 50, text);
+    Log(name_.c_str(), kLogError, text);
     for (int32_t ii = 0; ii < num_; ++ii) {
         FormatText(text, sizeof text, " ii =%d", ii);
-        Log(name_.c_str(), 75, text);
+        Log(name_.c_str(), kLogTrace, text);
     }
     size_ += 10;
     workers_.resize(static_cast<size_t>(size_));
@@ -78,17 +80,17 @@ void HandleHashMon::PostWorkerMsg(const char* mac, uint32_t message, int32_t* re
     std::lock_guard<std::mutex> g(lock_);
     HandleEntry* entry = Find(MessageUtil::MacHash(mac));
     if (entry == nullptr) {
-        *result = -10021;
+        *result = kNoWorker;
         return;
     }
     *result = 0;
     if (!platform::PostThreadMessage(entry->threadId, message)) {
-        *result = -10018;
+        *result = kPostFailed;
         char text[kLogTextSize], text2[kLogTextSize];
         FormatText(text, sizeof text, "[HandleHashMon::PostWorkerMsg] Error on PostThreadMessage mac=%s",
                    mac);
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), 50, text, text2);
+        Log(name_.c_str(), kLogError, text, text2);
     }
 }
 
@@ -96,7 +98,7 @@ void HandleHashMon::GetConnected(char* buffer, int32_t size, int32_t* error) {
     std::lock_guard<std::mutex> g(lock_);
     *error = 0;
     if (buffer == nullptr || size <= 0) {
-        *error = -10006;
+        *error = kTooLarge;
         return;
     }
     std::memset(buffer, 0, static_cast<size_t>(size));
@@ -105,14 +107,14 @@ void HandleHashMon::GetConnected(char* buffer, int32_t size, int32_t* error) {
         size_t used = std::strlen(buffer);
         if (used > 0) {
             if (static_cast<size_t>(size) <= used + 1) {
-                *error = -10006;
+                *error = kTooLarge;
                 return false;
             }
             std::strcat(buffer, ",");
             ++used;
         }
         if (static_cast<size_t>(size) <= used + e.name.size() + 2) {
-            *error = -10006;
+            *error = kTooLarge;
             return false;
         }
         std::strcat(buffer, e.name.c_str());
@@ -122,7 +124,7 @@ void HandleHashMon::GetConnected(char* buffer, int32_t size, int32_t* error) {
 
 void HandleHashMon::RemoveWorker(const char* mac, int32_t* error) {
     std::lock_guard<std::mutex> g(lock_);
-    *error = Remove(MessageUtil::MacHash(mac), nullptr) ? 0 : -10009;
+    *error = Remove(MessageUtil::MacHash(mac), nullptr) ? 0 : kNoEntry;
 }
 
 void HandleHashMon::RemoveWorkerOf(const char* mac, uint32_t threadId, int32_t* error) {
@@ -130,7 +132,7 @@ void HandleHashMon::RemoveWorkerOf(const char* mac, uint32_t threadId, int32_t* 
     bool removed = RemoveIf(
         MessageUtil::MacHash(mac), [threadId](const HandleEntry& e) { return e.threadId == threadId; },
         nullptr);
-    *error = removed ? 0 : -10009;
+    *error = removed ? 0 : kNoEntry;
 }
 
 uint32_t HandleHashMon::WorkerThreadOf(const char* mac) {
@@ -150,7 +152,7 @@ void HandleHashMon::RemoveUnidentified(uint32_t threadId, const void*, int32_t* 
             return;
         }
     }
-    *result = -10021;
+    *result = kNoWorker;
 }
 
 int32_t HandleHashMon::UnidentifiedCount() {
@@ -160,7 +162,7 @@ int32_t HandleHashMon::UnidentifiedCount() {
 
 // Entered with the mutex held: the order is workerMon before sendMon.
 void HandleHashMon::QueueTerminateFor(const char* mac) {
-    util_.QueueCommand(mac, 0, 0, msgBuffer_, "", "");
+    QueueCommand(record_, mac, 0, 0, msgBuffer_, "", "");
 }
 
 void HandleHashMon::SendTerminateAll() {
@@ -193,7 +195,7 @@ void HandleHashMon::TerminateAll() {
             if (!platform::TerminateThread(entry.threadId)) {
                 char text2[kLogTextSize];
                 FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-                Log(name_.c_str(), 50, "[HandleHashMon::TerminateAll] Error on TerminateThread (hash)",
+                Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateAll] Error on TerminateThread (hash)",
                     text2);
             }
         }
@@ -210,7 +212,7 @@ void HandleHashMon::TerminateByName(const char* mac) {
     if (!platform::TerminateThread(entry.threadId)) {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), 50, "[HandleHashMon::TerminateByName] Error on TerminateThread", text2);
+        Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateByName] Error on TerminateThread", text2);
     }
 }
 

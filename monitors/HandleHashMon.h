@@ -64,6 +64,8 @@ private:
     int32_t num_ = 0;
     char msgBuffer_[kMessageBufferSize + 1];
     MessageUtil util_;
+    // The terminate command as it goes into sendMon.
+    CommandRecord record_{};
 };
 
 }  // namespace zanth

@@ -7,12 +7,13 @@
 #include "protocol/CommandRecord.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
 HandleMon::HandleMon(const char* name) : name_(name ? name : "") { entries_.reserve(10); }
 
-HandleMon::~HandleMon() { Log(name_.c_str(), 75, "[HandleMon::~HandleMon] HandleMon terminated"); }
+HandleMon::~HandleMon() { Log(name_.c_str(), kLogTrace, "[HandleMon::~HandleMon] HandleMon terminated"); }
 
 int32_t HandleMon::IndexOf(const char* name) const {
     for (size_t i = 0; i < entries_.size(); ++i) {
@@ -35,7 +36,7 @@ void HandleMon::Remove(const char* name, int32_t* index) {
     std::lock_guard<std::mutex> g(lock_);
     int32_t i = IndexOf(name);
     if (i < 0) {
-        *index = -10021;
+        *index = kNoWorker;
         return;
     }
     entries_.erase(entries_.begin() + i);
@@ -69,7 +70,7 @@ void HandleMon::ShouldStop(const char* name, uint8_t* stop) {
 void HandleMon::SetStop(const char* name, uint8_t stop, int32_t* index) {
     std::lock_guard<std::mutex> g(lock_);
     int32_t i = IndexOf(name);
-    *index = i < 0 ? -10021 : i;
+    *index = i < 0 ? kNoWorker : i;
     if (i >= 0) entries_[static_cast<size_t>(i)].stop = stop;
 }
 
@@ -77,18 +78,18 @@ void HandleMon::PostMsgByName(const char* name, uint32_t message, int32_t* resul
     std::lock_guard<std::mutex> g(lock_);
     int32_t i = IndexOf(name);
     if (i < 0) {
-        *result = -10021;
+        *result = kNoWorker;
         return;
     }
     *result = i;
     uint32_t id = entries_[static_cast<size_t>(i)].threadId;
     if (id != 0 && !platform::PostThreadMessage(id, message)) {
-        *result = -10018;
+        *result = kPostFailed;
         char text[kLogTextSize], text2[kLogTextSize];
         FormatText(text, sizeof text, "[HandleMon::PostMsgByName] Error on PostThreadMessage %s",
                    name);
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), 50, text, text2);
+        Log(name_.c_str(), kLogError, text, text2);
     }
 }
 
@@ -100,7 +101,7 @@ void HandleMon::TerminateByName(const char* name) {
     if (!platform::TerminateThread(id)) {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), 50, "[HandleMon::TerminateByName] Error on TerminateThread", text2);
+        Log(name_.c_str(), kLogError, "[HandleMon::TerminateByName] Error on TerminateThread", text2);
     }
     entries_.erase(entries_.begin() + i);
 }
@@ -111,7 +112,7 @@ void HandleMon::TerminateAll() {
         if (e.threadId != 0 && !platform::TerminateThread(e.threadId)) {
             char text2[kLogTextSize];
             FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-            Log(name_.c_str(), 50, "[HandleMon::TerminateByName] Error on TerminateThread", text2);
+            Log(name_.c_str(), kLogError, "[HandleMon::TerminateByName] Error on TerminateThread", text2);
         }
     }
     entries_.clear();

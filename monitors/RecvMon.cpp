@@ -13,7 +13,7 @@ RecvMon::RecvMon(const char* name) : name_(name ? name : "") {
     std::memset(buffer_, 0, sizeof buffer_);
 }
 
-RecvMon::~RecvMon() { Log(name_.c_str(), 75, "[RecvMon::~RecvMon] RecvMon terminated"); }
+RecvMon::~RecvMon() { Log(name_.c_str(), kLogTrace, "[RecvMon::~RecvMon] RecvMon terminated"); }
 
 void RecvMon::DropWorker(const char* mac) {
     if (!workerMon || mac == nullptr) return;
@@ -42,7 +42,7 @@ bool RecvMon::GetBuffer(char* dest, const char* mac) {
     for (;;) {
         uint32_t wait = waitTime_.load();
         if (!hRecv_.Lock(wait)) {
-            Log(name_.c_str(), 75, "[RecvMon::GetBuffer] hRecv timeout");
+            Log(name_.c_str(), kLogTrace, "[RecvMon::GetBuffer] hRecv timeout");
             DropWorker(mac);
             return Fail(dest);
         }
@@ -55,7 +55,7 @@ bool RecvMon::GetBuffer(char* dest, const char* mac) {
         }
         hRecv_.Unlock();
         if (!bufferFull_.Wait(wait)) {
-            Log(name_.c_str(), 75, "[RecvMon::GetBuffer] bufferFull timeout");
+            Log(name_.c_str(), kLogTrace, "[RecvMon::GetBuffer] bufferFull timeout");
             DropWorker(mac);
             return Fail(dest);
         }

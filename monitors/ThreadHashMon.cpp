@@ -1,8 +1,10 @@
 #include "monitors/ThreadHashMon.h"
 
+#include "monitors/Globals.h"
 #include "platform/Thread.h"
-
 #include "protocol/MessageUtil.h"
+#include "protocol/Result.h"
+#include "protocol/Text.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
@@ -18,7 +20,7 @@ ThreadHashMon::~ThreadHashMon() {
             }
         }
     }
-    Log(name_.c_str(), 75, "[ThreadHashMon::~ThreadHashMon] ThreadHashMon terminated");
+    Log(name_.c_str(), kLogTrace, "[ThreadHashMon::~ThreadHashMon] ThreadHashMon terminated");
 }
 
 void ThreadHashMon::Put(const CommandRecord& record, const char* mac) {
@@ -48,7 +50,7 @@ void ThreadHashMon::Get(CommandRecord* dest, const char* mac, int32_t* error) {
     {
         std::lock_guard<std::mutex> g(lock_);
         if (!Remove(MessageUtil::MacHash(mac), &record)) {
-            *error = -10009;
+            *error = kNoEntry;
             return;
         }
     }
@@ -59,6 +61,17 @@ void ThreadHashMon::Get(CommandRecord* dest, const char* mac, int32_t* error) {
 int32_t ThreadHashMon::CountFor(const char* mac) {
     std::lock_guard<std::mutex> g(lock_);
     return Count(MessageUtil::MacHash(mac));
+}
+
+int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                     const char* message, const char* gatewayPathFile, const char* pcPathFile) {
+    record.rspfunc = rspfunc;
+    record.rspid = rspid;
+    CopyBounded(record.message, message, sizeof record.message);
+    CopyBounded(record.gatewayPathFile, gatewayPathFile, sizeof record.gatewayPathFile);
+    CopyBounded(record.pcPathFile, pcPathFile, sizeof record.pcPathFile);
+    if (sendMon) sendMon->Put(record, mac);
+    return 0;
 }
 
 }  // namespace zanth

@@ -14,7 +14,7 @@
 namespace zanth {
 
 class ThreadHashMon : private HashTable<std::unique_ptr<CommandRecord>> {
-public:
+  public:
     static constexpr int32_t kBuckets = 127;
 
     explicit ThreadHashMon(const char* name);
@@ -30,10 +30,15 @@ public:
     void SetCollector(const char* mac, uint32_t threadId);
     void ClearCollector(const char* mac, uint32_t threadId);
 
-private:
+  private:
     std::mutex lock_;
     std::unordered_map<uint32_t, uint32_t> collectors_;
     std::string name_;
 };
+
+// Queues a command for the MAC's Worker: everything is copied into the caller's `record`, which
+// goes into sendMon. Always 0.
+int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                     const char* message, const char* gatewayPathFile, const char* pcPathFile);
 
 }  // namespace zanth

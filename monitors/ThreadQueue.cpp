@@ -1,6 +1,7 @@
 #include "monitors/ThreadQueue.h"
 
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -9,7 +10,7 @@ ThreadQueue::ThreadQueue(const char* name) : name_(name ? name : "") {}
 ThreadQueue::~ThreadQueue() {
     CommandRecord* record = nullptr;
     while (queue_.Remove(&record)) delete record;
-    Log(name_.c_str(), 75, "[ThreadQueue::~ThreadQueue] ThreadQueue terminated");
+    Log(name_.c_str(), kLogTrace, "[ThreadQueue::~ThreadQueue] ThreadQueue terminated");
 }
 
 void ThreadQueue::Add(const CommandRecord& record) {
@@ -19,7 +20,7 @@ void ThreadQueue::Add(const CommandRecord& record) {
 
 int32_t ThreadQueue::Remove(CommandRecord* dest) {
     CommandRecord* record = nullptr;
-    if (!queue_.Remove(&record)) return -10009;
+    if (!queue_.Remove(&record)) return kNoEntry;
     *dest = *record;
     delete record;
     return 0;

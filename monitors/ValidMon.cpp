@@ -8,12 +8,13 @@
 #include "protocol/MessageUtil.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
 ValidMon::ValidMon(const char* name) : name_(name ? name : "") {}
 
-ValidMon::~ValidMon() { Log(name_.c_str(), 75, "[ValidMon::~ValidMon] ValidMon terminated"); }
+ValidMon::~ValidMon() { Log(name_.c_str(), kLogTrace, "[ValidMon::~ValidMon] ValidMon terminated"); }
 
 void ValidMon::SetList(const char* text) {
     std::lock_guard<std::mutex> g(lock_);
@@ -39,7 +40,7 @@ void ValidMon::GetList(char* buffer, int32_t size, int32_t* error) {
     std::lock_guard<std::mutex> g(lock_);
     *error = 0;
     if (buffer == nullptr || size <= 0) {
-        *error = -10006;
+        *error = kTooLarge;
         return;
     }
     std::memset(buffer, 0, static_cast<size_t>(size));
@@ -47,7 +48,7 @@ void ValidMon::GetList(char* buffer, int32_t size, int32_t* error) {
         if (size > 4) {
             std::strcpy(buffer, "ALL");
         } else {
-            *error = -10006;
+            *error = kTooLarge;
         }
     }
     if (*error != 0) return;
@@ -55,7 +56,7 @@ void ValidMon::GetList(char* buffer, int32_t size, int32_t* error) {
     for (const std::string& mac : macs_) {
         if (used > 0) buffer[used++] = ',';
         if (static_cast<size_t>(size) <= used + mac.size() + 2) {
-            *error = -10006;
+            *error = kTooLarge;
             return;
         }
         std::memcpy(buffer + used, mac.c_str(), mac.size() + 1);

@@ -18,7 +18,7 @@ ConnDiscController::ConnDiscController(const char* name) : name_(name ? name : "
 
 ConnDiscController::~ConnDiscController() {
     { std::lock_guard<std::mutex> g(lock_); }
-    Log(name_.c_str(), 75, "[ConnDiscController::~ConnDiscController] ConnDiscController terminated");
+    Log(name_.c_str(), kLogTrace, "[ConnDiscController::~ConnDiscController] ConnDiscController terminated");
 }
 
 int32_t ConnDiscController::SetConnectedCallback(ZanthConnectionCallback callback) {
@@ -50,7 +50,7 @@ void ConnDiscController::StartWorkerThread() {
     } else {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", error);
-        Log(name_.c_str(), 50, "[ConnDiscController::StartWorkerThread] Error on CreateThread",
+        Log(name_.c_str(), kLogError, "[ConnDiscController::StartWorkerThread] Error on CreateThread",
             text2);
     }
 }

@@ -20,7 +20,7 @@ Reset::~Reset() {
         int32_t index = 0;
         handleMon->Remove("reset", &index);
     }
-    Log(name_, 75, "[Reset::~Reset] reset thread terminated");
+    Log(name_, kLogTrace, "[Reset::~Reset] reset thread terminated");
     handleMon->SetTerminating(0);
 }
 
@@ -30,7 +30,7 @@ void Reset::Run() {
         // A failing take is not told from an ordinary quit, and nothing is logged.
         if (platform::GetThreadMessage(&message) <= 0) return;
         if (message == TERM_MSG) {
-            Log(name_, 75, "[Reset::Run] GetMessage = TERM_MSG");
+            Log(name_, kLogTrace, "[Reset::Run] GetMessage = TERM_MSG");
             return;
         }
         uint8_t terminating = 0;

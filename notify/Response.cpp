@@ -22,7 +22,7 @@ Response::~Response() {
     uint8_t stop = 0;
     handleMon->ShouldStop(name_, &stop);
     if (!stop) handleMon->RemoveIfThread(name_, platform::CurrentThreadId());
-    Log(name_, 75, "[Response::~Response] Response thread terminated");
+    Log(name_, kLogTrace, "[Response::~Response] Response thread terminated");
 }
 
 void Response::Run() {

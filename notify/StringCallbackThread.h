@@ -53,7 +53,7 @@ protected:
         uint8_t stop = 0;
         handleMon->ShouldStop(name_, &stop);
         if (!stop) handleMon->RemoveIfThread(name_, platform::CurrentThreadId());
-        Log(name_, 75, text);
+        Log(name_, kLogTrace, text);
     }
 
 private:

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 
-#include "monitors/Globals.h"
-#include "monitors/ThreadHashMon.h"
 #include "platform/Socket.h"
 #include "protocol/Codes.h"
 #include "protocol/Text.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 namespace {
@@ -44,7 +44,7 @@ static_assert(sizeof kPunchThrough / sizeof kPunchThrough[0] == 55, "55 punch-th
 
 }  // namespace
 
-MessageUtil::MessageUtil() : record_{} {
+MessageUtil::MessageUtil() {
     unknownName_[0] = '\0';
     parsedName_[0] = '\0';
 }
@@ -52,7 +52,7 @@ MessageUtil::MessageUtil() : record_{} {
 int32_t MessageUtil::BuildMessage(int32_t code, const char* payload, size_t payloadLen, char* out,
                                   size_t outSize) {
     std::memset(out, 0, outSize);
-    if (outSize < kClearHeaderSize || payloadLen > outSize - kClearHeaderSize) return -10006;
+    if (outSize < kClearHeaderSize || payloadLen > outSize - kClearHeaderSize) return kTooLarge;
     char header[kClearHeaderSize + 12];
     FormatText(header, sizeof header, "%04d;%04d;", code,
                static_cast<int>(payloadLen + kClearHeaderSize));
@@ -65,21 +65,21 @@ int32_t MessageUtil::ParseMessage(const char* text, size_t textLen, char* dataOu
                                   int32_t* code, int32_t* dataLen) {
     if (dataOut && dataSize > 0) std::memset(dataOut, 0, dataSize);
     *code = 0;
-    if (textLen < kClearHeaderSize) return -10023;
+    if (textLen < kClearHeaderSize) return kShortFrame;
     HeaderFields header(text);
-    if (header.first == nullptr) return -10024;
+    if (header.first == nullptr) return kBadHeader;
     size_t digits = std::min<size_t>(std::strlen(header.first), 5);
     for (size_t i = 0; i < digits; ++i) {
-        if (!std::isdigit(static_cast<unsigned char>(header.first[i]))) return -10024;
+        if (!std::isdigit(static_cast<unsigned char>(header.first[i]))) return kBadHeader;
     }
     char codeText[6] = {};
     std::memcpy(codeText, header.first, digits);
     *code = DecimalValue(codeText);
-    if (header.second == nullptr) return -10024;
+    if (header.second == nullptr) return kBadHeader;
     // The length field is not tested for digits: a non-digit reads as 0 and so as -10026.
     int32_t length = DecimalValue(header.second) - kClearHeaderSize;
     *dataLen = length;
-    if (length < 0) return -10026;
+    if (length < 0) return kBadLength;
     // Copy only what the text really holds and what the destination can take with its terminator.
     size_t copy = std::min<size_t>(static_cast<size_t>(length), textLen - kClearHeaderSize);
     if (dataOut && dataSize > 0) {
@@ -143,18 +143,6 @@ uint32_t MessageUtil::MacHash(const char* mac) {
     return key;
 }
 
-int32_t MessageUtil::QueueCommand(const char* mac, int32_t rspfunc, int32_t rspid,
-                                  const char* message, const char* gatewayPathFile,
-                                  const char* pcPathFile) {
-    record_.rspfunc = rspfunc;
-    record_.rspid = rspid;
-    CopyBounded(record_.message, message, sizeof record_.message);
-    CopyBounded(record_.gatewayPathFile, gatewayPathFile, sizeof record_.gatewayPathFile);
-    CopyBounded(record_.pcPathFile, pcPathFile, sizeof record_.pcPathFile);
-    if (sendMon) sendMon->Put(record_, mac);
-    return 0;
-}
-
 void MessageUtil::SocketErrorText(int error, char* out, size_t outSize) {
     const char* name = platform::WinsockErrorName(error);
     FormatText(out, outSize, "Winsock %d: %s", error, name ? name : "Unknown error code");
@@ -179,7 +167,7 @@ char* MessageUtil::TrimOrZero(char* text) {
 }
 
 int32_t MessageUtil::ParseEncryptedLength(const char* text, long textLen) {
-    if (textLen < kEncryptedHeaderSize) return -10023;
+    if (textLen < kEncryptedHeaderSize) return kShortFrame;
     return CodeOf(text) - kEncryptedHeaderSize;
 }
 
@@ -192,16 +180,16 @@ bool MessageUtil::IsCompleteEncrypted(const char* text, long textLen) {
 int32_t MessageUtil::EncryptMessage(const char* plain, int32_t plainLen, char* out, int32_t outSize,
                                     int32_t* outLen, const unsigned char* key) {
     if (outSize > 0) std::memset(out, 0, static_cast<size_t>(outSize));
-    if (outSize <= kEncryptedHeaderSize) return -10006;
+    if (outSize <= kEncryptedHeaderSize) return kTooLarge;
     int32_t cipherLen = 0;
     int32_t rc = crypto_.Encrypt(reinterpret_cast<const unsigned char*>(plain), plainLen,
                                  reinterpret_cast<unsigned char*>(out + kEncryptedHeaderSize),
                                  outSize - kEncryptedHeaderSize, &cipherLen, key);
-    if (rc < 0) return -10022;
+    if (rc < 0) return kCipherFailed;
     // The length field has four digits, and the cipher text must lie inside the buffer.
     if (cipherLen < 0 || cipherLen > outSize - kEncryptedHeaderSize ||
         cipherLen + kEncryptedHeaderSize > 9999)
-        return -10022;
+        return kCipherFailed;
     *outLen = cipherLen;
     char header[16];
     FormatText(header, sizeof header, "%04d;", cipherLen + kEncryptedHeaderSize);
@@ -215,13 +203,13 @@ int32_t MessageUtil::DecryptMessage(const char* frame, int32_t frameLen, char* p
     if (plainSize > 0) std::memset(plainOut, 0, static_cast<size_t>(plainSize));
     int32_t cipherLen = ParseEncryptedLength(frame, frameLen);
     if (cipherLen < 0) return cipherLen;
-    if (cipherLen > frameLen - kEncryptedHeaderSize || plainSize < 1) return -10022;
+    if (cipherLen > frameLen - kEncryptedHeaderSize || plainSize < 1) return kCipherFailed;
     int32_t length = 0;
     // One byte of the room stays for the terminator.
     int32_t rc = crypto_.Decrypt(reinterpret_cast<const unsigned char*>(frame + kEncryptedHeaderSize),
                                  cipherLen, reinterpret_cast<unsigned char*>(plainOut),
                                  plainSize - 1, &length, key);
-    if (rc < 0 || length < 0 || length > plainSize - 1) return -10022;
+    if (rc < 0 || length < 0 || length > plainSize - 1) return kCipherFailed;
     plainOut[length] = '\0';
     *plainLen = length;
     return 0;

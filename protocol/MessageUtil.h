@@ -42,9 +42,6 @@ public:
     static bool IsPunchThroughCode(int32_t code);
     // The hexadecimal digits of a MAC as one 32-bit number; separators and case don't matter.
     static uint32_t MacHash(const char* mac);
-    // Copies everything into this object's record and puts it in sendMon under `mac`. Always 0.
-    int32_t QueueCommand(const char* mac, int32_t rspfunc, int32_t rspid, const char* message,
-                         const char* gatewayPathFile, const char* pcPathFile);
     // "Winsock %d: <text>", bounded by outSize.
     static void SocketErrorText(int error, char* out, size_t outSize);
     static char* TrimSpaces(char* text);
@@ -66,7 +63,6 @@ public:
 private:
     char unknownName_[48];
     char parsedName_[64];
-    CommandRecord record_;
     Crypto crypto_;
 };
 

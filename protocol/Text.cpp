@@ -22,15 +22,27 @@ char* Tokenize(char* text, const char* delimiters, char** state) {
     return ::strtok_r(text, delimiters, state);
 }
 
+namespace {
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+}
+
+}  // namespace
+
 int32_t DecimalValue(const char* text) {
     if (text == nullptr) return 0;
-    while (*text == ' ' || *text == '\t' || *text == '\n' || *text == '\r' || *text == '\f' ||
-           *text == '\v')
-        ++text;
+    return DecimalValue(text, std::strlen(text));
+}
+
+int32_t DecimalValue(const char* text, size_t length) {
+    if (text == nullptr) return 0;
+    const char* end = text + ::strnlen(text, length);
+    while (text < end && IsBlank(*text)) ++text;
     bool negative = false;
-    if (*text == '+' || *text == '-') negative = (*text++ == '-');
+    if (text < end && (*text == '+' || *text == '-')) negative = (*text++ == '-');
     long long value = 0;
-    while (std::isdigit(static_cast<unsigned char>(*text))) {
+    while (text < end && std::isdigit(static_cast<unsigned char>(*text))) {
         value = value * 10 + (*text++ - '0');
         if (value > static_cast<long long>(INT32_MAX) + 1) break;
     }
@@ -38,6 +50,29 @@ int32_t DecimalValue(const char* text) {
     if (value > INT32_MAX) return INT32_MAX;
     if (value < INT32_MIN) return INT32_MIN;
     return static_cast<int32_t>(value);
+}
+
+bool UnsignedValue(const char* text, size_t length, uint32_t* value) {
+    if (text == nullptr || value == nullptr) return false;
+    const char* end = text + ::strnlen(text, length);
+    while (text < end && IsBlank(*text)) ++text;
+    bool negative = false;
+    if (text < end && (*text == '+' || *text == '-')) negative = (*text++ == '-');
+    if (text == end || !std::isdigit(static_cast<unsigned char>(*text))) return false;
+    unsigned long long n = 0;
+    bool overflow = false;
+    for (; text < end && std::isdigit(static_cast<unsigned char>(*text)); ++text) {
+        unsigned digit = static_cast<unsigned>(*text - '0');
+        if (n > (ULLONG_MAX - digit) / 10) overflow = true;
+        if (!overflow) n = n * 10 + digit;
+    }
+    if (overflow) {
+        *value = UINT32_MAX;
+        return true;
+    }
+    if (negative) n = 0 - n;
+    *value = static_cast<uint32_t>(n);
+    return true;
 }
 
 int FormatText(char* out, size_t size, const char* format, ...) {

@@ -5,6 +5,7 @@
 #include "protocol/Text.h"
 #include "security/EncryptionPlugin.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -24,8 +25,8 @@ void* Crypto::Resolve(const char* method, const char* entry) {
         if (module_ == nullptr) {
             FormatText(logText_, sizeof logText_, "[Crypto::%s] Error loading %s library", method,
                        kEncryptionLibraryLogName);
-            Log(name_, 50, logText_, "");
-            result_ = -10022;
+            Log(name_, kLogError, logText_, "");
+            result_ = kCipherFailed;
             return nullptr;
         }
     }
@@ -36,8 +37,8 @@ void* Crypto::Resolve(const char* method, const char* entry) {
         module_ = nullptr;
         FormatText(logText_, sizeof logText_, "[Crypto::%s] Error getting %s function", method,
                    entry);
-        Log(name_, 50, logText_, "");
-        result_ = -10022;
+        Log(name_, kLogError, logText_, "");
+        result_ = kCipherFailed;
     }
     return fn;
 }

@@ -23,7 +23,7 @@ SeedHashMon::~SeedHashMon() {
         std::lock_guard<std::recursive_mutex> g(lock_);
         Clear();
     }
-    Log(name_.c_str(), 75, "[SeedHashMon::~SeedHashMon] SeedHashMon terminated");
+    Log(name_.c_str(), kLogTrace, "[SeedHashMon::~SeedHashMon] SeedHashMon terminated");
 }
 
 void SeedHashMon::Clear() {
@@ -42,7 +42,7 @@ void SeedHashMon::Load() {
     char text[kLogTextSize + 300];
     if (file == nullptr) {
         FormatText(text, sizeof text, "[SeedHashMon::Load] Error opening %s", path_.c_str());
-        Log(name_.c_str(), 50, text);
+        Log(name_.c_str(), kLogError, text);
         return;
     }
     // Lines are read 250 characters at a time: a longer one comes in parts, each taken as a line.
@@ -57,7 +57,7 @@ void SeedHashMon::Load() {
             FormatText(text, sizeof text, "[SeedHashMon::Load] Invalid line in %s", kFileName);
             char second[kLogTextSize + 300];
             FormatText(second, sizeof second, "line = %s", line);
-            Log(name_.c_str(), 50, text, second);
+            Log(name_.c_str(), kLogError, text, second);
         } else {
             Add(key + 9, seed);
         }
@@ -92,7 +92,7 @@ void SeedHashMon::Get(const char* mac, char* dest, int32_t size) {
         char text[kLogTextSize];
         FormatText(text, sizeof text, "[SeedHashMon::Get] MAC Address 02:5A:37:%s not found in %s",
                    mac, kFileName);
-        Log(name_.c_str(), 50, text);
+        Log(name_.c_str(), kLogError, text);
     }
 }
 

@@ -11,6 +11,14 @@
 
 namespace zanth {
 
+// The levels of a log line; a line is written when its level is at most the debug level.
+enum LogLevel : int32_t {
+    kLogAlways = 0,
+    kLogFatal = 25,  // a construction that failed
+    kLogError = 50,  // an error or a refused argument; the default debug level
+    kLogTrace = 75,
+};
+
 class LogMon {
 public:
     explicit LogMon(const char* name);

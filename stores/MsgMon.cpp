@@ -7,6 +7,7 @@
 #include "platform/File.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
+#include "protocol/Result.h"
 
 namespace zanth {
 namespace {
@@ -28,7 +29,7 @@ MsgMon::MsgMon(const char* name, const char* fileName)
 
 MsgMon::~MsgMon() {
     FormatText(logText_, sizeof logText_, "[MsgMon::~MsgMon] MsgMon terminated %s", path_.c_str());
-    Log(name_.c_str(), 75, logText_);
+    Log(name_.c_str(), kLogTrace, logText_);
 }
 
 void MsgMon::ResetFields() {
@@ -52,7 +53,7 @@ void MsgMon::Open() {
         if (fd < 0) {
             FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (create) %s",
                        path_.c_str());
-            Log(name_.c_str(), 25, logText_);
+            Log(name_.c_str(), kLogFatal, logText_);
             SetLibraryTerminating();
             return;
         }
@@ -61,7 +62,7 @@ void MsgMon::Open() {
         if (platform::Seek(fd, 0) != 0) {
             platform::CloseFile(fd);
             FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s", path_.c_str());
-            Log(name_.c_str(), 25, logText_);
+            Log(name_.c_str(), kLogFatal, logText_);
             SetLibraryTerminating();
             return;
         }
@@ -89,7 +90,7 @@ void MsgMon::Open() {
             if (fd < 0) {
                 FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (recreate) %s",
                            path_.c_str());
-                Log(name_.c_str(), 25, logText_);
+                Log(name_.c_str(), kLogFatal, logText_);
                 SetLibraryTerminating();
                 return;
             }
@@ -108,16 +109,16 @@ int32_t MsgMon::WriteParams(int fd) {
     std::memset(record_, 0, sizeof record_);
     if (platform::Seek(fd, 0) != 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _lseek %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        return -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        return kFileError;
     }
     FormatText(record_, sizeof record_, "%d %d %d %d %d %d", static_cast<int>(logSize_), recordSize_,
                static_cast<int>(readIndex_), static_cast<int>(writeIndex_),
                static_cast<int>(numEntries_), static_cast<int>(numUnread_));
     if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _write %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        return -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        return kFileError;
     }
     return 0;
 }
@@ -128,15 +129,15 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
     if (length > recordSize_ || length > kRecordSize) {
         // Refused whole, not cut.
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] msg is too big (%s)", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10006;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kTooLarge;
         return;
     }
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
         return;
     }
     if (numEntries_ >= logSize_) {
@@ -149,7 +150,7 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
             ++readIndex_;
             if (readIndex_ > logSize_) readIndex_ = 1;
             --numUnread_;
-            if (WriteParams(fd) != 0) *error = -10007;
+            if (WriteParams(fd) != 0) *error = kFileError;
         }
     }
     // The header shares the scratch buffer, so the record goes into it only now.
@@ -159,12 +160,12 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
         // The header still names the slot as unread: it is left alone, and this record lost.
     } else if (platform::Seek(fd, SlotOffset(writeIndex_, recordSize_)) < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
     } else if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
         FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _write %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
     }
     if (*error == 0) {
         ++numEntries_;
@@ -172,7 +173,7 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
         if (writeIndex_ > logSize_) writeIndex_ = 1;
         ++numUnread_;
         if (numUnread_ > logSize_) numUnread_ = logSize_;
-        if (WriteParams(fd) != 0) *error = -10007;
+        if (WriteParams(fd) != 0) *error = kFileError;
     }
     platform::CloseFile(fd);
 }
@@ -180,12 +181,12 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
 void MsgMon::GetMsg(char* dest, int32_t size, int32_t* error) {
     std::lock_guard<std::mutex> g(lock_);
     *error = 0;
-    if (numUnread_ == 0) *error = -10008;
+    if (numUnread_ == 0) *error = kNoMessage;
     if (*error == 0 && size < recordSize_) {
         FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] msg is not large enough (%s)",
                    path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10006;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kTooLarge;
     }
     if (*error != 0) return;
     std::memset(record_, 0, sizeof record_);
@@ -193,25 +194,25 @@ void MsgMon::GetMsg(char* dest, int32_t size, int32_t* error) {
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] Error on _open %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
         return;
     }
     if (platform::Seek(fd, SlotOffset(readIndex_, recordSize_)) < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] Error on _lseek %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
     } else if (platform::ReadFile(fd, record_, kRecordSize) != kRecordSize) {
         FormatText(logText_, sizeof logText_, "[MsgMon::GetMsg] Error on _read %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
     } else {
         std::memcpy(dest, record_, kRecordSize);
         ++readIndex_;
         if (readIndex_ > logSize_) readIndex_ = 1;
         --numUnread_;
         // The record is delivered even when the header can't be rewritten.
-        if (WriteParams(fd) != 0) *error = -10007;
+        if (WriteParams(fd) != 0) *error = kFileError;
     }
     platform::CloseFile(fd);
 }
@@ -223,8 +224,8 @@ void MsgMon::SetLogSize(uint64_t newSize, int32_t* error) {
     int fd = platform::OpenCreateTruncate(path_.c_str());
     if (fd < 0) {
         FormatText(logText_, sizeof logText_, "[MsgMon::SetLogSize] Error on _open %s", path_.c_str());
-        Log(name_.c_str(), 50, logText_);
-        *error = -10007;
+        Log(name_.c_str(), kLogError, logText_);
+        *error = kFileError;
         return;
     }
     // Any change of size discards every record.
@@ -232,7 +233,7 @@ void MsgMon::SetLogSize(uint64_t newSize, int32_t* error) {
     recordSize_ = kRecordSize;
     readIndex_ = writeIndex_ = 1;
     numEntries_ = numUnread_ = 0;
-    if (WriteParams(fd) != 0) *error = -10007;
+    if (WriteParams(fd) != 0) *error = kFileError;
     platform::CloseFile(fd);
 }
 
@@ -249,7 +250,7 @@ void MsgMon::GetUnread(uint64_t* result) {
 void MsgMon::Rebuild() {
     std::lock_guard<std::mutex> g(lock_);
     FormatText(logText_, sizeof logText_, "[MsgMon::~MsgMon] MsgMon terminated %s", path_.c_str());
-    Log(name_.c_str(), 75, logText_);
+    Log(name_.c_str(), kLogTrace, logText_);
     Open();
 }
 

@@ -1,7 +1,5 @@
 // ControllerInfo and GatewayInfo: the controller's own description, as one text.
 
-#include <cstring>
-
 #include "frame/Master.h"
 #include "frame/Transaction.h"
 #include "protocol/Codes.h"
@@ -13,12 +11,7 @@ int32_t Master::GatewayInfo(int32_t rspfunc, int32_t rspid, const char* mac, cha
     Transaction t(*this, "Master::GatewayInfo", rspfunc, rspid, mac);
     if (!t.Admit() || !t.Send(ZANTH_CONTROLLER_INFO)) return t.Result();
     if (!t.Await({{buffer, size}}) || !t.Expect(ZANTH_CONTROLLER_INFO_RSP)) return t.Result();
-    if (buffer == nullptr || size <= t.PayloadLength()) {
-        t.SetResult(-10006);
-        return t.Result();
-    }
-    std::memcpy(buffer, t.Payload(), static_cast<size_t>(t.PayloadLength()));
-    buffer[t.PayloadLength()] = '\0';
+    t.TakePayload(buffer, size);
     return t.Result();
 }
 

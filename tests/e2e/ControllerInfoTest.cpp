@@ -24,16 +24,19 @@ TEST_F(ControllerInfoTest, ReplyTextReachesTheCaller) {
         char list[64];
         return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, "AA:BB:CC") == 0;
     }));
-    std::thread controller([&] {
-        auto request = c.ReadFrame();
-        ASSERT_TRUE(request);
-        EXPECT_EQ(*request, "0079;0010;");
-        c.SendFrame(1079, "Zanth;4.2;AA:BB:CC;");
-    });
-    char info[64];
-    EXPECT_EQ(ControllerInfo("aa:bb:cc", info, sizeof info), 0);
-    EXPECT_STREQ(info, "Zanth;4.2;AA:BB:CC;");
-    controller.join();
+    // Both names land in one method: the same frame out, the same text back.
+    for (auto info : {&ControllerInfo, &GatewayInfo}) {
+        std::thread controller([&] {
+            auto request = c.ReadFrame();
+            ASSERT_TRUE(request);
+            EXPECT_EQ(*request, "0079;0010;");
+            c.SendFrame(1079, "Zanth;4.2;AA:BB:CC;");
+        });
+        char text[64];
+        EXPECT_EQ(info("aa:bb:cc", text, sizeof text), 0);
+        EXPECT_STREQ(text, "Zanth;4.2;AA:BB:CC;");
+        controller.join();
+    }
 }
 
 }  // namespace

@@ -223,6 +223,23 @@ TEST_F(TransactionTest, SendPostAccessMsgDoesNotWait) {
     EXPECT_EQ(SendPostAccessMsg(kMac, huge.c_str()), -10006);
 }
 
+TEST_F(TransactionTest, PayloadOfTheLargestFrameGoesAndOneByteMoreNothingIsQueued) {
+    // The host's own text is the whole payload: 4087 bytes fill a frame.
+    std::string largest(4087, 'x');
+    EXPECT_EQ(RspRecheckLookupCard(1, kMac, largest.c_str()), 0);
+    EXPECT_EQ(std::strlen(TakeCommand().message), 4097u);
+    std::string over = largest + "y";
+    EXPECT_EQ(RspRecheckLookupCard(1, kMac, over.c_str()), -10006);
+    EXPECT_EQ(SendPostAccessMsg(kMac, over.c_str()), -10006);
+    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+}
+
+TEST_F(TransactionTest, ChecksCarryTheirMethodsName) {
+    EXPECT_EQ(RspRebootBoard2(3, kMac, 33), -10002);
+    EXPECT_TRUE(LogContains("[Master::RebootBoard2] target value must be between 0 and 32"));
+    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+}
+
 TEST_F(TransactionTest, RspRepliesAreTaggedInTheResponseQueue) {
     // What a Worker does with an Rsp reply; the host reads it back whole, framing included.
     const char reply[] = "1075;0012;0;";
