@@ -1,5 +1,7 @@
 #include "frame/Master.h"
 
+#include "notify/ResetMon.h"
+
 #include <cstring>
 #include <string>
 
@@ -274,6 +276,21 @@ int32_t Master::RecvWaitTime(int32_t mode, int32_t* value) {
         recvMon->GetWaitTime(value);
     } else if (c.CheckBetween("wait time", *value, 0, 600000)) {
         recvMon->SetWaitTime(value);
+    }
+    return result;
+}
+
+int32_t Master::ResetDLLTime(int32_t mode, int32_t* value) {
+    std::lock_guard<std::recursive_mutex> g(transactionLock_);
+    int32_t result = kOk;
+    ArgumentCheck c("Master::ResetDLLTime", result, logText_, masterName_);
+    if (!c.Present(value) || !c.Check("mode", mode, 0, 1) || !resetMon) {
+        return resetMon ? result : kPostFailed;
+    }
+    if (mode == 0) {
+        resetMon->GetResetTime(value);
+    } else if (c.CheckBetween("reset time", *value, 0, 600000)) {
+        resetMon->SetResetTime(value);
     }
     return result;
 }

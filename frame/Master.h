@@ -46,6 +46,7 @@ class Master {
     int32_t GetDLLVersion(char* buffer, int32_t size);
     int32_t DebugLevel(int32_t mode, int32_t* level);
     int32_t RecvWaitTime(int32_t mode, int32_t* value);
+    int32_t ResetDLLTime(int32_t mode, int32_t* value);
 
     // The log folder.
     int32_t GetLogFilePath(char* path);

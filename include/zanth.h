@@ -150,7 +150,23 @@ ZANTH_API int32_t LogFilePath(int32_t mode, char* path);
 
 /* ---- Library reset ------------------------------------------------------------------------ */
 
-/* (declarations of this family follow) */
+/* Tears the whole library down while the process runs: every controller is told to terminate,
+ * those still there after a second are cut off, the valid list becomes blank (no controller is
+ * accepted until SetValidControllers is called again), and every library thread ends, callback
+ * threads included. Takes at least 7 seconds and blocks the caller until then, or until the reset
+ * time (ResetDLLTime) has passed; returns 0 either way, -10018 before Initialization. Call no
+ * other export meanwhile. Afterwards the host calls Initialization again and registers its
+ * callbacks again. */
+ZANTH_API int32_t ResetDLL(void);
+/* Ends one controller's link: it is told to terminate, then cut off a second later. Blocks until
+ * done: 0, -10004 (MAC not valid), -10003 (not connected), -10018 (before Initialization). */
+ZANTH_API int32_t ResetThread(const char* mac);
+/* As ResetThread, returning at once; the result comes under `rspid` as the frame "0000;00LL;r;"
+ * (code 0, the result as its one field) through GetNextResponse or the response callback. */
+ZANTH_API int32_t RspResetThread(uint32_t rspid, const char* mac);
+/* mode 0 reads into *value, mode 1 sets from *value, how long ResetDLL and ResetThread wait for
+ * the reset (milliseconds, 0 to 600000, 300000 at the start). -10002 out of range. */
+ZANTH_API int32_t ResetDLLTime(int32_t mode, int32_t* value);
 
 /* ---- Host notification: callbacks and polling --------------------------------------------- */
 

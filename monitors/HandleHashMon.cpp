@@ -31,6 +31,20 @@ HandleHashMon::~HandleHashMon() {
     Log(name_.c_str(), kLogTrace, "[HandleHashMon::~HandleHashMon] HandleHashMon terminated");
 }
 
+void HandleHashMon::Rebuild() {
+    {
+        std::lock_guard<std::mutex> g(lock_);
+        for (int32_t b = 0; b < BucketCount(); ++b) {
+            while (Pop(b, nullptr)) {
+            }
+        }
+        workers_.assign(10, HandleEntry{});
+        size_ = 10;
+        num_ = 0;
+    }
+    Log(name_.c_str(), kLogTrace, "[HandleHashMon::~HandleHashMon] HandleHashMon terminated");
+}
+
 // Grows the anonymous array by ten; entered with the mutex held. Growth comes one entry early:
 // the last slot never fills.
 void HandleHashMon::Increase() {

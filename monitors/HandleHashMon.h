@@ -52,6 +52,9 @@ public:
     void TerminateByName(const char* mac);
 
     int32_t UnidentifiedCount();
+    // What a library reset does to the monitor: it ends as its destructor ends it and starts
+    // again empty under its name. Done in place, so that no thread ever meets a missing monitor.
+    void Rebuild();
 
 private:
     void Increase();

@@ -1,15 +1,35 @@
 #include "notify/Reset.h"
 
+#include <cstring>
+
+#include "monitors/CharIntQueueMon.h"
 #include "monitors/Globals.h"
+#include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
+#include "monitors/ThreadHashMon.h"
+#include "monitors/ValidMon.h"
+#include "notify/ResetMon.h"
 #include "platform/Thread.h"
+#include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
+namespace {
+
+// The pauses of a reset are its design: one second for Workers to leave by themselves, one
+// after the forced end, and five that outlast every library thread's polling interval.
+constexpr uint32_t kPoliteExitMilliseconds = 1000;
+constexpr uint32_t kAfterKillMilliseconds = 1000;
+constexpr uint32_t kSettleMilliseconds = 5000;
+
+}  // namespace
 
 Reset::Reset(void* parentWindow, void* instance) : parentWindow_(parentWindow), instance_(instance) {
     CopyBounded(name_, "reset", sizeof name_);
+    std::memset(mac_, 0, sizeof mac_);
+    std::memset(msgBuffer_, 0, sizeof msgBuffer_);
     logText_[0] = '\0';
 }
 
@@ -29,14 +49,109 @@ void Reset::Run() {
         uint32_t message = 0;
         // A failing take is not told from an ordinary quit, and nothing is logged.
         if (platform::GetThreadMessage(&message) <= 0) return;
-        if (message == TERM_MSG) {
-            Log(name_, kLogTrace, "[Reset::Run] GetMessage = TERM_MSG");
-            return;
+        switch (message) {
+            case TERM_MSG:
+                Log(name_, kLogTrace, "[Reset::Run] GetMessage = TERM_MSG");
+                return;
+            case RESET_MSG:
+                Log(name_, kLogTrace, "[Reset::Run] GetMessage = RESET_MSG");
+                ResetDLL();
+                break;
+            case KILL_MSG:
+                Log(name_, kLogTrace, "[Reset::Run] GetMessage = KILL_MSG");
+                ResetThread(false);
+                break;
+            case RKILL_MSG:
+                Log(name_, kLogTrace, "[Reset::Run] GetMessage = RKILL_MSG");
+                ResetThread(true);
+                break;
+            default:
+                break;
         }
         uint8_t terminating = 0;
         handleMon->IsTerminating(&terminating);
         if (terminating) return;
     }
+}
+
+void Reset::ResetDLL() {
+    Log(name_, kLogTrace, "[Reset::ResetDLL] Begin Reset DLL");
+    int32_t index = 0;
+    handleMon->PostMsgByName("listener", TERM_MSG, &index);
+    workerMon->SendTerminateAll();
+    platform::Sleep(kPoliteExitMilliseconds);
+    workerMon->TerminateAll();
+    platform::Sleep(kAfterKillMilliseconds);
+    // No controller is valid afterwards, and the ALL mark is gone.
+    validMon->SetList(" ");
+    workerMon->Rebuild();
+    handleMon->SetTerminating(1);
+    Log(name_, kLogTrace, "[Reset::ResetDLL] Sleep for 5 seconds");
+    platform::Sleep(kSettleMilliseconds);
+    resetMon->Signal();
+    Log(name_, kLogTrace, "[Reset::ResetDLL] Complete Reset DLL");
+}
+
+void Reset::ResetThread(bool respond) {
+    result_ = kOk;
+    Log(name_, kLogTrace, "[Reset::ResetThread] Begin Reset Thread");
+    int32_t error = 0;
+    std::memset(mac_, 0, sizeof mac_);
+    resetMon->TakeRequest(&rspid_, mac_, sizeof mac_, &error);
+    // No request: nothing is signalled, and a blocked ResetThread runs into its time-out.
+    if (error < 0) return;
+    uint8_t flag = 0;
+    validMon->Contains(mac_, &flag);
+    if (flag) {
+        flag = 0;
+        workerMon->IsConnected(mac_, &flag);
+        if (!flag) result_ = kNotConnected;
+    } else {
+        result_ = kNotValid;
+    }
+    if (result_ == kOk) {
+        util_.BuildMessage(ZANTH_TERMINATE, "", 0, msgBuffer_, kMessageBufferSize);
+        QueueCommand(record_, mac_, 0, 0, msgBuffer_, "", "");
+        Log(name_, kLogTrace, "[Reset::ResetThread] Sleep for 1 second");
+        platform::Sleep(kPoliteExitMilliseconds);
+        workerMon->TerminateByName(mac_);
+    }
+    Log(name_, kLogTrace, "[Reset::ResetThread] Complete Reset Thread");
+    if (respond) {
+        char text[16];
+        FormatText(text, sizeof text, "%d;", result_);
+        util_.BuildMessage(0, text, std::strlen(text), msgBuffer_, kMessageBufferSize);
+        responseMon->Add(rspid_, msgBuffer_, static_cast<int32_t>(std::strlen(msgBuffer_) + 1));
+    } else {
+        resetMon->SetThreadResetResult(&result_);
+        resetMon->Signal();
+    }
+}
+
+int32_t ResetDLL() {
+    if (!resetMon || !platform::PostThreadMessage(resetThreadId, RESET_MSG)) return kPostFailed;
+    int32_t wait = 0;
+    // The outcome of the wait isn't the caller's: a reset that outlasts resetTime goes on.
+    resetMon->WaitForResetDLLEvent(&wait);
+    return kOk;
+}
+
+int32_t ResetThread(const char* mac) {
+    if (!resetMon) return kPostFailed;
+    resetMon->AddRequest(0, mac);
+    if (!platform::PostThreadMessage(resetThreadId, KILL_MSG)) return kPostFailed;
+    int32_t wait = 0;
+    resetMon->WaitForResetDLLEvent(&wait);
+    int32_t result = 0;
+    resetMon->GetThreadResetResult(&result);
+    return result;
+}
+
+int32_t RspResetThread(int32_t rspid, const char* mac) {
+    if (!resetMon) return kPostFailed;
+    resetMon->AddRequest(rspid, mac);
+    if (!platform::PostThreadMessage(resetThreadId, RKILL_MSG)) return kPostFailed;
+    return kOk;
 }
 
 }  // namespace zanth

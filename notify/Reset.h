@@ -1,11 +1,12 @@
 #pragma once
 // The thread that carries out library and thread resets. It runs a blocking message loop and
 // ends on TERM_MSG or the terminate byte; its end clears the terminate byte, which is what
-// lets Initialization start the library again after Shutdown.
+// lets Initialization start the library again after Shutdown or a reset.
 
 #include <cstdint>
 
 #include "protocol/CommandRecord.h"
+#include "protocol/MessageUtil.h"
 
 namespace zanth {
 
@@ -16,10 +17,28 @@ public:
     void Run();
 
 private:
+    // Tears down every Worker and the listener, blanks the valid list, rebuilds workerMon and
+    // sets the terminate byte, so that every library thread leaves.
+    void ResetDLL();
+    // Ends the Worker of the oldest requested MAC; `respond` sends the result to responseMon
+    // instead of the blocked ResetThread caller.
+    void ResetThread(bool respond);
+
     char name_[8];
     void* parentWindow_;
     void* instance_;
+    int32_t result_ = 0;
+    int32_t rspid_ = 0;
+    char mac_[kMacSize];
+    char msgBuffer_[kMessageBufferSize + 1];
+    MessageUtil util_;
+    CommandRecord record_{};
     char logText_[kLogTextSize];
 };
+
+// The reset exports, which talk to the Reset thread and not to Master.
+int32_t ResetDLL();
+int32_t ResetThread(const char* mac);
+int32_t RspResetThread(int32_t rspid, const char* mac);
 
 }  // namespace zanth

@@ -12,20 +12,29 @@
 #include "monitors/Globals.h"
 #include "frame/exports/Boundary.h"
 #include "stores/LogMon.h"
+#include "notify/ResetMon.h"
 #include "zanth.h"
 
 namespace zanth {
 
 namespace {
 std::unique_ptr<Master> loaded;
+std::unique_ptr<ResetMon> loadedReset;
 }
 
 Master& TheMaster() { return *loaded; }
 
 namespace test {
 
-void LoadLibrary() { loaded = std::make_unique<Master>("master"); }
-void UnloadLibrary() { loaded.reset(); }
+// Built and destroyed in the order of the shared library's static objects.
+void LoadLibrary() {
+    loaded = std::make_unique<Master>("master");
+    loadedReset = std::make_unique<ResetMon>("resetMon");
+}
+void UnloadLibrary() {
+    loadedReset.reset();
+    loaded.reset();
+}
 bool LibraryLoaded() { return loaded != nullptr; }
 
 int FreePort() {
