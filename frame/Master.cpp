@@ -33,9 +33,6 @@
 namespace zanth {
 namespace {
 
-// How long unloading waits for the library's own threads before it gives them up.
-constexpr std::chrono::milliseconds kUnloadBound(10000);
-
 template <class T>
 void DeleteMonitor(T*& monitor) {
     delete monitor;
@@ -96,12 +93,7 @@ Master::Master(const char* name) {
 Master::~Master() {
     // Unlike the original, the library's threads are told to stop and waited for before the
     // monitors they use go away; nothing of this changes what Shutdown does.
-    handleMon->SetUnloading(true);
-    platform::BeginUnload();
-    int32_t ignored = 0;
-    handleMon->PostMsgByName("listener", TERM_MSG, &ignored);
-    handleMon->PostMsgByName("reset", TERM_MSG, &ignored);
-    if (!platform::WaitForLibraryThreads(kUnloadBound)) {
+    if (!StopLibraryThreads()) {
         // A thread that doesn't end (a host callback that never returns) still uses the
         // monitors: they are left in place rather than pulled from under it.
         Log(masterName_, kLogFatal,

@@ -1,5 +1,7 @@
 #include "monitors/Globals.h"
 
+#include <chrono>
+
 #include "monitors/HandleMon.h"
 
 namespace zanth {
@@ -32,6 +34,18 @@ platform::ThreadId resetThreadId = 0;
 
 void SetLibraryTerminating() {
     if (handleMon) handleMon->SetTerminating(1);
+}
+
+bool StopLibraryThreads() {
+    // How long unloading waits for the library's own threads before it gives them up.
+    constexpr std::chrono::seconds kUnloadBound{10};
+    if (!handleMon) return platform::WaitForLibraryThreads(kUnloadBound);
+    handleMon->SetUnloading(true);
+    platform::BeginUnload();
+    int32_t ignored = 0;
+    handleMon->PostMsgByName("listener", TERM_MSG, &ignored);
+    handleMon->PostMsgByName("reset", TERM_MSG, &ignored);
+    return platform::WaitForLibraryThreads(kUnloadBound);
 }
 
 bool LibraryTerminating() {

@@ -65,5 +65,8 @@ constexpr const char* kLibraryVersion = "2.6.0.10";
 void SetLibraryTerminating();
 // Reads the terminate flag (false before handleMon exists).
 bool LibraryTerminating();
+// What unloading does first, whichever static object goes first: tells every library thread to
+// stop and waits for them, up to a bound. True when none is left, so the monitors may go.
+bool StopLibraryThreads();
 
 }  // namespace zanth

@@ -15,13 +15,21 @@ constexpr uint32_t kStepMilliseconds = 1000;
 
 }  // namespace
 
-ResetMon::ResetMon(const char* name) {
+ResetMon::ResetMon(const char* name)
+    : handles_(std::make_unique<Handles>()), hResetDLL_(handles_->hResetDLL),
+      resetDLLEvent_(handles_->resetDLLEvent) {
     CopyBounded(name_, name ? name : "", sizeof name_);
     resetQueue_ = std::make_unique<CharIntQueueMon>("resetQueue");
     resetMon = this;
 }
 
 ResetMon::~ResetMon() {
+    // It goes before Master on unload, while the Reset thread may still use it.
+    if (!StopLibraryThreads()) {
+        (void)handles_.release();
+        (void)resetQueue_.release();
+        return;
+    }
     if (resetMon == this) resetMon = nullptr;
     resetQueue_.reset();
     Log(name_, kLogTrace, "[ResetMon::~ResetMon] ResetMon terminated");

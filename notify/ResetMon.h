@@ -37,8 +37,14 @@ public:
     void SetThreadResetResult(const int32_t* value);
 
 private:
-    platform::OwnedTimedMutex hResetDLL_;
-    platform::AutoResetEvent resetDLLEvent_;
+    // Held apart so that an unload whose threads didn't end can leave them to those threads.
+    struct Handles {
+        platform::OwnedTimedMutex hResetDLL;
+        platform::AutoResetEvent resetDLLEvent;
+    };
+    std::unique_ptr<Handles> handles_;
+    platform::OwnedTimedMutex& hResetDLL_;
+    platform::AutoResetEvent& resetDLLEvent_;
     char name_[32];
     int32_t resetTime_ = kDefaultResetTime;
     int32_t threadResetResult_ = 0;
