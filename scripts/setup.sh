@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config libboost-dev googletest libgtest-dev
-          libgmock-dev libbenchmark-dev libsodium-dev binutils)
+          libgmock-dev libbenchmark-dev libsodium-dev binutils python3)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
