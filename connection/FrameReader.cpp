@@ -87,6 +87,22 @@ bool FrameReader::Peek() {
     return false;
 }
 
+bool FrameReader::Receive(int32_t want, const char* errorText) {
+    // Each recv starts on a clear buffer.
+    std::fill(chunk_.begin(), chunk_.end(), '\0');
+    numBytes_ = platform::Recv(socket_, chunk_.data(), static_cast<size_t>(want), false);
+    if (numBytes_ >= 0) return true;
+    lastError_ = platform::LastSocketError();
+    if (lastError_ == platform::WSAEWOULDBLOCK) {
+        status_ = ReadStatus::WouldBlock;
+        return false;
+    }
+    MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
+    Log(logSource_, kLogError, errorText, logText_);
+    status_ = ReadStatus::Error;
+    return false;
+}
+
 ReadStatus FrameReader::Read() { return rcvdBytes_ < headerSize_ ? ReadHeader() : ReadBody(); }
 
 ReadStatus FrameReader::Refuse(const char* text) {
@@ -98,15 +114,7 @@ ReadStatus FrameReader::Refuse(const char* text) {
 ReadStatus FrameReader::ReadHeader() {
     Log(logSource_, kLogTrace, "[Worker::ReadData()] reading initial data");
     const int32_t want = headerSize_ - rcvdBytes_;
-    std::fill(chunk_.begin(), chunk_.end(), '\0');
-    numBytes_ = platform::Recv(socket_, chunk_.data(), static_cast<size_t>(want), false);
-    if (numBytes_ < 0) {
-        lastError_ = platform::LastSocketError();
-        if (lastError_ == platform::WSAEWOULDBLOCK) return ReadStatus::WouldBlock;
-        MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-        Log(logSource_, kLogError, "[Worker::ReadData()] Header -- Error on recv", logText_);
-        return ReadStatus::Error;
-    }
+    if (!Receive(want, "[Worker::ReadData()] Header -- Error on recv")) return status_;
     FormatText(logText_, sizeof logText_,
                "[Worker::ReadData()] Header -- numBytes=%ld recv:%s MSG = %s", numBytes_,
                chunk_.data(), util_.CodeNameOf(chunk_.data()));
@@ -176,15 +184,7 @@ ReadStatus FrameReader::ReadBody() {
     Log(logSource_, kLogTrace, "[Worker::ReadData()] reading additional data");
     // The header was checked: headerSize <= rcvdBytes < totBytes <= bufferSize.
     const int32_t want = totBytes_ - rcvdBytes_;
-    std::fill(chunk_.begin(), chunk_.end(), '\0');
-    numBytes_ = platform::Recv(socket_, chunk_.data(), static_cast<size_t>(want), false);
-    if (numBytes_ < 0) {
-        lastError_ = platform::LastSocketError();
-        if (lastError_ == platform::WSAEWOULDBLOCK) return ReadStatus::WouldBlock;
-        MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-        Log(logSource_, kLogError, "[Worker::ReadData()] Error on recv", logText_);
-        return ReadStatus::Error;
-    }
+    if (!Receive(want, "[Worker::ReadData()] Error on recv")) return status_;
     const int32_t got = static_cast<int32_t>(std::min<long>(numBytes_, want));
     if (!encrypted_) {
         FormatText(logText_, sizeof logText_, "[Worker::ReadData()] numBytes=%d recv:", got);

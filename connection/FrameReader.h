@@ -59,6 +59,9 @@ private:
     ReadStatus ReadHeader();
     ReadStatus ReadBody();
     ReadStatus Refuse(const char* text);
+    // One recv of `want` bytes into the chunk. False when nothing came, with status_ saying
+    // whether that was a would-block or an error (logged as `errorText`).
+    bool Receive(int32_t want, const char* errorText);
     // Forgets the frame under way; the next read starts at a header.
     void Restart();
     long ReceiveChunk(int32_t want, bool peek);
@@ -81,6 +84,7 @@ private:
     int32_t totBytes_ = 0;
     long numBytes_ = 0;
     int lastError_ = 0;
+    ReadStatus status_ = ReadStatus::Partial;
     char logText_[kLogTextSize];
 };
 

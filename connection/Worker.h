@@ -81,6 +81,8 @@ private:
     // file, each chunk as its reply comes, the controller's 9980, and the close of a stream that
     // ended badly.
     bool GetFile(const CommandRecord& record);
+    // The start both share: open the local file (for writing when `get`), then send the request.
+    bool StartStream(const CommandRecord& record, bool get);
     bool SendFile(const CommandRecord& record);
     bool GetFileChunk();
     bool SendFileChunk();

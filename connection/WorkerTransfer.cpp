@@ -42,15 +42,19 @@ void Worker::DeliverTransferResult(int32_t result) {
     DeliverTransferText(text, framedText);
 }
 
-bool Worker::GetFile(const CommandRecord& record) {
+bool Worker::StartStream(const CommandRecord& record, bool get) {
     xfer_ = true;
-    getCalls_ = 0;
-    getTotal_ = 0;
-    FormatText(logText_, sizeof logText_, "[Worker::GetFile] gatewayPathFile=%s",
+    uint32_t& calls = get ? getCalls_ : sendCalls_;
+    uint32_t& total = get ? getTotal_ : sendTotal_;
+    calls = 0;
+    total = 0;
+    FormatText(logText_, sizeof logText_,
+               get ? "[Worker::GetFile] gatewayPathFile=%s" : "[Worker::SendFile] gatewayPathFile=%s",
                record.gatewayPathFile);
     FormatText(logText2_, sizeof logText2_, "pcPathFile=%s", record.pcPathFile);
     Log(mac_, kLogTrace, logText_, logText2_);
-    fp_ = platform::OpenWriteCreateTruncate(record.pcPathFile);
+    fp_ = get ? platform::OpenWriteCreateTruncate(record.pcPathFile)
+              : platform::OpenReadOnly(record.pcPathFile);
     if (fp_ < 0) {
         // The controller is never asked.
         fp_ = -1;
@@ -62,24 +66,9 @@ bool Worker::GetFile(const CommandRecord& record) {
     return SendData();
 }
 
-bool Worker::SendFile(const CommandRecord& record) {
-    xfer_ = true;
-    sendCalls_ = 0;
-    sendTotal_ = 0;
-    FormatText(logText_, sizeof logText_, "[Worker::SendFile] gatewayPathFile=%s",
-               record.gatewayPathFile);
-    FormatText(logText2_, sizeof logText2_, "pcPathFile=%s", record.pcPathFile);
-    Log(mac_, kLogTrace, logText_, logText2_);
-    fp_ = platform::OpenReadOnly(record.pcPathFile);
-    if (fp_ < 0) {
-        fp_ = -1;
-        DeliverTransferResult(kFileError);
-        xfer_ = false;
-        busy_ = false;
-        return true;
-    }
-    return SendData();
-}
+bool Worker::GetFile(const CommandRecord& record) { return StartStream(record, true); }
+
+bool Worker::SendFile(const CommandRecord& record) { return StartStream(record, false); }
 
 bool Worker::GetFileChunk() {
     // Only the bytes the frame really holds are written, whatever its header announced.
