@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+#include "connection/FrameReader.h"
+#include "connection/FrameWriter.h"
 #include "connection/WorkerStartRecord.h"
 #include "monitors/ThreadQueue.h"
 #include "platform/Socket.h"
@@ -28,16 +30,18 @@ public:
     Worker& operator=(const Worker&) = delete;
 
     void Run();
+    // What Run does before its first turn: an outbound link announces itself. False when the
+    // Worker is to end.
+    bool Start();
+    // One turn of the run loop, without its sleep: read at most one message, take at most one
+    // command from sendMon, send at most one. False when the Worker is to end.
+    bool Turn();
 
 private:
-    // Socket input and output.
-    bool PeekAtSocketMessage();
-    bool ReadData(bool* zeroBytes);
-    bool ReadHeader(bool* zeroBytes);
-    bool ReadBody();
+    // Socket input and output: the reading and writing sides live in FrameReader and
+    // FrameWriter; these add what a failed send means for a running transfer.
     bool SendData();
-    // Frames `payload` under `code` into the send buffer, parses it back and sends it, as every
-    // message of the Worker's own goes out.
+    // Frames `payload` under `code` and sends it, as every message of the Worker's own goes out.
     bool SendFramed(int32_t code, const char* payload);
     // An acknowledgement: sent with the current rspfunc cleared when `clearRspfunc` is set.
     bool SendAcknowledgement(int32_t code, const char* payload, bool clearRspfunc);
@@ -45,10 +49,13 @@ private:
     // Run loop.
     void CheckSendMon();
     bool ProcessCommand(CommandRecord& record);
+    // After the send of a command that takes the controller or its link down: true, with the
+    // Worker's flags set for its end, when the message just sent was one.
+    bool SentLinkEndingCommand();
     bool CheckValid();
     bool StillRegistered();
 
-    // Dispatch.
+    // Dispatch (WorkerDispatch.cpp).
     bool ProcessIncomingSocketMessage();
     bool Identify();
     bool IdentifyEncrypted();
@@ -64,12 +71,13 @@ private:
     void StoreAlarm(const char* text);
     void Deliver(const char* text, int32_t size, int32_t rspid);
 
-    // Outbound contact.
+    // Outbound contact (WorkerContact.cpp).
     int32_t ContactGateway();
     uint32_t GetAddr(const char* name);
 
     void CloseFile();
     void LogSocketError(int32_t level, const char* text, int error);
+    // Answers a caller that is owed a reply with the framed terminate text in `releaseText_`.
     void ReleaseCaller(const CommandRecord& record, const char* responseText, const char* slotText);
 
     platform::SocketHandle socket_;
@@ -95,10 +103,6 @@ private:
     bool waitingForANonXferResponse_ = false;
     bool isReboot_ = false;
     bool zeroBytes_ = false;
-    // The link was refused for a frame larger than the buffers; the Worker ends.
-    bool refused_ = false;
-    // A recv would block: this turn's reading ends and the next turn tries again.
-    bool wouldBlock_ = false;
     std::unique_ptr<ThreadQueue> cmd_;
     CommandRecord incoming_{};
     CommandRecord current_{};
@@ -106,25 +110,14 @@ private:
     int32_t savedRspid_ = 0;
     int32_t code_ = 0;
     int32_t dataLen_ = 0;
-    int32_t sendDataLen_ = 0;
     int32_t result_ = 0;
 
-    // Socket input and output.
-    int32_t headerSize_ = kClearHeaderSize;
-    int32_t bufferSize_ = kWorkingBufferSize;
-    char recvMessage_[kRecordMessageSize];
-    char sendMessage_[kRecordMessageSize];
+    FrameReader reader_;
+    FrameWriter writer_;
+    // The payload of the message in hand.
     std::vector<char> dataBuffer_;
-    std::vector<char> encryptedIn_;
-    std::vector<char> encryptedOut_;
-    int32_t encryptedLen_ = 0;
-    int32_t rcvdBytes_ = 0;
-    int32_t totBytes_ = 0;
-    long numBytes_ = 0;
-    bool addlData_ = false;
-    bool sendAddl_ = false;
-    int32_t sendLen_ = 0;
-    int lastError_ = 0;
+    // The text with which owed callers are released, and the outbound contact's result frame.
+    char releaseText_[kRecordMessageSize];
 
     char logText_[kLogTextSize];
     char logText2_[kLogTextSize];

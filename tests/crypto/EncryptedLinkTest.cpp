@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "crypto/EncryptedPeer.h"
 #include "protocol/MessageUtil.h"
@@ -207,10 +208,47 @@ TEST_F(EncryptedLinkTest, HeaderInThreePiecesLosesTheCountAndIsNotDispatched) {
     // through its hands, whichever way the lost count sent them.
     ASSERT_EQ(::shutdown(peer.Link().Fd(), SHUT_WR), 0);
     ASSERT_TRUE(WaitUntil([] {
-        return LogContains("Zero bytes received") || LogContains("exceeds the receive buffer");
+        return LogContains("Zero bytes received") || LogContains("exceeds the receive buffer") ||
+               LogContains("is not a frame header") || LogContains("shorter than its header");
     }));
     EXPECT_EQ(UnreadEvents(), 0u);
     EXPECT_FALSE(peer.ReadRaw(300)) << "the event was acknowledged";
+}
+
+TEST_F(EncryptedLinkTest, HeaderThatIsNotAHeaderEndsTheLinkWithoutOverrunningABuffer) {
+    const std::string flood(20000, 'x');
+    for (size_t piece : {size_t{0}, size_t{1000}}) {
+        SCOPED_TRACE(piece);
+        if (piece == 0) StartWithSeeds("default sesame\n");
+        EncryptedPeer peer("sesame");
+        JoinAccepted(peer);
+        const std::string bytes = "abcd;" + flood;
+        if (piece == 0) {
+            peer.Link().SendRaw(bytes);
+        } else {
+            std::vector<size_t> cuts;
+            for (size_t at = piece; at < bytes.size(); at += piece) cuts.push_back(at);
+            peer.Link().SendInPieces(bytes, cuts, 20);
+        }
+        EXPECT_TRUE(peer.Link().WaitClosed(10000));
+        EXPECT_TRUE(WaitUntil([] { return !IsConnected(kMac); }));
+        EXPECT_TRUE(LogContains("is not a frame header"));
+    }
+}
+
+TEST_F(EncryptedLinkTest, FrameThatFailsToDecryptCostsThatFrameAlone) {
+    StartWithSeeds("default sesame\n");
+    EncryptedPeer peer("sesame");
+    JoinAccepted(peer);
+    // A well-formed header over cipher text that doesn't authenticate, then a good event.
+    ASSERT_TRUE(peer.Link().SendRaw("0045;" + std::string(40, 'z')));
+    ASSERT_TRUE(WaitUntil([] { return LogContains(kDecryptFailed); }));
+    ASSERT_TRUE(peer.SendMessage(1061, kEvent));
+    auto ack = peer.ReadMessage();
+    ASSERT_TRUE(ack) << "the link went deaf after one bad frame";
+    EXPECT_EQ(*ack, Frame(67));
+    EXPECT_TRUE(WaitUntil([] { return UnreadEvents() == 1; }));
+    EXPECT_TRUE(IsConnected(kMac));
 }
 
 TEST_F(EncryptedLinkTest, ControllersWithTheirOwnSeedsShareTheHost) {
