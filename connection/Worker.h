@@ -120,6 +120,8 @@ private:
     bool waitingForANonXferResponse_ = false;
     bool isReboot_ = false;
     bool zeroBytes_ = false;
+    // The message in hand answers a command: one is in service or a punch-through one is out.
+    bool replyOwed_ = false;
     std::unique_ptr<ThreadQueue> cmd_;
     CommandRecord incoming_{};
     CommandRecord current_{};

@@ -28,6 +28,8 @@ namespace zanth {
 
 bool Worker::ProcessIncomingSocketMessage() {
     const char* message = reader_.Message();
+    // Whether a caller is owed a reply is settled before the message changes any flag.
+    replyOwed_ = busy_ || waitingForANonXferResponse_;
     util_.ParseMessage(message, static_cast<size_t>(reader_.MessageLength()), dataBuffer_.data(),
                        dataBuffer_.size(), &code_, &dataLen_);
     FormatText(logText_, sizeof logText_, "[Worker::ProcessIncomingSocketMessage()] Code = %s",
@@ -97,8 +99,12 @@ bool Worker::ProcessIncomingSocketMessage() {
 void Worker::Deliver(const char* text, int32_t size, int32_t rspid) {
     if (current_.rspfunc != 0) {
         responseMon->Add(rspid, text, size);
-    } else {
+    } else if (replyOwed_) {
         recvMon->SetBuffer(text);
+    } else {
+        // A reply that no command asked for: parked in the one reply slot it would wait there
+        // for a caller that never comes, and hold this Worker (and its socket) for good.
+        Log(mac_, kLogError, "[Worker::Run] reply with no command waiting for it, dropped", text, true);
     }
 }
 

@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
 # Installs what the build, the tests, the tools and the benchmarks need on Debian 12, skipping
-# what is already present.
+# what is already present. With --fuzz, also clang and its runtimes (libFuzzer and the
+# sanitizers) for the fuzz tree of scripts/fuzz.sh.
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config libboost-dev googletest libgtest-dev
           libgmock-dev libbenchmark-dev libsodium-dev binutils python3)
+if [ "${1:-}" = "--fuzz" ]; then
+    packages+=(clang-14 libclang-rt-14-dev)
+fi
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,5 +1,6 @@
 #include "stores/MsgMon.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -83,8 +84,14 @@ void MsgMon::Open() {
         } else {
             expected = 0;
         }
+        if (expected == kRecordSize && !InsideTheRing()) {
+            // A header whose slots or counts lie outside its own ring would send the next read
+            // or write anywhere in (or far past) the file: it is no store either.
+            expected = 0;
+        }
         if (expected != kRecordSize) {
-            // A short header or another record size: the contents go, an empty store begins.
+            // A short header, another record size or a damaged ring: the contents go, an empty
+            // store begins.
             platform::CloseFile(fd);
             fd = platform::OpenCreateTruncate(path_.c_str());
             if (fd < 0) {
@@ -103,6 +110,14 @@ void MsgMon::Open() {
         return;
     }
     platform::CloseFile(fd);
+}
+
+bool MsgMon::InsideTheRing() const {
+    // The header prints and parses 32-bit values: a ring of more slots than that can't be named.
+    if (logSize_ < 1 || logSize_ > static_cast<uint64_t>(INT32_MAX)) return false;
+    auto slot = [this](uint64_t index) { return index >= 1 && index <= logSize_; };
+    return slot(readIndex_) && slot(writeIndex_) && numEntries_ <= logSize_ &&
+           numUnread_ <= logSize_;
 }
 
 int32_t MsgMon::WriteParams(int fd) {

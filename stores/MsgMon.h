@@ -19,7 +19,8 @@ public:
     static constexpr uint64_t kInitialLogSize = 5000;
 
     // Opens (or creates) `fileName` in the log folder, or in the current directory when no folder
-    // is set. A short header or a record size other than 144 starts an empty store.
+    // is set. A short header, a record size other than 144, or a header whose indexes or counts
+    // lie outside its ring starts an empty store.
     MsgMon(const char* name, const char* fileName);
     ~MsgMon();
     MsgMon(const MsgMon&) = delete;
@@ -47,6 +48,9 @@ private:
     void Open();
     int32_t WriteParams(int fd);
     void ResetFields();
+    // The parsed header describes a ring: both indexes name one of its slots, and neither count
+    // exceeds it.
+    bool InsideTheRing() const;
 
     std::mutex lock_;
     std::string name_;

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/FakeController.h"
@@ -138,6 +139,32 @@ TEST_F(HostileFrameTest, PeersThatCloseInsideABodyLeaveNoThreadOrSocketBehind) {
     EXPECT_TRUE(WaitUntil([&] { return Threads() <= threads && Descriptors() <= fds; }))
         << "threads " << Threads() << " (was " << threads << "), descriptors " << Descriptors()
         << " (was " << fds << ")";
+}
+
+TEST_F(HostileFrameTest, RepliesThatNoCommandAskedForAreDroppedNotParked) {
+    Start(kMac);
+    {
+        FakeController rogue;
+        Join(rogue);
+        // Parked in the one reply slot, the second would hold its Worker until a caller came.
+        ASSERT_TRUE(rogue.SendFrame(1079, "stale;"));
+        ASSERT_TRUE(rogue.SendFrame(1079, "staler;"));
+        ASSERT_TRUE(WaitUntil([] { return LogCount("reply with no command waiting for it") == 2; }));
+        rogue.Close();
+        ASSERT_TRUE(WaitUntil([] { return Connected().empty(); }));
+    }
+    FakeController good;
+    Join(good);
+    int32_t wait = 5000;
+    ASSERT_EQ(RecvWaitTime(1, &wait), 0);
+    std::thread controller([&] {
+        EXPECT_EQ(good.ReadFrame(), "0079;0010;");
+        good.SendFrame(1079, "fresh;");
+    });
+    char info[64] = {};
+    EXPECT_EQ(ControllerInfo(kMac, info, sizeof info), 0);
+    EXPECT_STREQ(info, "fresh;");
+    controller.join();
 }
 
 }  // namespace

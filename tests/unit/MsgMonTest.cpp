@@ -247,16 +247,45 @@ TEST_F(MsgMonTest, UnreadableHeaderKeepsTheFileWithInitialValues) {
     EXPECT_EQ(ReadWholeFile(kFile).substr(144), records);
 }
 
-// A damaged header can name slots far outside the file; that must fail as a file error, not
-// read or write somewhere else.
-TEST_F(MsgMonTest, HeaderPointingOutsideTheRingFailsCleanly) {
-    WriteFile(kFile, Padded("20 144 -5 -7 3 3"));
+// A header whose indexes or counts lie outside its own ring is no store: the next write would
+// land anywhere in the file or far past its end (slot 2,000,000,000 is 288 GB in). Such a file
+// starts again empty, as a short one does. A ring at its very edge is kept.
+TEST_F(MsgMonTest, HeaderOutsideItsRingIsReplacedByAnEmptyStore) {
+    const std::string records = Padded("one") + Padded("two");
+    const char* damaged[] = {
+        "5000 144 1 2000000000 0 0",  // write index past the ring
+        "5000 144 2000000000 1 0 1",  // read index past the ring
+        "20 144 -5 -7 3 3",           // negative indexes
+        "20 144 0 1 0 0",             // slot 0 is the header
+        "20 144 1 21 0 0",            // one past the last slot
+        "20 144 1 1 21 0",            // more entries than slots
+        "20 144 1 1 20 21",           // more unread than slots
+        "20 144 1 1 0 -1",            // a negative count
+        "0 144 1 1 0 0",              // a ring of no slots
+        "-20 144 1 1 0 0",            // a negative ring
+        "30 144 2 31",                // fields that were read count, even when the scan stops
+    };
+    for (const char* header : damaged) {
+        SCOPED_TRACE(header);
+        WriteFile(kFile, Padded(header) + records);
+        MsgMon mon("eventMon", kFile);
+        EXPECT_EQ(ReadWholeFile(kFile).size(), 144u) << "the old contents go";
+        EXPECT_EQ(Header(), "5000 144 1 1 0 0");
+        int32_t error = 0;
+        Read(mon, &error);
+        EXPECT_EQ(error, -10008);
+        ASSERT_EQ(Write(mon, "x"), 0);
+        EXPECT_EQ(ReadWholeFile(kFile).size(), 2u * 144) << "the write lands in slot 1";
+        EXPECT_EQ(Slot(1), Padded("x"));
+        EXPECT_EQ(Read(mon), "x");
+    }
+
+    // Both indexes on the last slot and both counts at the full ring: a store as it stands.
+    WriteFile(kFile, Padded("2 144 2 2 2 2") + records);
     MsgMon mon("eventMon", kFile);
-    int32_t error = 0;
-    Read(mon, &error);
-    EXPECT_EQ(error, -10007);
-    EXPECT_EQ(Write(mon, "x"), -10007);
-    EXPECT_EQ(ReadWholeFile(kFile).size(), 144u);
+    EXPECT_EQ(Header(), "2 144 2 2 2 2");
+    EXPECT_EQ(Read(mon), "two");
+    EXPECT_EQ(Read(mon), "one");
 }
 
 // The host's view: the exports over the library's own two stores.
