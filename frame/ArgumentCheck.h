@@ -32,7 +32,8 @@ class ArgumentCheck {
     template <class... Pointers>
     bool Present(const Pointers*... pointers) {
         if (result_ != kOk) return false;
-        if (((pointers == nullptr) || ...)) result_ = kBadArgument;
+        const bool missing = (!pointers || ...);
+        if (missing) result_ = kBadArgument;
         return result_ == kOk;
     }
 
