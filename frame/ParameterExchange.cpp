@@ -8,7 +8,6 @@
 
 #include <boost/any.hpp>
 #include <boost/lexical_cast.hpp>
-
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -134,8 +133,8 @@ int32_t Master::ResultCommand(int32_t rspfunc, int32_t rspid, const char* mac, i
     // Counted, not read: a reply with the right number of fields is 0 whatever it says, and a
     // Rsp call's empty reply list is -1 by the same count.
     ReplyList reply;
-    result_ = ExchangeParameters(rspfunc, rspid, mac, code, requestList, reply, delimiter,
-                                 &outputList);
+    result_ =
+        ExchangeParameters(rspfunc, rspid, mac, code, requestList, reply, delimiter, &outputList);
     if (result_ == kOk) result_ = StoreReplyFields(reply, outputList);
     return result_;
 }

@@ -19,13 +19,12 @@
 // Any other type fails the walk that meets it (-1).
 
 #include <boost/any.hpp>
-
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 #include <initializer_list>
 #include <list>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "protocol/CommandRecord.h"

@@ -26,16 +26,22 @@ int32_t Master::UpdateContactIDRecord(int32_t rspfunc, int32_t rspid, const char
                                       int32_t contactValue6, int32_t contactValue7,
                                       const char* contactText2, const char* contactText3) {
     std::lock_guard<std::recursive_mutex> lock(transactionLock_);
-    ParameterList request{RequestText(contactText1), contactValue1, contactValue2,
-                          contactValue3, contactValue4, contactValue5,
-                          contactValue6, contactValue7, RequestText(contactText2),
+    ParameterList request{RequestText(contactText1),
+                          contactValue1,
+                          contactValue2,
+                          contactValue3,
+                          contactValue4,
+                          contactValue5,
+                          contactValue6,
+                          contactValue7,
+                          RequestText(contactText2),
                           RequestText(contactText3)};
     // The controller's answer is stored and dropped: the caller learns only whether the
     // message went out (a field that is no number still throws out of the store).
     int answer = 0;
     ReplyList reply;
-    result_ = ExchangeParameters(rspfunc, rspid, mac, ZANTH_UPDATE_CONTACTID_RECORD, request,
-                                 reply, ';');
+    result_ =
+        ExchangeParameters(rspfunc, rspid, mac, ZANTH_UPDATE_CONTACTID_RECORD, request, reply, ';');
     StoreReplyFields(reply, {&answer});
     return result_;
 }
@@ -48,11 +54,9 @@ int32_t Master::GetContactIDRecord(int32_t rspfunc, int32_t rspid, const char* m
                                    char* contactText2, char* contactText3) {
     // The key travels in the third value and the reply overwrites it. No result field leads
     // the reply: whatever comes first is the first text.
-    ParameterList outputs{contactText1,  contactValue1, contactValue2, contactValue3,
-                          contactValue4, contactValue5, contactValue6, contactValue7,
-                          contactText2,  contactText3};
-    return ResultCommand(rspfunc, rspid, mac, ZANTH_GET_CONTACTID_RECORD, {contactValue3},
-                         outputs);
+    ParameterList outputs{contactText1,  contactValue1, contactValue2, contactValue3, contactValue4,
+                          contactValue5, contactValue6, contactValue7, contactText2,  contactText3};
+    return ResultCommand(rspfunc, rspid, mac, ZANTH_GET_CONTACTID_RECORD, {contactValue3}, outputs);
 }
 
 int32_t Master::DeleteContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
@@ -95,8 +99,8 @@ int32_t Master::UpdateContactIDCommRecord(int32_t rspfunc, int32_t rspid, const 
 int32_t Master::GetContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                        int32_t commId, char* commText) {
     // Cut at '#', not ';': the one output takes the reply's payload whole, semicolons and all.
-    return ResultCommand(rspfunc, rspid, mac, ZANTH_GET_CONTACTID_COMM_RECORD, {commId},
-                         {commText}, '#');
+    return ResultCommand(rspfunc, rspid, mac, ZANTH_GET_CONTACTID_COMM_RECORD, {commId}, {commText},
+                         '#');
 }
 
 int32_t Master::DeleteContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,

@@ -26,10 +26,17 @@ int32_t Master::UpdateSchedule(int32_t rspfunc, int32_t rspid, const char* mac,
                                int32_t scheduleValue2, int32_t scheduleValue3,
                                int32_t scheduleValue4, int32_t scheduleValue5,
                                int32_t scheduleValue6) {
-    ParameterList request{RequestText(scheduleText1), RequestText(scheduleText2),
-                          RequestText(scheduleText3), RequestText(scheduleText4),
-                          RequestText(scheduleText5), scheduleValue1, scheduleValue2,
-                          scheduleValue3, scheduleValue4, scheduleValue5, scheduleValue6};
+    ParameterList request{RequestText(scheduleText1),
+                          RequestText(scheduleText2),
+                          RequestText(scheduleText3),
+                          RequestText(scheduleText4),
+                          RequestText(scheduleText5),
+                          scheduleValue1,
+                          scheduleValue2,
+                          scheduleValue3,
+                          scheduleValue4,
+                          scheduleValue5,
+                          scheduleValue6};
     return StatusCommand(rspfunc, rspid, mac, kUpdateScheduleCode, request);
 }
 

@@ -32,13 +32,12 @@ ZANTH_API int32_t RspUpdateSchedule(uint32_t rspid, const char* mac, const char*
 }
 ZANTH_API int32_t GetSchedule(const char* mac, int32_t scheduleId, char* scheduleText1,
                               char* scheduleText2, char* scheduleText3, char* scheduleText4,
-                              char* scheduleText5, int32_t* scheduleValue1,
-                              int32_t* scheduleValue2, int32_t* scheduleValue3,
-                              int32_t* scheduleValue4, int32_t* scheduleValue5) {
-    return Blocking<&Master::GetSchedule>(mac, scheduleId, scheduleText1, scheduleText2,
-                                          scheduleText3, scheduleText4, scheduleText5,
-                                          scheduleValue1, scheduleValue2, scheduleValue3,
-                                          scheduleValue4, scheduleValue5);
+                              char* scheduleText5, int32_t* scheduleValue1, int32_t* scheduleValue2,
+                              int32_t* scheduleValue3, int32_t* scheduleValue4,
+                              int32_t* scheduleValue5) {
+    return Blocking<&Master::GetSchedule>(
+        mac, scheduleId, scheduleText1, scheduleText2, scheduleText3, scheduleText4, scheduleText5,
+        scheduleValue1, scheduleValue2, scheduleValue3, scheduleValue4, scheduleValue5);
 }
 ZANTH_API int32_t RspGetSchedule(uint32_t rspid, const char* mac, int32_t scheduleId) {
     UnreadOutputs<5, 5> d;

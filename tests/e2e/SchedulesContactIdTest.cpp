@@ -43,8 +43,7 @@ class SchedulesContactIdTest : public LibraryTest {
         ASSERT_TRUE(controller_->WaitIdentified(10s));
         ASSERT_TRUE(WaitUntil([] {
             char list[64] = {};
-            return GetConnectedControllers(list, sizeof list) == 0 &&
-                   std::strcmp(list, kMac) == 0;
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
         }));
     }
     void TearDown() override {
@@ -58,8 +57,8 @@ class SchedulesContactIdTest : public LibraryTest {
     }
     int32_t ReadRecord(int32_t key) {
         v_[2] = key;
-        return GetContactIDRecord(kMac, t_[0].get(), &v_[0], &v_[1], &v_[2], &v_[3], &v_[4],
-                                  &v_[5], &v_[6], t_[1].get(), t_[2].get());
+        return GetContactIDRecord(kMac, t_[0].get(), &v_[0], &v_[1], &v_[2], &v_[3], &v_[4], &v_[5],
+                                  &v_[6], t_[1].get(), t_[2].get());
     }
 
     sim::Simulator sim_;

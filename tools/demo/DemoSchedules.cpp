@@ -20,8 +20,8 @@ struct Text {
 // True when both round trips gave back what was written.
 bool DemoSchedules(const char* mac) {
     std::printf("\nschedules and Contact ID records on %s\n", mac);
-    int32_t rc = UpdateSchedule(mac, "weekdays", "07:00", "18:30", "front door", "", 12, 1, 2, 3,
-                                4, 5);
+    int32_t rc =
+        UpdateSchedule(mac, "weekdays", "07:00", "18:30", "front door", "", 12, 1, 2, 3, 4, 5);
     std::printf("  UpdateSchedule(12, \"weekdays\" 07:00-18:30) = %d\n", rc);
     bool ok = rc == 0;
 
@@ -40,8 +40,8 @@ bool DemoSchedules(const char* mac) {
 
     Text c[3];
     int32_t cv[7] = {0, 0, 501, 0, 0, 0, 0};  // the key goes in the third value
-    rc = GetContactIDRecord(mac, c[0].get(), &cv[0], &cv[1], &cv[2], &cv[3], &cv[4], &cv[5],
-                            &cv[6], c[1].get(), c[2].get());
+    rc = GetContactIDRecord(mac, c[0].get(), &cv[0], &cv[1], &cv[2], &cv[3], &cv[4], &cv[5], &cv[6],
+                            c[1].get(), c[2].get());
     std::printf("  GetContactIDRecord(501) = %d  \"%s\" event %d, \"%s\", \"%s\"\n", rc, c[0].get(),
                 cv[1], c[1].get(), c[2].get());
     ok = ok && rc == 0 && std::strcmp(c[0].get(), "burglary") == 0 && cv[1] == 130 &&
@@ -50,8 +50,8 @@ bool DemoSchedules(const char* mac) {
     // A delete of the status kind gives the controller's own answer, a read after it fails by
     // the count of its fields.
     rc = DeleteSchedule(mac, 12);
-    int32_t again = GetSchedule(mac, 12, t[0].get(), t[1].get(), t[2].get(), t[3].get(),
-                                t[4].get(), &v[0], &v[1], &v[2], &v[3], &v[4]);
+    int32_t again = GetSchedule(mac, 12, t[0].get(), t[1].get(), t[2].get(), t[3].get(), t[4].get(),
+                                &v[0], &v[1], &v[2], &v[3], &v[4]);
     std::printf("  DeleteSchedule(12) = %d, GetSchedule(12) afterwards = %d\n", rc, again);
     ok = ok && rc == 0 && again == -1;
     std::printf("  schedule and Contact ID round trips: %s\n\n", ok ? "OK" : "FAILED");

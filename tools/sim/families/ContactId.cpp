@@ -38,8 +38,7 @@ std::string Erase(Table& table, int32_t key) {
 }
 
 template <class Table>
-auto Lookup(const Table& table, int32_t key)
-    -> std::optional<typename Table::mapped_type> {
+auto Lookup(const Table& table, int32_t key) -> std::optional<typename Table::mapped_type> {
     auto it = table.find(key);
     if (it == table.end()) return std::nullopt;
     return it->second;
@@ -65,68 +64,68 @@ std::string ContactId::Answer(int code, std::string_view payload) {
     static const std::string kUnknown = ResultText(kResultUnknownRecord);
     PayloadReader in(payload);
     switch (code) {
-    case ZANTH_UPDATE_CONTACTID_RECORD: {
-        ContactIdRecord r;
-        r.text1 = TextField(in, 0);
-        for (size_t i = 0; i < r.values.size(); ++i) r.values[i] = IntField(in, 1 + i);
-        r.text2 = TextField(in, 8);
-        r.text3 = TextField(in, 9);
-        if (in.Count() != 10 || !in.Ok()) return kBad;
-        return Store(records_, r.values[2], r);
-    }
-    case ZANTH_UPDATE_CONTACTID_GROUP_RECORD: {
-        ContactIdGroupRecord g;
-        g.text = TextField(in, 0);
-        int32_t id = IntField(in, 1);
-        g.value = IntField(in, 2);
-        if (in.Count() != 3 || !in.Ok()) return kBad;
-        return Store(groups_, id, g);
-    }
-    case ZANTH_UPDATE_CONTACTID_COMM_RECORD: {
-        int32_t id = IntField(in, 0);
-        ContactIdCommRecord c;
-        c.text = TextField(in, 1);
-        c.value = static_cast<uint16_t>(in.Number(2, 0, UINT16_MAX));
-        if (in.Count() != 3 || !in.Ok()) return kBad;
-        return Store(comms_, id, c);
-    }
-    case ZANTH_DELETE_CONTACTID_COMM_RECORD: {
-        int32_t id = IntField(in, 0);
-        TextField(in, 1);
-        if (in.Count() != 2 || !in.Ok()) return kBad;
-        return Erase(comms_, id);
-    }
-    default:
-        break;
+        case ZANTH_UPDATE_CONTACTID_RECORD: {
+            ContactIdRecord r;
+            r.text1 = TextField(in, 0);
+            for (size_t i = 0; i < r.values.size(); ++i) r.values[i] = IntField(in, 1 + i);
+            r.text2 = TextField(in, 8);
+            r.text3 = TextField(in, 9);
+            if (in.Count() != 10 || !in.Ok()) return kBad;
+            return Store(records_, r.values[2], r);
+        }
+        case ZANTH_UPDATE_CONTACTID_GROUP_RECORD: {
+            ContactIdGroupRecord g;
+            g.text = TextField(in, 0);
+            int32_t id = IntField(in, 1);
+            g.value = IntField(in, 2);
+            if (in.Count() != 3 || !in.Ok()) return kBad;
+            return Store(groups_, id, g);
+        }
+        case ZANTH_UPDATE_CONTACTID_COMM_RECORD: {
+            int32_t id = IntField(in, 0);
+            ContactIdCommRecord c;
+            c.text = TextField(in, 1);
+            c.value = static_cast<uint16_t>(in.Number(2, 0, UINT16_MAX));
+            if (in.Count() != 3 || !in.Ok()) return kBad;
+            return Store(comms_, id, c);
+        }
+        case ZANTH_DELETE_CONTACTID_COMM_RECORD: {
+            int32_t id = IntField(in, 0);
+            TextField(in, 1);
+            if (in.Count() != 2 || !in.Ok()) return kBad;
+            return Erase(comms_, id);
+        }
+        default:
+            break;
     }
 
     // The rest take one key.
     int32_t key = IntField(in, 0);
     if (in.Count() != 1 || !in.Ok()) return kBad;
     switch (code) {
-    case ZANTH_GET_CONTACTID_RECORD: {
-        auto r = Lookup(records_, key);
-        if (!r) return kUnknown;
-        std::string answer = r->text1 + ";";
-        for (int32_t v : r->values) answer += std::to_string(v) + ";";
-        return answer + r->text2 + ";" + r->text3 + ";";
-    }
-    case ZANTH_DELETE_CONTACTID_RECORD:
-        return Erase(records_, key);
-    case ZANTH_GET_CONTACTID_GROUP_RECORD: {
-        auto g = Lookup(groups_, key);
-        if (!g) return kUnknown;
-        return g->text + ";" + std::to_string(g->value) + ";" + std::to_string(key) + ";";
-    }
-    case ZANTH_DELETE_CONTACTID_GROUP_RECORD:
-        return Erase(groups_, key);
-    case ZANTH_GET_CONTACTID_COMM_RECORD: {
-        auto c = Lookup(comms_, key);
-        if (!c) return kUnknown;
-        return ResultText(kResultOk) + c->text + ";" + std::to_string(c->value) + ";";
-    }
-    default:
-        return kBad;
+        case ZANTH_GET_CONTACTID_RECORD: {
+            auto r = Lookup(records_, key);
+            if (!r) return kUnknown;
+            std::string answer = r->text1 + ";";
+            for (int32_t v : r->values) answer += std::to_string(v) + ";";
+            return answer + r->text2 + ";" + r->text3 + ";";
+        }
+        case ZANTH_DELETE_CONTACTID_RECORD:
+            return Erase(records_, key);
+        case ZANTH_GET_CONTACTID_GROUP_RECORD: {
+            auto g = Lookup(groups_, key);
+            if (!g) return kUnknown;
+            return g->text + ";" + std::to_string(g->value) + ";" + std::to_string(key) + ";";
+        }
+        case ZANTH_DELETE_CONTACTID_GROUP_RECORD:
+            return Erase(groups_, key);
+        case ZANTH_GET_CONTACTID_COMM_RECORD: {
+            auto c = Lookup(comms_, key);
+            if (!c) return kUnknown;
+            return ResultText(kResultOk) + c->text + ";" + std::to_string(c->value) + ";";
+        }
+        default:
+            return kBad;
     }
 }
 
