@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "connection/WorkerStartRecord.h"
 #include "protocol/CommandRecord.h"
@@ -15,6 +17,7 @@
 namespace zanth {
 
 class Transaction;
+class ParameterList;
 class CharQueueMon;
 class MsgMon;
 
@@ -67,6 +70,63 @@ class Master {
     int32_t RequestPin(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t pinValue1,
                        uint32_t pinValue2, uint32_t pinValue3);
     int32_t SendPostAccessMsg(const char* mac, const char* message);
+
+    // Schedules and Contact ID records: the parameter-list commands. They share one exchange and
+    // one store (frame/ParameterExchange.cpp), with their own return conventions: no reply code
+    // is tested, nothing is logged, the controller's result is not mapped, and -1 comes back in
+    // many places, from the Rsp forms too.
+    int32_t ExchangeParameters(int32_t rspfunc, int32_t rspid, const char* mac, int32_t code,
+                               const ParameterList& requestList,
+                               std::vector<std::string>& replyList, char delimiter,
+                               const ParameterList* callerOutputs = nullptr);
+    int32_t StoreReplyFields(const std::vector<std::string>& replyList,
+                             const ParameterList& outputList);
+    // The two kinds of return: a command's own `status` (its one reply field, else -1), or
+    // `result` (the exchange's failure, else the store's 0 or -1).
+    int32_t StatusCommand(int32_t rspfunc, int32_t rspid, const char* mac, int32_t code,
+                          const ParameterList& requestList);
+    int32_t ResultCommand(int32_t rspfunc, int32_t rspid, const char* mac, int32_t code,
+                          const ParameterList& requestList, const ParameterList& outputList,
+                          char delimiter = ';');
+    int32_t UpdateSchedule(int32_t rspfunc, int32_t rspid, const char* mac,
+                           const char* scheduleText1, const char* scheduleText2,
+                           const char* scheduleText3, const char* scheduleText4,
+                           const char* scheduleText5, int32_t scheduleValue1,
+                           int32_t scheduleValue2, int32_t scheduleValue3, int32_t scheduleValue4,
+                           int32_t scheduleValue5, int32_t scheduleValue6);
+    int32_t GetSchedule(int32_t rspfunc, int32_t rspid, const char* mac, int32_t scheduleId,
+                        char* scheduleText1, char* scheduleText2, char* scheduleText3,
+                        char* scheduleText4, char* scheduleText5, int32_t* scheduleValue1,
+                        int32_t* scheduleValue2, int32_t* scheduleValue3, int32_t* scheduleValue4,
+                        int32_t* scheduleValue5);
+    int32_t DeleteSchedule(int32_t rspfunc, int32_t rspid, const char* mac, int32_t scheduleId);
+    int32_t UpdateContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                  const char* contactText1, int32_t contactValue1,
+                                  int32_t contactValue2, int32_t contactValue3,
+                                  int32_t contactValue4, int32_t contactValue5,
+                                  int32_t contactValue6, int32_t contactValue7,
+                                  const char* contactText2, const char* contactText3);
+    int32_t GetContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                               char* contactText1, int32_t* contactValue1,
+                               int32_t* contactValue2, int32_t* contactValue3,
+                               int32_t* contactValue4, int32_t* contactValue5,
+                               int32_t* contactValue6, int32_t* contactValue7, char* contactText2,
+                               char* contactText3);
+    int32_t DeleteContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                  int32_t contactId);
+    int32_t UpdateContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                       int32_t groupId, const char* groupText,
+                                       int32_t groupValue);
+    int32_t GetContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                    int32_t* groupId, char* groupText, int32_t* groupValue);
+    int32_t DeleteContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                       int32_t groupId);
+    int32_t UpdateContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                      int32_t commId, const char* commText, uint16_t commValue);
+    int32_t GetContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                   int32_t commId, char* commText);
+    int32_t DeleteContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                      const char* commText, int32_t commId);
 
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,

@@ -261,9 +261,136 @@ ZANTH_API int32_t SendPostAccessMsg(const char* mac, const char* message);
 
 /* (declarations of this family follow) */
 
+/* Schedules and Contact ID records (next section) travel as lists of fields on a path of their
+ * own, with return conventions unlike the other commands:
+ * - Nothing is logged and no reply is checked for its code: any message the controller sends
+ *   back is taken as the answer, and an error message fails only because its fields don't
+ *   match. Not valid (-10004) and not connected (-10003) reach the caller only from the
+ *   commands that return a `result` (below); the others give -1 for those.
+ * - Kind `status`: the return is the reply's single field exactly as the controller sent it
+ *   (its own -1 to -99 included, unmapped), and -1 in every other case: a reply of another
+ *   length, no reply within the wait time, any failure before the send, and EVERY Rsp call.
+ *   So -1 from a Rsp call of this kind does not mean the message failed to go out: the reply
+ *   arrives under `rspid` through GetNextResponse or the response callback as usual.
+ * - Kind `result`: 0 when the reply had exactly the expected number of fields, whatever they
+ *   say (the controller's own result is not examined); -1 for any other count, for no reply
+ *   within the wait time and for every Rsp call (again: the message did go out); -10004,
+ *   -10003, -10006 (message too long) or -10002 (a null text or output) when nothing went out.
+ * - Output texts have no size argument. Each output text buffer must hold
+ *   ZANTH_PARAMETER_TEXT_SIZE (4088) bytes, the longest field one message can carry plus its
+ *   NUL; the library never writes beyond that. Input texts must not contain ';'.
+ * - A reply field that must become an integer and is not wholly a decimal number (an empty
+ *   field included) makes the call return -1 at that field. The outputs before it in the
+ *   documented order may have been written; the ones from it on are untouched.
+ * - Reading commands write their outputs only when the reply has exactly the expected number
+ *   of fields; otherwise every output stays as it was.
+ *
+ * Schedules: the controller keeps them; the library gives the texts and values no meaning. */
+#define ZANTH_PARAMETER_TEXT_SIZE 4088
+
+/* Writes a schedule: "text1;...;text5;value1;...;value6;". Kind `status`. */
+ZANTH_API int32_t UpdateSchedule(const char* mac, const char* scheduleText1,
+                                 const char* scheduleText2, const char* scheduleText3,
+                                 const char* scheduleText4, const char* scheduleText5,
+                                 int32_t scheduleValue1, int32_t scheduleValue2,
+                                 int32_t scheduleValue3, int32_t scheduleValue4,
+                                 int32_t scheduleValue5, int32_t scheduleValue6);
+ZANTH_API int32_t RspUpdateSchedule(uint32_t rspid, const char* mac, const char* scheduleText1,
+                                    const char* scheduleText2, const char* scheduleText3,
+                                    const char* scheduleText4, const char* scheduleText5,
+                                    int32_t scheduleValue1, int32_t scheduleValue2,
+                                    int32_t scheduleValue3, int32_t scheduleValue4,
+                                    int32_t scheduleValue5, int32_t scheduleValue6);
+/* Reads schedule `scheduleId`. The reply has 12 fields: the controller's result, the five
+ * texts, five values and one more; the result and the last field are not passed on, so 0 comes
+ * back even when the controller's result is negative, as long as 12 fields came. A controller
+ * that refuses answers with fewer fields: -1, outputs untouched. Kind `result`. Each text
+ * buffer ZANTH_PARAMETER_TEXT_SIZE bytes; on a conversion failure the texts and the values
+ * before the failing one may have been written. RspGetSchedule returns -1 once queued. */
+ZANTH_API int32_t GetSchedule(const char* mac, int32_t scheduleId, char* scheduleText1,
+                              char* scheduleText2, char* scheduleText3, char* scheduleText4,
+                              char* scheduleText5, int32_t* scheduleValue1,
+                              int32_t* scheduleValue2, int32_t* scheduleValue3,
+                              int32_t* scheduleValue4, int32_t* scheduleValue5);
+ZANTH_API int32_t RspGetSchedule(uint32_t rspid, const char* mac, int32_t scheduleId);
+/* Deletes schedule `scheduleId`. Kind `status`. */
+ZANTH_API int32_t DeleteSchedule(const char* mac, int32_t scheduleId);
+ZANTH_API int32_t RspDeleteSchedule(uint32_t rspid, const char* mac, int32_t scheduleId);
+
 /* ---- Contact ID records ------------------------------------------------------------------- */
 
 /* (declarations of this family follow) */
+
+/* Three kinds of records for Contact ID reporting: records, group records and communication
+ * records. The conventions of the schedule section above hold (kinds `status` and `result`,
+ * text buffers of ZANTH_PARAMETER_TEXT_SIZE bytes, -1 from Rsp calls, the conversion failure).
+ * The library gives the texts and values no meaning. */
+
+/* Writes a record: "text1;value1;...;value7;text2;text3;". Returns 0 once the message went
+ * out, whatever the controller answers or if it doesn't answer within the wait time; -10004,
+ * -10003, -10006, -10002 (a null text) when nothing went out; -1 when the controller's
+ * one-field answer is not a number. RspUpdateContactIDRecord returns 0 once queued. */
+ZANTH_API int32_t UpdateContactIDRecord(const char* mac, const char* contactText1,
+                                        int32_t contactValue1, int32_t contactValue2,
+                                        int32_t contactValue3, int32_t contactValue4,
+                                        int32_t contactValue5, int32_t contactValue6,
+                                        int32_t contactValue7, const char* contactText2,
+                                        const char* contactText3);
+ZANTH_API int32_t RspUpdateContactIDRecord(uint32_t rspid, const char* mac,
+                                           const char* contactText1, int32_t contactValue1,
+                                           int32_t contactValue2, int32_t contactValue3,
+                                           int32_t contactValue4, int32_t contactValue5,
+                                           int32_t contactValue6, int32_t contactValue7,
+                                           const char* contactText2, const char* contactText3);
+/* Reads the record whose key is *contactValue3 (sent as "key;"). The reply has 10 fields in
+ * the order of the arguments, the first a text; there is no result field, so whatever comes
+ * first lands in contactText1, and *contactValue3 is overwritten with the reply's fourth field.
+ * Kind `result`. On a conversion failure contactText1 and the values before the failing one
+ * may have been written. RspGetContactIDRecord takes the key by value and returns -1 once
+ * queued. */
+ZANTH_API int32_t GetContactIDRecord(const char* mac, char* contactText1, int32_t* contactValue1,
+                                     int32_t* contactValue2, int32_t* contactValue3,
+                                     int32_t* contactValue4, int32_t* contactValue5,
+                                     int32_t* contactValue6, int32_t* contactValue7,
+                                     char* contactText2, char* contactText3);
+ZANTH_API int32_t RspGetContactIDRecord(uint32_t rspid, const char* mac, int32_t contactValue3);
+/* Deletes record `contactId`. Returns 0 once the message went out, on any reply or none (the
+ * answer is not read); RspDeleteContactIDRecord returns 0 once queued. */
+ZANTH_API int32_t DeleteContactIDRecord(const char* mac, int32_t contactId);
+ZANTH_API int32_t RspDeleteContactIDRecord(uint32_t rspid, const char* mac, int32_t contactId);
+/* Writes a group record; on the wire "groupText;groupId;groupValue;". Kind `status`. */
+ZANTH_API int32_t UpdateContactIDGroupRecord(const char* mac, int32_t groupId,
+                                             const char* groupText, int32_t groupValue);
+ZANTH_API int32_t RspUpdateContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId,
+                                                const char* groupText, int32_t groupValue);
+/* Reads group record `groupId`: the reply is "groupText;groupValue;groupId;" (the third field
+ * is not passed on). Kind `result`. On a conversion failure groupText (and groupValue, when the
+ * third field failed) may have been written. RspGetContactIDGroupRecord returns -1 once
+ * queued. */
+ZANTH_API int32_t GetContactIDGroupRecord(const char* mac, int32_t groupId, char* groupText,
+                                          int32_t* groupValue);
+ZANTH_API int32_t RspGetContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId);
+/* Deletes group record `groupId`. Kind `status`. */
+ZANTH_API int32_t DeleteContactIDGroupRecord(const char* mac, int32_t groupId);
+ZANTH_API int32_t RspDeleteContactIDGroupRecord(uint32_t rspid, const char* mac,
+                                                int32_t groupId);
+/* Writes a communication record: "commId;commText;commValue;". Kind `status`. */
+ZANTH_API int32_t UpdateContactIDCommRecord(const char* mac, int32_t commId, const char* commText,
+                                            uint16_t commValue);
+ZANTH_API int32_t RspUpdateContactIDCommRecord(uint32_t rspid, const char* mac, int32_t commId,
+                                               const char* commText, uint16_t commValue);
+/* Reads communication record `commId`. Its reply is cut at '#' rather than ';': commText takes
+ * the whole reply payload, semicolons included (for example "0;text;5;", or the controller's
+ * refusal such as "-101;"), and a reply holding a '#' fails with -1. Kind `result`; no integer
+ * is converted. RspGetContactIDCommRecord returns -1 once queued. */
+ZANTH_API int32_t GetContactIDCommRecord(const char* mac, int32_t commId, char* commText);
+ZANTH_API int32_t RspGetContactIDCommRecord(uint32_t rspid, const char* mac, int32_t commId);
+/* Deletes a communication record. The text comes first here, the number first on the wire:
+ * "commId;commText;". Kind `status`. */
+ZANTH_API int32_t DeleteContactIDCommRecord(const char* mac, const char* commText,
+                                            int32_t commId);
+ZANTH_API int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const char* mac,
+                                               const char* commText, int32_t commId);
 
 /* ---- Smart card modes --------------------------------------------------------------------- */
 

@@ -34,6 +34,9 @@
 
 extern char** environ;
 
+// The demo's command families, each in its own Demo<Family>.cpp.
+bool DemoSchedules(const char* mac);
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -236,6 +239,7 @@ int main(int argc, char** argv) {
     bool replied = WaitFor(
         [&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }, std::chrono::seconds(10));
     if (replied) Say("GetNextResponse: rspid %d, reply \"%s\"\n\n", rspid, text);
+    ok = DemoSchedules(kClearMacs[2]) && ok;
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;
