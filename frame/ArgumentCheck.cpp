@@ -1,5 +1,7 @@
 #include "frame/ArgumentCheck.h"
 
+#include <cctype>
+
 #include "protocol/CommandRecord.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
@@ -28,6 +30,18 @@ bool ArgumentCheck::CheckRange(int64_t value, int64_t low, int64_t high, const c
     FormatText(logText_, kLogTextSize, format, static_cast<int>(low), static_cast<int>(high));
 #pragma GCC diagnostic pop
     return Refuse(logText_);
+}
+
+bool ArgumentCheck::CheckHex(const char* subject, const char* text) {
+    if (!Present(text)) return false;
+    for (const char* p = text; *p != '\0'; ++p) {
+        if (std::isxdigit(static_cast<unsigned char>(*p)) == 0) {
+            FormatText(logText_, kLogTextSize, "[%s] %s must be a hexidecimal value", method_,
+                       subject);
+            return Refuse(logText_);
+        }
+    }
+    return true;
 }
 
 bool ArgumentCheck::Refuse(const char* text) {

@@ -28,6 +28,9 @@ class ArgumentCheck {
     bool CheckRange(int64_t value, int64_t low, int64_t high, const char* format);
     // A refusal with a whole text of its own.
     bool Refuse(const char* text);
+    // "[Master::X] <subject> must be a hexidecimal value" unless `text` holds hexadecimal digits
+    // only; an empty text passes, a null one is refused without a log line.
+    bool CheckHex(const char* subject, const char* text);
     // Text and output pointers that the method must use: a null one gives -10002, unlogged.
     template <class... Pointers>
     bool Present(const Pointers*... pointers) {

@@ -127,6 +127,42 @@ class Master {
                                    int32_t commId, char* commText);
     int32_t DeleteContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                       const char* commText, int32_t commId);
+    // Outputs, inputs and local settings (commands/device/Io*.cpp). `target` is an interface
+    // board (0 to 31) or the controller (32); the settings take `mode` 0 to read, 1 to set.
+    // The first generations have methods of their own without rspfunc and rspid.
+    int32_t CmdOutputFunction(const char* mac, int32_t target, int32_t bitOrFunctionCode,
+                              int32_t state);
+    int32_t CmdOutputFunction2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                               int32_t bitOrFunctionCode, int32_t state);
+    int32_t CmdOutputFunction3(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                               int32_t bitOrFunctionCode, int32_t state);
+    int32_t GetSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
+                            char* buffer, int32_t size);
+    int32_t DriveSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac,
+                              int32_t interface);
+    int32_t LocalFcnCode(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t output,
+                         int32_t* value);
+    int32_t GetInputStatus(const char* mac, int32_t target, char* buffer, int32_t size);
+    int32_t GetInputStatus2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                            int32_t* status, char* buffer, int32_t size);
+    int32_t GetInputStatus3(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                            int32_t* status, char* buffer, int32_t size);
+    int32_t ReadA2D(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                    int32_t adNumber, char* buffer, int32_t size);
+    int32_t ReadA2D_2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                      int32_t adNumber, char* buffer, int32_t size);
+    int32_t LocalA2DLimits(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                           int32_t adNumber, char* upperHigh, int32_t upperHighSize,
+                           char* lowerHigh, int32_t lowerHighSize, char* upperLow,
+                           int32_t upperLowSize, char* lowerLow, int32_t lowerLowSize);
+    int32_t LocalDebounce(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                          int32_t number, int32_t* value);
+    int32_t LocalRelayTimer(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                            int32_t relay, int32_t* value);
+    int32_t LogicalInput(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                         int32_t number, int32_t* value);
+    int32_t LocalPollDelay(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                           int32_t* value);
 
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,

@@ -398,11 +398,131 @@ ZANTH_API int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const char* mac,
 
 /* ---- Output commands ---------------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* `target` is an interface board (0 to 31) or, with 32, the controller itself; `interface` is a
+ * board alone (0 to 31). `bitOrFunctionCode` (0 to 199) and `state` (0 to 2) mean what the
+ * controller makes of them. An argument out of bounds gives -10002 and sends nothing; the checks
+ * run in the order code, state, target.
+ *
+ * Three generations, all kept because older controllers know only the older codes. The Rsp
+ * names are out of step: RspCmdOutputFunction is the non-blocking form of CmdOutputFunction2,
+ * RspCmdOutputFunction2 that of CmdOutputFunction3; CmdOutputFunction is blocking only.
+ * CmdOutputFunction: 0 on success; the old board reply's 1 is success, 0 failure (-10001).
+ * CmdOutputFunction2/3: the controller's result (0, a positive value, or -100 and below; -1 to
+ * -99 give -10001). */
+ZANTH_API int32_t CmdOutputFunction(const char* mac, int32_t target, int32_t bitOrFunctionCode,
+                                    int32_t state);
+ZANTH_API int32_t CmdOutputFunction2(const char* mac, int32_t target, int32_t bitOrFunctionCode,
+                                     int32_t state);
+ZANTH_API int32_t RspCmdOutputFunction(uint32_t rspid, const char* mac, int32_t target,
+                                       int32_t bitOrFunctionCode, int32_t state);
+ZANTH_API int32_t CmdOutputFunction3(const char* mac, int32_t target, int32_t bitOrFunctionCode,
+                                     int32_t state);
+ZANTH_API int32_t RspCmdOutputFunction2(uint32_t rspid, const char* mac, int32_t target,
+                                        int32_t bitOrFunctionCode, int32_t state);
+/* The outputs board `interface` has saved, as one text (everything behind the result, not split
+ * further). `buffer` is cleared for `size` bytes once the reply is in; -10006 (buffer left clear)
+ * when `size` is not greater than the text's length. Returns the controller's result, which may
+ * be positive on success. */
+ZANTH_API int32_t GetSavedOutputs(const char* mac, int32_t interface, char* buffer, int32_t size);
+ZANTH_API int32_t RspGetSavedOutputs(uint32_t rspid, const char* mac, int32_t interface);
+/* Drives board `interface`'s outputs to their saved states again. */
+ZANTH_API int32_t DriveSavedOutputs(const char* mac, int32_t interface);
+ZANTH_API int32_t RspDriveSavedOutputs(uint32_t rspid, const char* mac, int32_t interface);
 
 /* ---- Inputs and local settings ------------------------------------------------------------ */
 
-/* (declarations of this family follow) */
+/* The state of the controller's local output `output` (sent as it stands, unchecked) into
+ * *value; -10011 when the reply carries no state, *value then unchanged. */
+ZANTH_API int32_t LocalFcnCode(const char* mac, uint32_t output, int32_t* value);
+ZANTH_API int32_t RspLocalFcnCode(uint32_t rspid, const char* mac, uint32_t output);
+
+/* Input status of `target` (0 to 31 a board, 32 the controller): a status number and a text.
+ * `buffer` is cleared for `size` bytes once the reply is in; -10006 when `size` is not greater
+ * than the text's length, -10011 when a field is missing.
+ * GetInputStatus (blocking only) reads on for any controller result from 0 up and drops the
+ * status. GetInputStatus2 and GetInputStatus3 fill *status and the text only when the
+ * controller answers 0; a positive result is returned with nothing read. Out-of-step Rsp
+ * names: RspGetInputStatus is the non-blocking form of GetInputStatus2, RspGetInputStatus2 that
+ * of GetInputStatus3. */
+ZANTH_API int32_t GetInputStatus(const char* mac, int32_t target, char* buffer, int32_t size);
+ZANTH_API int32_t GetInputStatus2(const char* mac, int32_t target, int32_t* status, char* buffer,
+                                  int32_t size);
+ZANTH_API int32_t RspGetInputStatus(uint32_t rspid, const char* mac, int32_t target);
+ZANTH_API int32_t GetInputStatus3(const char* mac, int32_t target, int32_t* status, char* buffer,
+                                  int32_t size);
+ZANTH_API int32_t RspGetInputStatus2(uint32_t rspid, const char* mac, int32_t target);
+
+/* Analogue channel `adNumber` (0 to 23) of `target` (0 to 32), as the controller's text. The
+ * buffer is not cleared first: on any failure it keeps what it held; -10006 when `size` is not
+ * greater than the value's length. ReadA2D_2 uses the newer command for all targets. */
+ZANTH_API int32_t ReadA2D(const char* mac, int32_t target, int32_t adNumber, char* buffer,
+                          int32_t size);
+ZANTH_API int32_t RspReadA2D(uint32_t rspid, const char* mac, int32_t target, int32_t adNumber);
+ZANTH_API int32_t ReadA2D_2(const char* mac, int32_t target, int32_t adNumber, char* buffer,
+                            int32_t size);
+ZANTH_API int32_t RspReadA2D_2(uint32_t rspid, const char* mac, int32_t target,
+                               int32_t adNumber);
+
+/* Local settings. Each has one form with `mode` (0 reads, 1 sets; another mode gives -10002)
+ * and forms with the mode fixed: GetX reads into the caller's output, SetX takes the value.
+ * The Rsp forms take rspid first and have no outputs: the reply frame comes back under rspid.
+ * RspX(rspid, mac, mode, number, value) passes `value` by value, used only to set; RspGetX
+ * takes what GetX takes less its outputs, RspSetX what SetX takes.
+ *
+ * A/D limits of local channel `adNumber` (0 to 7): upper high, lower high, upper low and lower
+ * low, each a text of hexadecimal digits (an empty one passes and goes out as an empty field;
+ * anything else gives -10002 and sends nothing). A read clears the four buffers for their
+ * sizes and fills them in order; a limit not shorter than its buffer gives -10006 and stops the
+ * reading, the limits before it staying filled. */
+ZANTH_API int32_t LocalA2DLimits(const char* mac, int32_t mode, int32_t adNumber, char* upperHigh,
+                                 int32_t upperHighSize, char* lowerHigh, int32_t lowerHighSize,
+                                 char* upperLow, int32_t upperLowSize, char* lowerLow,
+                                 int32_t lowerLowSize);
+ZANTH_API int32_t GetLocalA2DLimits(const char* mac, int32_t adNumber, char* upperHigh,
+                                    int32_t upperHighSize, char* lowerHigh, int32_t lowerHighSize,
+                                    char* upperLow, int32_t upperLowSize, char* lowerLow,
+                                    int32_t lowerLowSize);
+ZANTH_API int32_t SetLocalA2DLimits(const char* mac, int32_t adNumber, const char* upperHigh,
+                                    const char* lowerHigh, const char* upperLow,
+                                    const char* lowerLow);
+ZANTH_API int32_t RspLocalA2DLimits(uint32_t rspid, const char* mac, int32_t mode,
+                                    int32_t adNumber, const char* upperHigh,
+                                    const char* lowerHigh, const char* upperLow,
+                                    const char* lowerLow);
+ZANTH_API int32_t RspGetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber);
+ZANTH_API int32_t RspSetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber,
+                                       const char* upperHigh, const char* lowerHigh,
+                                       const char* upperLow, const char* lowerLow);
+/* Debounce of local input `number`; neither number nor value is checked. */
+ZANTH_API int32_t LocalDebounce(const char* mac, int32_t mode, int32_t number, int32_t* value);
+ZANTH_API int32_t GetLocalDebounce(const char* mac, int32_t number, int32_t* value);
+ZANTH_API int32_t SetLocalDebounce(const char* mac, int32_t number, int32_t value);
+ZANTH_API int32_t RspLocalDebounce(uint32_t rspid, const char* mac, int32_t mode, int32_t number,
+                                   int32_t value);
+ZANTH_API int32_t RspGetLocalDebounce(uint32_t rspid, const char* mac, int32_t number);
+ZANTH_API int32_t RspSetLocalDebounce(uint32_t rspid, const char* mac, int32_t number,
+                                      int32_t value);
+/* How long relay `relay` (0 or 1) stays on once driven, in ms (0 to 1320000). */
+ZANTH_API int32_t LocalRelayTimer(const char* mac, int32_t mode, int32_t relay, int32_t* value);
+ZANTH_API int32_t GetLocalRelayTimer(const char* mac, int32_t relay, int32_t* value);
+ZANTH_API int32_t SetLocalRelayTimer(const char* mac, int32_t relay, int32_t value);
+ZANTH_API int32_t RspLocalRelayTimer(uint32_t rspid, const char* mac, int32_t mode, int32_t relay,
+                                     int32_t value);
+ZANTH_API int32_t RspGetLocalRelayTimer(uint32_t rspid, const char* mac, int32_t relay);
+ZANTH_API int32_t RspSetLocalRelayTimer(uint32_t rspid, const char* mac, int32_t relay,
+                                        int32_t value);
+/* Logical input `number` (1 to 2147483647), value 0 or 1. */
+ZANTH_API int32_t LogicalInput(const char* mac, int32_t mode, int32_t number, int32_t* value);
+ZANTH_API int32_t GetLogicalInput(const char* mac, int32_t number, int32_t* value);
+ZANTH_API int32_t SetLogicalInput(const char* mac, int32_t number, int32_t value);
+ZANTH_API int32_t RspLogicalInput(uint32_t rspid, const char* mac, int32_t mode, int32_t number,
+                                  int32_t value);
+ZANTH_API int32_t RspGetLogicalInput(uint32_t rspid, const char* mac, int32_t number);
+ZANTH_API int32_t RspSetLogicalInput(uint32_t rspid, const char* mac, int32_t number,
+                                     int32_t value);
+/* The controller's input poll delay, unchecked. */
+ZANTH_API int32_t LocalPollDelay(const char* mac, int32_t mode, int32_t* value);
+ZANTH_API int32_t RspLocalPollDelay(uint32_t rspid, const char* mac, int32_t mode, int32_t value);
 
 /* ---- Interface boards --------------------------------------------------------------------- */
 

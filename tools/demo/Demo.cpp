@@ -30,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/demo/DemoIo.h"
 #include "zanth.h"
 
 extern char** environ;
@@ -240,6 +241,7 @@ int main(int argc, char** argv) {
         [&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }, std::chrono::seconds(10));
     if (replied) Say("GetNextResponse: rspid %d, reply \"%s\"\n\n", rspid, text);
     ok = DemoSchedules(kClearMacs[2]) && ok;
+    if (!DemoIo(kClearMacs[0])) ok = false;
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;

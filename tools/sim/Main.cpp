@@ -3,6 +3,7 @@
 //   zanth-sim --host 127.0.0.1 --port 3001 --count 50 --heartbeat-ms 5000 --event-interval-ms 1000
 //   zanth-sim --listen 4001 --count 4          (waits for the host's ContactController)
 //   zanth-sim --port 3001 --cards site.csv     (every controller starts with the site's cards)
+//   zanth-sim --port 3001 --input 32:0=1       (input 0 of every controller starts on)
 
 #include <pthread.h>
 #include <signal.h>
@@ -23,6 +24,7 @@
 
 #include "tools/sim/Simulator.h"
 #include "tools/sim/families/CardDatabase.h"
+#include "tools/sim/families/Io.h"
 
 namespace {
 
@@ -46,6 +48,14 @@ struct Options {
     // CSV files of cards: for every controller (empty MAC) or for one.
     std::vector<std::pair<std::string, std::string>> cards;
     std::optional<int> cardCapacity;
+    // Input states to start with: for every controller (empty MAC) or for one.
+    struct InputSetting {
+        std::string mac;
+        int target = 0;
+        int input = 0;
+        bool on = false;
+    };
+    std::vector<InputSetting> inputs;
 };
 
 void Usage(FILE* out) {
@@ -76,6 +86,10 @@ void Usage(FILE* out) {
         "                         dates yyyy/mm/dd and times hh:mm:ss, either may be 0; lines\n"
         "                         starting with # and blank lines are skipped\n"
         "  --card-capacity N      records each controller's card database holds (default %zu)\n"
+        "  --input [MAC:]T:I=S    input I (0-15) of target T (0-31 a board, 32 the controller)\n"
+        "                         starts in state S (0 or 1), in every controller or in the one\n"
+        "                         with that MAC; may be repeated. Controller inputs 8 and 9\n"
+        "                         follow door relays 0 and 1 and can't be set\n"
         "  --quiet                only the summary at the end\n",
         CardDatabase::kDefaultCapacity);
 }
@@ -86,6 +100,33 @@ bool ParseInt(const char* text, int low, int high, int* out) {
     long value = std::strtol(text, &end, 10);
     if (errno != 0 || end == text || *end != '\0' || value < low || value > high) return false;
     *out = static_cast<int>(value);
+    return true;
+}
+
+// "[MAC:]target:input=state", as --input takes it.
+bool ParseInput(const std::string& text, Options* o) {
+    size_t equals = text.rfind('=');
+    if (equals == std::string::npos) return false;
+    std::string where = text.substr(0, equals);
+    size_t second = where.rfind(':');
+    size_t first = second == std::string::npos || second == 0 ? std::string::npos
+                                                               : where.rfind(':', second - 1);
+    if (second == std::string::npos) return false;
+    Options::InputSetting in;
+    std::string target = where.substr(first == std::string::npos ? 0 : first + 1,
+                                      second - (first == std::string::npos ? 0 : first + 1));
+    int state = 0;
+    if (!ParseInt(target.c_str(), 0, zanth::sim::Io::kController, &in.target) ||
+        !ParseInt(where.substr(second + 1).c_str(), 0, zanth::sim::Io::kInputs - 1, &in.input) ||
+        !ParseInt(text.substr(equals + 1).c_str(), 0, 1, &state)) {
+        return false;
+    }
+    in.on = state == 1;
+    if (first != std::string::npos) {
+        in.mac = NormalizeMac(where.substr(0, first));
+        if (in.mac.empty()) return false;
+    }
+    o->inputs.push_back(in);
     return true;
 }
 
@@ -149,6 +190,8 @@ int Parse(int argc, char** argv, Options* o) {
                 o->cards.emplace_back(mac, text.substr(equals + 1));
             }
             ok = !o->cards.back().second.empty();
+        } else if (arg == "--input") {
+            ok = ParseInput(value, o);
         } else if (arg == "--card-capacity") {
             ok = ParseInt(value, 0, CardDatabase::kMaxChangeover, &number);
             o->cardCapacity = number;
@@ -220,6 +263,28 @@ bool LoadCards(Simulator& sim, const Options& o) {
     return true;
 }
 
+// Sets the inputs the options name; false after a message on failure.
+bool SetInputs(Simulator& sim, const Options& o) {
+    for (const Options::InputSetting& in : o.inputs) {
+        Controller* only = nullptr;
+        if (!in.mac.empty() && (only = sim.Find(in.mac)) == nullptr) {
+            std::fprintf(stderr, "zanth-sim: --input names %s, which is none of the controllers\n",
+                         in.mac.c_str());
+            return false;
+        }
+        for (size_t i = 0; i < sim.Count(); ++i) {
+            Controller& c = sim.At(i);
+            if (only != nullptr && only != &c) continue;
+            if (!c.Family<Io>().SetInput(in.target, in.input, in.on)) {
+                std::fprintf(stderr, "zanth-sim: input %d of target %d can't be set\n", in.input,
+                             in.target);
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 // `identified` is counted before the links were closed.
 void PrintSummary(Simulator& sim, size_t identified, double seconds) {
     SimulatorTotals t = sim.Totals();
@@ -278,7 +343,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     // Before the loop starts, so that no host sees a controller with half its cards.
-    if (!LoadCards(sim, o)) return 2;
+    if (!LoadCards(sim, o) || !SetInputs(sim, o)) return 2;
 
     auto start = std::chrono::steady_clock::now();
     sim.Start();

@@ -4,6 +4,7 @@
 #include "tools/sim/families/ContactId.h"
 #include "tools/sim/families/Family.h"
 #include "tools/sim/families/Schedules.h"
+#include "tools/sim/families/Io.h"
 #include "tools/sim/families/SmartCard.h"
 
 namespace zanth::sim {
@@ -14,6 +15,7 @@ std::vector<std::unique_ptr<Family>> MakeFamilies(const ControllerConfig& /*conf
     families.push_back(std::make_unique<SmartCard>());
     families.push_back(std::make_unique<Schedules>());
     families.push_back(std::make_unique<ContactId>());
+    families.push_back(std::make_unique<Io>());
     return families;
 }
 
