@@ -1,8 +1,10 @@
 // The command families every simulated controller has, one line each.
 
 #include "tools/sim/families/CardDatabase.h"
+#include "tools/sim/families/Clock.h"
 #include "tools/sim/families/Family.h"
 #include "tools/sim/families/SmartCard.h"
+#include "tools/sim/families/Upload.h"
 
 namespace zanth::sim {
 
@@ -10,6 +12,8 @@ std::vector<std::unique_ptr<Family>> MakeFamilies(const ControllerConfig& /*conf
     std::vector<std::unique_ptr<Family>> families;
     families.push_back(std::make_unique<CardDatabase>());
     families.push_back(std::make_unique<SmartCard>());
+    families.push_back(std::make_unique<ControllerClock>());
+    families.push_back(std::make_unique<MessageStore>());
     return families;
 }
 
