@@ -12,7 +12,13 @@
 // figures from /proc). After the window the controllers stop, and every event sent must be
 // acknowledged, stored and delivered: the figures in the second table.
 //
-//   zanth-bench-events [--counts 1,10,100] [--window-s 10] [--warmup-s 2] [--dir D] [--keep]
+// Then an upload run: one controller holds --upload stored events and alarms (10000 by default)
+// that no host has taken, raised while the host was down; the host comes back on the same port,
+// the controller reconnects, and the host asks for the current messages. It times the upload
+// until every message is in the message files and has reached the event and alarm callbacks.
+//
+//   zanth-bench-events [--counts 1,10,100] [--window-s 10] [--warmup-s 2] [--upload N]
+//                      [--dir D] [--keep]
 
 #include <atomic>
 #include <cstdio>
@@ -25,6 +31,7 @@
 #include "protocol/Codes.h"
 #include "stores/MsgMon.h"
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/Upload.h"
 #include "zanth.h"
 
 namespace {
@@ -42,14 +49,21 @@ void PrintUsage(FILE* out) {
                  "  --counts L    controller counts, comma-separated (default 1,10,100)\n"
                  "  --window-s N  counting window (default 10)\n"
                  "  --warmup-s N  flat-out time after all have identified, before the window (default 2)\n"
+                 "  --upload N    stored messages of the upload run (default 10000; 0: no upload run)\n"
                  "  --dir D       where the scratch directories go (default $TMPDIR or /tmp)\n"
                  "  --keep        keep them (library log, message files)\n");
 }
 
 std::atomic<uint64_t> delivered{0};
+std::atomic<uint64_t> alarmsDelivered{0};
 
 int32_t OnEvent(char*) {
     delivered.fetch_add(1, std::memory_order_relaxed);
+    return 0;
+}
+
+int32_t OnAlarm(char*) {
+    alarmsDelivered.fetch_add(1, std::memory_order_relaxed);
     return 0;
 }
 
@@ -217,6 +231,129 @@ int RunChild(int n, const Args& args, const std::string& resultPath) {
     return 0;
 }
 
+uint64_t UnreadAlarms() {
+    uint64_t count = 0;
+    Check(NumberUnreadAlarms(&count), "NumberUnreadAlarms");
+    return count;
+}
+
+// Sizes both message files for `records` (resizing discards what they held).
+void SizeMessageFiles(uint64_t records) {
+    uint64_t sizeArgument = 0;
+    uint32_t size32 = static_cast<uint32_t>(records);
+    std::memcpy(&sizeArgument, &size32, sizeof size32);
+    Check(EventLogSize(1, &sizeArgument), "EventLogSize");
+    std::memcpy(&sizeArgument, &size32, sizeof size32);
+    Check(AlarmLogSize(1, &sizeArgument), "AlarmLogSize");
+}
+
+// Library up on `port`, every controller valid.
+void StartHost(int port) {
+    LoadLibrary();
+    Check(SetValidControllers("ALL"), "SetValidControllers(ALL)");
+    int32_t waitMs = 5000;
+    Check(RecvWaitTime(1, &waitMs), "RecvWaitTime");
+    Check(Initialization(port, nullptr, nullptr), "Initialization");
+    if (!WaitFor([port] { return PortListening(port); }, 10s, 2ms)) {
+        Fail("the library's listener did not come up on port " + std::to_string(port));
+    }
+}
+
+void StopHost() {
+    Shutdown();
+    UnloadLibrary();
+}
+
+// The upload run, in this process; its figures go to `resultPath`.
+int RunUploadChild(int stored, const Args& args, const std::string& resultPath) {
+    Sandbox sandbox(args.Value("--dir").value_or(""), args.Flag("--keep"));
+    Results results;
+    results.Put("stored", stored);
+    const int port = FreePort();
+
+    sim::Simulator simulator;
+    sim::ControllerConfig config;
+    config.mac = "E1:00:00";
+    config.port = port;
+    config.reconnectMinMs = 50;
+    config.reconnectMaxMs = 200;
+    sim::Controller& controller = simulator.Add(std::move(config));
+    auto& store = controller.Family<sim::MessageStore>();
+    store.SetCapacity(static_cast<size_t>(stored) + 100);
+
+    // The host as it ran before: the controller is known and connected.
+    StartHost(port);
+    simulator.Start();
+    if (!controller.WaitIdentified(30s) || !WaitFor([] { return ConnectedCount() == 1; }, 10s)) {
+        Fail("the controller did not connect to the first host");
+    }
+    // The host goes down; what the doors raise meanwhile stays in the controller's log.
+    StopHost();
+    if (!WaitFor([&] { return !controller.Identified(); }, 10s)) Fail("the link did not end");
+    controller.StoreMessages(static_cast<size_t>(stored));
+
+    // The host comes back on its port; the controller finds it again.
+    StartHost(port);
+    SizeMessageFiles(static_cast<uint64_t>(stored) * 2);
+    Check(SetEventCallback(OnEvent), "SetEventCallback");
+    Check(SetAlarmCallback(OnAlarm), "SetAlarmCallback");
+    if (!controller.WaitIdentified(30s) || !WaitFor([] { return ConnectedCount() == 1; }, 10s)) {
+        Fail("the controller did not connect to the restarted host");
+    }
+    uint64_t bundlesBefore = simulator.Totals().sent[zanth::ZANTH_MESSAGE_BUNDLE];
+
+    const auto total = static_cast<uint64_t>(stored);
+    auto start = Clock::now();
+    Check(UploadCurrentMsgs("E1:00:00"), "UploadCurrentMsgs");
+    double acceptedMs = Ms(Clock::now() - start);
+    bool inFiles = WaitFor([&] { return Unread() + UnreadAlarms() >= total; }, 300s, 1ms);
+    double filesMs = Ms(Clock::now() - start);
+    bool toCallback = WaitFor(
+        [&] { return delivered.load() + alarmsDelivered.load() >= total; }, 60s, 1ms);
+    double callbackMs = Ms(Clock::now() - start);
+    // Every bundle acknowledged: the controller counts none of them current any more.
+    bool acked = WaitFor([&] { return store.Counts().current == 0; }, 10s, 5ms);
+    std::this_thread::sleep_for(500ms);  // anything beyond the count would show here
+
+    sim::SimulatorTotals totals = simulator.Totals();
+    results.Put("bundles",
+                static_cast<double>(totals.sent[zanth::ZANTH_MESSAGE_BUNDLE] - bundlesBefore));
+    results.Put("accepted_ms", acceptedMs);
+    results.Put("files_ms", filesMs);
+    results.Put("callback_ms", callbackMs);
+    results.Put("in_files", static_cast<double>(Unread() + UnreadAlarms()));
+    results.Put("to_callback", static_cast<double>(delivered.load() + alarmsDelivered.load()));
+    results.Put("complete", inFiles && toCallback && acked ? "yes" : "no");
+    simulator.Stop();
+    StopHost();
+    results.Write(resultPath);
+    return 0;
+}
+
+void ReportUpload(const Results& r) {
+    double stored = r.Number("stored");
+    double bundles = r.Number("bundles");
+    // The 1062 is read one turn after the send; then one message, a bundle, per turn.
+    double modelMs = (1 + bundles) * 47.0;
+    std::printf("\nupload after a host restart: one controller, %.0f stored messages "
+                "(4 events to 1 alarm), UploadCurrentMsgs\n", stored);
+    Table upload({"stored", "bundles", "per bundle", "accepted ms", "in files ms", "callback ms",
+                  "model ms", "msgs/s to file", "in files", "to callback", "lost", "complete"});
+    double lost = stored - std::min(r.Number("in_files"), r.Number("to_callback"));
+    upload.Row({Fixed(stored, 0), Fixed(bundles, 0), Fixed(bundles > 0 ? stored / bundles : 0, 1),
+                Fixed(r.Number("accepted_ms")), Fixed(r.Number("files_ms")),
+                Fixed(r.Number("callback_ms")), Fixed(modelMs),
+                Fixed(stored / (r.Number("files_ms") / 1000.0), 0), Fixed(r.Number("in_files"), 0),
+                Fixed(r.Number("to_callback"), 0), Fixed(lost, 0), r.Text("complete")});
+    upload.Print();
+    std::printf(
+        "model: the Worker reads one message per 47 ms turn, and a bundle is one message: the\n"
+        "upload's reply in one turn, then one bundle (as many entries as fit one 4087-byte frame)\n"
+        "per turn, so (1 + bundles) x 47 ms until the last is in the files. The callbacks trail\n"
+        "the files by up to a second (the callback thread drains its queue, then sleeps 1 s).\n");
+    if (lost > 0 || r.Text("complete") != "yes") Fail("the upload run lost messages");
+}
+
 int RunParent(const Args& args) {
     std::vector<int> counts = args.IntList("--counts", {1, 10, 100});
     const int windowS = args.Int("--window-s", 10, 1, 3600);
@@ -298,6 +435,17 @@ int RunParent(const Args& args) {
         }
         if (r.Text("settled") != "yes") Fail("the run with " + r.Text("n") + " controllers did not settle");
     }
+    const int upload = args.Int("--upload", 10000, 0, 99000);
+    if (upload > 0) {
+        std::fprintf(stderr, "zanth-bench-events: upload of %d stored messages...\n", upload);
+        std::string resultPath = sandbox.Path("result-upload");
+        std::vector<std::string> argv = {SelfProgram(), "--child-upload", std::to_string(upload),
+                                         "--result", resultPath, "--dir", sandbox.Dir()};
+        if (args.Flag("--keep")) argv.push_back("--keep");
+        int status = WaitExit(Spawn(argv), std::chrono::seconds(600));
+        if (status != 0) Fail("the upload run failed (status " + std::to_string(status) + ")");
+        ReportUpload(Results::Read(resultPath));
+    }
     return 0;
 }
 
@@ -305,8 +453,12 @@ int RunParent(const Args& args) {
 
 int main(int argc, char** argv) {
     return BenchMain("zanth-bench-events", argc, argv, {"--keep", "--probe-file"}, {"--counts", "--window-s", "--warmup-s", "--dir", "--child",
-                      "--result"}, PrintUsage,
+                      "--result", "--upload", "--child-upload"}, PrintUsage,
                      [](const Args& args) {
+                         if (args.Value("--child-upload")) {
+                             return RunUploadChild(args.Int("--child-upload", 10000, 1, 99000),
+                                                   args, args.Value("--result").value_or("result"));
+                         }
                          if (args.Value("--child")) {
                              return RunChild(args.Int("--child", 1, 1, 100000), args,
                                              args.Value("--result").value_or("result"));

@@ -65,6 +65,17 @@ class Master {
     int32_t RebootBoard(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target);
     int32_t RebootBoard2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target);
 
+    // Time, time zone and message upload. SystemTime: mode 0 reads the date and time, 1 sets
+    // them, 2 reads the current zone; SystemTZ: mode 0 reads the time-zone text, 1 sets it.
+    // CmdEventLog: the upload kind by mode 1, 2, 4 to 8.
+    int32_t SystemTime(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode, char* date,
+                       int32_t dateSize, char* time, int32_t timeSize, char* zone,
+                       int32_t zoneSize);
+    int32_t SystemTZ(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode, char* tz,
+                     int32_t size);
+    int32_t CmdEventLog(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                        int32_t value1, int32_t value2);
+
     // Host access decisions.
     int32_t RecheckLookupCard(int32_t rspfunc, int32_t rspid, const char* mac, const char* data);
     int32_t RequestPin(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t pinValue1,

@@ -138,6 +138,13 @@ ReplyFields& ReplyFields::Stamp(char* date, int32_t dateSize, char* time, int32_
     return *this;
 }
 
+ReplyFields& ReplyFields::Field(std::string_view* out) {
+    const char* field;
+    size_t n;
+    if (Next(&field, &n) && out) *out = std::string_view(field, n);
+    return *this;
+}
+
 ReplyFields& ReplyFields::Skip(int32_t count) {
     const char* field;
     size_t n;

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace zanth {
 
@@ -47,11 +48,16 @@ class ReplyFields {
     // to both and needs both sizes at least 2. The date is written before the time is measured,
     // so a time too long leaves the date written.
     ReplyFields& Stamp(char* date, int32_t dateSize, char* time, int32_t timeSize);
+    // The field as it stands, for readers that shape it themselves (DateTimeText).
+    ReplyFields& Field(std::string_view* out);
     // Passes over fields that aren't read.
     ReplyFields& Skip(int32_t count = 1);
     // From here on a missing field ends the walk quietly: a short reply is a success and the
     // outputs of the fields that didn't come stay as they were.
     ReplyFields& Optional();
+
+    // Ends the walk with `result`, for such readers' own failures.
+    void Fail(int32_t result);
 
     // True while reads run.
     bool Ok() const { return !ended_ && result_ >= 0; }
@@ -62,7 +68,6 @@ class ReplyFields {
   private:
     // The next field as a pointer and a length; false, with the walk ended, when there is none.
     bool Next(const char** field, size_t* length);
-    void Fail(int32_t result);
 
     const char* text_;
     size_t length_;

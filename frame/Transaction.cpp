@@ -75,7 +75,7 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
     }
     m_.util_.ParseMessage(m_.recvBuffer_, std::strlen(m_.recvBuffer_), m_.msgBuffer_,
                           kMessageBufferSize, &m_.code_, &m_.dataLen_);
-    FormatText(m_.logText_, sizeof m_.logText_, "[%s] code=%d", method_, m_.code_);
+    FormatCodeLine();
     zanth::Log(m_.masterName_, kLogTrace, m_.logText_);
     if (m_.dataLen_ < kLogPayloadLimit) {
         FormatText(m_.logText_, sizeof m_.logText_, "[%s] recv:", method_);
@@ -94,7 +94,7 @@ bool Transaction::ExpectAny(std::initializer_list<int32_t> replies) {
         if (m_.code_ == reply) return true;
     }
     // The first log text still holds "[Master::X] code=%d" for CheckErrorCode to repeat.
-    FormatText(m_.logText_, sizeof m_.logText_, "[%s] code=%d", method_, m_.code_);
+    FormatCodeLine();
     m_.result_ = m_.CheckErrorCode(m_.code_, method_);
     return false;
 }
@@ -119,6 +119,15 @@ bool Transaction::TakePayload(char* buffer, int32_t size) {
     std::memcpy(buffer, m_.msgBuffer_, static_cast<size_t>(m_.dataLen_));
     buffer[m_.dataLen_] = '\0';
     return true;
+}
+
+void Transaction::FormatCodeLine() {
+    if (codeWords_ != nullptr) {
+        FormatText(m_.logText_, sizeof m_.logText_, "[%s] %s code=%d", method_, codeWords_,
+                   m_.code_);
+    } else {
+        FormatText(m_.logText_, sizeof m_.logText_, "[%s] code=%d", method_, m_.code_);
+    }
 }
 
 void Transaction::LogLine(int32_t level, const char* format, ...) {

@@ -55,6 +55,10 @@ class Transaction : public ArgumentCheck {
     // A message with an empty payload.
     bool Send(int32_t code);
 
+    // Words between the method's name and "code=%d" in the reply's code line, for methods whose
+    // modes name themselves there ("[Master::SystemTime] get time code=%d").
+    void CodeWords(const char* words) { codeWords_ = words; }
+
     // The blocking wait, then the clearing of the caller's outputs, then the parse of the reply
     // into the payload. False with -10005 when no whole message came.
     bool Await(std::initializer_list<Output> outputs = {});
@@ -85,11 +89,15 @@ class Transaction : public ArgumentCheck {
     void LogLine(int32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
   private:
+    // "[Master::X] code=%d", with the code words if any, into the first log text.
+    void FormatCodeLine();
+
     Master& m_;
     std::unique_lock<std::recursive_mutex> lock_;
     const char* method_;
     int32_t rspfunc_;
     int32_t rspid_;
+    const char* codeWords_ = nullptr;
 };
 
 }  // namespace zanth

@@ -539,11 +539,76 @@ ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t targe
 
 /* ---- Time and time zone ------------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* A controller's clock and zone. The host's date is "yyyy/mm/dd" and its time "hh:mm:ss"; the
+ * library reorders them for the wire. None of these clears an output on failure: a failed call
+ * leaves the buffers as they were, except that a reply cut short after the date leaves the time
+ * partly written.
+ *
+ * SystemTime mode 0 (GetTimeDate) reads the date and time: dateSize must be at least 11 and
+ * timeSize at least 9 (-10006, nothing sent); the texts come back as the controller's fields
+ * stand, without added zeros ("2024/12/25", "8:30:0"). A reply without the date's three fields
+ * gives -10011; one too long for a buffer -10006.
+ * Mode 1 (SetTimeDate) sets them. `date` and `time` are WRITTEN TO: they are cut in place at each
+ * '/' and ':' while being checked, so pass copies you don't need afterwards. Bounds: year 1901 to
+ * 2037, month 1 to 12, day 1 to 31 in every month (the controller judges 2024/2/31), hour 0 to
+ * 23, minute and second 0 to 59; a bound or a missing part gives -10002 and sends nothing.
+ * Mode 2 (GetCurrentTimeZone) reads the zone in effect into `zone`; zoneSize must exceed its
+ * length (-10006). Any other mode: -10002.
+ * RspSystemTime takes `date` and `time` for mode 1 only; the Rsp reads return the reply frame
+ * under rspid (1019 "rslt;month;day;year;hour;minute;second;", 1046 "rslt;zone;"). */
+ZANTH_API int32_t SystemTime(const char* mac, int32_t mode, char* date, int32_t dateSize,
+                             char* time, int32_t timeSize, char* zone, int32_t zoneSize);
+ZANTH_API int32_t RspSystemTime(uint32_t rspid, const char* mac, int32_t mode, char* date,
+                                char* time);
+ZANTH_API int32_t GetTimeDate(const char* mac, char* date, int32_t dateSize, char* time,
+                              int32_t timeSize);
+ZANTH_API int32_t RspGetTimeDate(uint32_t rspid, const char* mac);
+ZANTH_API int32_t SetTimeDate(const char* mac, char* date, char* time);
+ZANTH_API int32_t RspSetTimeDate(uint32_t rspid, const char* mac, char* date, char* time);
+ZANTH_API int32_t GetCurrentTimeZone(const char* mac, char* zone, int32_t zoneSize);
+ZANTH_API int32_t RspGetCurrentTimeZone(uint32_t rspid, const char* mac);
+/* SystemTZ mode 0 (GetTZ) reads the controller's time-zone text into `tz`; size must exceed its
+ * length (-10006). Mode 1 (SetTZ) sends `tz` unchecked and unchanged; its meaning is the
+ * controller's. Any other mode: -10002. RspGetTZ's reply is 1087 "rslt;tz;". */
+ZANTH_API int32_t SystemTZ(const char* mac, int32_t mode, char* tz, int32_t size);
+ZANTH_API int32_t RspSystemTZ(uint32_t rspid, const char* mac, int32_t mode, char* tz);
+ZANTH_API int32_t GetTZ(const char* mac, char* tz, int32_t size);
+ZANTH_API int32_t RspGetTZ(uint32_t rspid, const char* mac);
+ZANTH_API int32_t SetTZ(const char* mac, const char* tz);
+ZANTH_API int32_t RspSetTZ(uint32_t rspid, const char* mac, const char* tz);
 
 /* ---- Message upload ----------------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* Ask a controller to send stored events and alarms again: the current ones (not yet delivered
+ * to a host) or all it holds, optionally only one class code or priority (0 to 255), or the
+ * message IDs from start to end (each 1 to 99999; a start above the end goes as it is). The
+ * result only says the controller accepted the upload (its 1062 "rslt;"). The messages follow
+ * as ordinary events and alarms: into ZanthEvents.log / ZanthAlarms.log and to the event and
+ * alarm callbacks, like live ones. Nothing marks the end of an upload.
+ * CmdEventLog is the general form: mode 1 current, 2 all, 4 current by class code, 5 all by
+ * class code, 6 by message ID (value1 start, value2 end), 7 current by priority, 8 all by
+ * priority; value1 is ignored in modes 1 and 2, value2 outside mode 6. Bounds and unknown
+ * modes give -10002 and send nothing. */
+ZANTH_API int32_t CmdEventLog(const char* mac, int32_t mode, int32_t value1, int32_t value2);
+ZANTH_API int32_t RspCmdEventLog(uint32_t rspid, const char* mac, int32_t mode, int32_t value1,
+                                 int32_t value2);
+ZANTH_API int32_t UploadCurrentMsgs(const char* mac);
+ZANTH_API int32_t RspUploadCurrentMsgs(uint32_t rspid, const char* mac);
+ZANTH_API int32_t UploadAllMsgs(const char* mac);
+ZANTH_API int32_t RspUploadAllMsgs(uint32_t rspid, const char* mac);
+ZANTH_API int32_t UploadCurrentMsgsByClassCode(const char* mac, int32_t classCode);
+ZANTH_API int32_t RspUploadCurrentMsgsByClassCode(uint32_t rspid, const char* mac,
+                                                  int32_t classCode);
+ZANTH_API int32_t UploadAllMsgsByClassCode(const char* mac, int32_t classCode);
+ZANTH_API int32_t RspUploadAllMsgsByClassCode(uint32_t rspid, const char* mac, int32_t classCode);
+ZANTH_API int32_t UploadMsgsByMsgID(const char* mac, int32_t start, int32_t end);
+ZANTH_API int32_t RspUploadMsgsByMsgID(uint32_t rspid, const char* mac, int32_t start,
+                                       int32_t end);
+ZANTH_API int32_t UploadCurrentMsgsByPriority(const char* mac, int32_t priority);
+ZANTH_API int32_t RspUploadCurrentMsgsByPriority(uint32_t rspid, const char* mac,
+                                                 int32_t priority);
+ZANTH_API int32_t UploadAllMsgsByPriority(const char* mac, int32_t priority);
+ZANTH_API int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, int32_t priority);
 
 /* ---- File transfer ------------------------------------------------------------------------ */
 

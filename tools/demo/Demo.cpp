@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "tools/demo/DemoIo.h"
+#include "DemoTime.h"
 #include "zanth.h"
 
 extern char** environ;
@@ -210,7 +211,8 @@ int main(int argc, char** argv) {
     std::string portText = std::to_string(port);
     pid_t clear = Spawn({sim, "--port", portText, "--count", "3", "--mac-base", kClearMacs[0],
                          "--heartbeat-ms", "3000", "--event-interval-ms", "1200",
-                         "--lookup-interval-ms", "2000", "--alarm-interval-ms", "5000", "--quiet"});
+                         "--lookup-interval-ms", "2000", "--alarm-interval-ms", "5000",
+                         "--clock-offset-s", "-95", "--quiet"});
     pid_t encrypted = Spawn({sim, "--port", portText, "--count", "1", "--mac-base", kEncryptedMac,
                              "--seed", kSeed, "--event-interval-ms", "1500",
                              "--lookup-interval-ms", "2500", "--quiet"});
@@ -232,6 +234,8 @@ int main(int argc, char** argv) {
             mac == kEncryptedMac ? "  (encrypted link)" : "");
         if (rc == 0) ++described;
     }
+
+    DemoClockCheck(macs);
 
     // The non-blocking form: the call returns at once and the reply arrives under its rspid.
     rc = RspControllerInfo(501, kClearMacs[1]);

@@ -4,6 +4,8 @@
 
 #include "protocol/Codes.h"
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/Clock.h"
+#include "tools/sim/families/Upload.h"
 
 namespace zanth::sim {
 namespace {
@@ -144,7 +146,8 @@ MessageRecord Controller::MakeRecord(int code, int door, std::string_view descri
     // 1 to 99999, then round again, as the host's upload by message ID expects.
     uint32_t n = nextMsgId_.fetch_add(1);
     r.msgId = (n - 1) % kMaxMessageId + 1;
-    r.time = LocalTimeNow();
+    // Stamped by the controller's own clock, which the host may have set.
+    r.time = Family<ControllerClock>().Now();
     r.eventClass = eventClass;
     r.priority = priority;
     r.door = door;
@@ -178,8 +181,34 @@ std::string Controller::SendBundle(const std::vector<BundleEntry>& entries) {
     return payload;
 }
 
+uint32_t Controller::StoreMessages(size_t count) {
+    struct Kind {
+        int code;
+        const char* description;
+        int eventClass;
+        int priority;
+    };
+    static constexpr Kind kKinds[] = {
+        {ZANTH_EVENT_MESSAGE, "Access granted", 1, 3},
+        {ZANTH_EVENT_MESSAGE, "Access denied: unknown card", 1, 2},
+        {ZANTH_EVENT_MESSAGE, "Request to exit", 1, 4},
+        {ZANTH_ALARM_MESSAGE, "Door forced open", 2, 1},
+        {ZANTH_EVENT_MESSAGE, "Door closed", 1, 4},
+    };
+    MessageStore& store = Family<MessageStore>();
+    uint32_t first = 0;
+    for (size_t i = 0; i < count; ++i) {
+        const Kind& k = kKinds[i % (sizeof kKinds / sizeof kKinds[0])];
+        MessageRecord r =
+            MakeRecord(k.code, 1 + static_cast<int>(i % 4), k.description, k.eventClass, k.priority);
+        if (i == 0) first = r.msgId;
+        store.Add(r);
+    }
+    return first;
+}
+
 std::string Controller::SendHeartbeat() {
-    std::string payload = HeartbeatPayload(Mac(), LocalTimeNow());
+    std::string payload = HeartbeatPayload(Mac(), Family<ControllerClock>().Now());
     SendFrame(ZANTH_HEART_BEAT, payload, ZANTH_HEART_BEAT_RSP);
     return payload;
 }

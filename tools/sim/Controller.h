@@ -120,7 +120,6 @@ class Controller {
     static constexpr size_t kMaxRecordedCommands = 1024;
     static constexpr size_t kMaxRecordedAcks = 64;
     static constexpr size_t kMaxHeld = 4096;
-    static constexpr size_t kHistorySize = 64;
 
     Controller(const Controller&) = delete;
     Controller& operator=(const Controller&) = delete;
@@ -154,6 +153,10 @@ class Controller {
     // An event or alarm record with the next message ID and the time now, not yet sent.
     MessageRecord MakeRecord(int code, int door, std::string_view description, int eventClass,
                              int priority);
+    // `count` events and alarms raised while no host listened: they go into the controller's
+    // message log (families/Upload.h) unsent, for an upload to fetch. Returns the first one's
+    // message ID.
+    uint32_t StoreMessages(size_t count);
     std::string SendHeartbeat();
     // The look-up stays pending until the host's RecheckLookupCard answers it.
     std::string SendLookup(int door, uint32_t card, int facility = 0);
@@ -214,15 +217,25 @@ class Controller {
         Stop
     };
     struct Outgoing {
+        Outgoing(int code, std::string payload, int expectedAck, bool flatOut,
+                 std::optional<MessageRecord> record, std::vector<uint32_t> delivers = {})
+            : code(code),
+              payload(std::move(payload)),
+              expectedAck(expectedAck),
+              flatOut(flatOut),
+              record(std::move(record)),
+              delivers(std::move(delivers)) {}
         int code = 0;
         std::string payload;
         int expectedAck = 0;
         bool flatOut = false;
-        std::optional<MessageRecord> record;  // events and alarms go to the history when sent
+        std::optional<MessageRecord> record;  // events and alarms go to the log when sent
+        std::vector<uint32_t> delivers;       // an upload's messages, delivered by its ack
     };
     struct Expected {
         int code = 0;
         bool flatOut = false;
+        std::vector<uint32_t> delivers;  // message IDs the acknowledgement delivers
     };
 
     Controller(Simulator& sim, size_t index, ControllerConfig config,
@@ -249,7 +262,6 @@ class Controller {
     void SendDelayedReplies(int id);
     void HandleRecheck(std::string_view payload);
     void HandlePinRequest(std::string_view payload);
-    void HandleUpload(int code, std::string_view payload);
     void OnIdentified();
     void Enqueue(Outgoing message);
     void Transmit(const Outgoing& message);
@@ -294,7 +306,6 @@ class Controller {
     std::deque<Outgoing> held_;
     std::deque<Expected> expected_;
     std::set<std::pair<int, uint32_t>> pendingLookups_;
-    std::deque<MessageRecord> history_;
     uint32_t timerGeneration_[static_cast<int>(TimerKind::Count)] = {};
     struct Answered {
         int code = 0;

@@ -6,6 +6,7 @@
 #include "protocol/Codes.h"
 #include "tools/sim/Controller.h"
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/Upload.h"
 
 namespace zanth::sim {
 namespace {
@@ -57,14 +58,17 @@ void Controller::HandleFrame(const std::string& frame) {
 void Controller::HandleAck(int code, const std::string& frame) {
     bool matched = false;
     bool flatOut = false;
+    std::vector<uint32_t> delivers;
     if (code != ZANTH_ACCEPT_CONNECTION) {
         // The host answers one message at a time, in the order they came.
         if (!expected_.empty() && expected_.front().code == code) {
             matched = true;
             flatOut = expected_.front().flatOut;
+            delivers = std::move(expected_.front().delivers);
             expected_.pop_front();
         }
     }
+    if (!delivers.empty()) Family<MessageStore>().Delivered(delivers);
     Observe([&](ControllerStats& s) {
         ++s.acks[code];
         s.ackFrames.push_back(frame);
@@ -200,15 +204,6 @@ void Controller::Answer(int code, std::string_view payload) {
         case ZANTH_POST_ACCESS_MSG_TO_ZANTH:
             // Shown on the door's display; nothing goes back.
             break;
-        case ZANTH_UPLOAD_CURRENT_MSGS:
-        case ZANTH_UPLOAD_CURRENT_MSGS_BY_CLASS_CODE:
-        case ZANTH_UPLOAD_CURRENT_MSGS_BY_PRIORITY:
-        case ZANTH_UPLOAD_ALL_MSGS:
-        case ZANTH_UPLOAD_ALL_MSGS_BY_CLASS_CODE:
-        case ZANTH_UPLOAD_ALL_MSGS_BY_PRIORITY:
-        case ZANTH_UPLOAD_MSGS_BY_MSG_ID:
-            HandleUpload(code, payload);
-            break;
         default:
             if (!OfferToFamilies(code, payload)) {
                 Reply(ZANTH_UNKNOWN_COMMAND, std::to_string(code) + ";");
@@ -245,48 +240,6 @@ void Controller::HandlePinRequest(std::string_view payload) {
     }
     Reply(ZANTH_REQUEST_PIN_RSP, "0;");
     ArmTimer(TimerKind::PinReport, std::max(config_.pinDelayMs, 0), request->door);
-}
-
-void Controller::HandleUpload(int code, std::string_view payload) {
-    auto fields = SplitFields(payload);
-    auto value = [&](size_t i) -> int64_t {
-        auto n = i < fields.size() ? FieldNumber(fields[i]) : std::nullopt;
-        return n ? *n : -1;
-    };
-    std::vector<const MessageRecord*> chosen;
-    for (const MessageRecord& r : history_) {
-        bool take = true;
-        switch (code) {
-            case ZANTH_UPLOAD_CURRENT_MSGS_BY_CLASS_CODE:
-            case ZANTH_UPLOAD_ALL_MSGS_BY_CLASS_CODE:
-                take = r.eventClass == value(0);
-                break;
-            case ZANTH_UPLOAD_CURRENT_MSGS_BY_PRIORITY:
-            case ZANTH_UPLOAD_ALL_MSGS_BY_PRIORITY:
-                take = r.priority == value(0);
-                break;
-            case ZANTH_UPLOAD_MSGS_BY_MSG_ID:
-                take = r.msgId >= value(0) && r.msgId <= value(1);
-                break;
-            default:
-                break;
-        }
-        if (take) chosen.push_back(&r);
-    }
-    Reply(ZANTH_EVENT_LOG_RSP, "0;");
-    // The stored messages follow as bundles, each within one frame.
-    std::string bundle;
-    auto sendBundle = [&] {
-        if (bundle.empty()) return;
-        Transmit({ZANTH_MESSAGE_BUNDLE, bundle, ZANTH_MESSAGE_RSP, false, std::nullopt});
-        bundle.clear();
-    };
-    for (const MessageRecord* r : chosen) {
-        std::string entry = BundlePayload({{r->code, MessageText(*r)}});
-        if (bundle.size() + entry.size() > kPayloadLimit) sendBundle();
-        bundle += entry;
-    }
-    sendBundle();
 }
 
 }  // namespace zanth::sim

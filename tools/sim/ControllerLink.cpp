@@ -13,6 +13,8 @@
 #include "protocol/Codes.h"
 #include "tools/sim/Controller.h"
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/Clock.h"
+#include "tools/sim/families/Upload.h"
 
 namespace zanth::sim {
 namespace {
@@ -74,7 +76,7 @@ void Controller::OnTimer(TimerKind kind, int arg) {
             break;
         case TimerKind::Heartbeat:
             if (state_ != LinkState::Identified || schedule_.heartbeatMs <= 0) break;
-            Enqueue({ZANTH_HEART_BEAT, HeartbeatPayload(Mac(), LocalTimeNow()),
+            Enqueue({ZANTH_HEART_BEAT, HeartbeatPayload(Mac(), Family<ControllerClock>().Now()),
                      ZANTH_HEART_BEAT_RSP, false, std::nullopt});
             ArmTimer(TimerKind::Heartbeat, schedule_.heartbeatMs);
             break;
@@ -408,12 +410,13 @@ void Controller::Enqueue(Outgoing message) {
 void Controller::Transmit(const Outgoing& message) {
     WriteFrame(message.code, message.payload);
     if (fd_ < 0) return;
+    std::vector<uint32_t> delivers = message.delivers;
     if (message.record) {
-        history_.push_back(*message.record);
-        if (history_.size() > kHistorySize) history_.pop_front();
+        Family<MessageStore>().Add(*message.record);
+        delivers.push_back(message.record->msgId);
     }
     if (message.expectedAck != 0) {
-        expected_.push_back({message.expectedAck, message.flatOut});
+        expected_.push_back({message.expectedAck, message.flatOut, std::move(delivers)});
         Observe([](ControllerStats& s) { ++s.outstandingAcks; });
     }
 }

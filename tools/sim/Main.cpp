@@ -25,6 +25,8 @@
 #include "tools/sim/Simulator.h"
 #include "tools/sim/families/CardDatabase.h"
 #include "tools/sim/families/Io.h"
+#include "tools/sim/families/Clock.h"
+#include "tools/sim/families/Upload.h"
 
 namespace {
 
@@ -56,6 +58,9 @@ struct Options {
         bool on = false;
     };
     std::vector<InputSetting> inputs;
+    int clockOffsetS = 0;
+    int stored = 0;
+    std::optional<int> messageLog;
 };
 
 void Usage(FILE* out) {
@@ -90,8 +95,13 @@ void Usage(FILE* out) {
         "                         starts in state S (0 or 1), in every controller or in the one\n"
         "                         with that MAC; may be repeated. Controller inputs 8 and 9\n"
         "                         follow door relays 0 and 1 and can't be set\n"
+        "  --clock-offset-s N     each controller's clock starts N seconds off the host's\n"
+        "  --stored N             each controller starts with N events and alarms stored but\n"
+        "                         not yet delivered, for the host's upload commands\n"
+        "  --message-log N        messages each controller's log keeps (default %zu, at most %zu)\n"
         "  --quiet                only the summary at the end\n",
-        CardDatabase::kDefaultCapacity);
+        CardDatabase::kDefaultCapacity, MessageStore::kDefaultCapacity,
+        MessageStore::kMaxCapacity);
 }
 
 bool ParseInt(const char* text, int low, int high, int* out) {
@@ -192,6 +202,13 @@ int Parse(int argc, char** argv, Options* o) {
             ok = !o->cards.back().second.empty();
         } else if (arg == "--input") {
             ok = ParseInput(value, o);
+        } else if (arg == "--clock-offset-s") {
+            ok = ParseInt(value, -2000000000, 2000000000, &o->clockOffsetS);
+        } else if (arg == "--stored") {
+            ok = ParseInt(value, 0, static_cast<int>(MessageStore::kMaxCapacity), &o->stored);
+        } else if (arg == "--message-log") {
+            ok = ParseInt(value, 1, static_cast<int>(MessageStore::kMaxCapacity), &number);
+            o->messageLog = number;
         } else if (arg == "--card-capacity") {
             ok = ParseInt(value, 0, CardDatabase::kMaxChangeover, &number);
             o->cardCapacity = number;
@@ -344,6 +361,12 @@ int main(int argc, char** argv) {
     }
     // Before the loop starts, so that no host sees a controller with half its cards.
     if (!LoadCards(sim, o) || !SetInputs(sim, o)) return 2;
+    for (size_t i = 0; i < sim.Count(); ++i) {
+        Controller& c = sim.At(i);
+        c.Family<ControllerClock>().SetOffset(o.clockOffsetS);
+        if (o.messageLog) c.Family<MessageStore>().SetCapacity(static_cast<size_t>(*o.messageLog));
+        c.StoreMessages(static_cast<size_t>(o.stored));
+    }
 
     auto start = std::chrono::steady_clock::now();
     sim.Start();

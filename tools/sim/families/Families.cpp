@@ -2,10 +2,12 @@
 
 #include "tools/sim/families/CardDatabase.h"
 #include "tools/sim/families/ContactId.h"
+#include "tools/sim/families/Clock.h"
 #include "tools/sim/families/Family.h"
 #include "tools/sim/families/Schedules.h"
 #include "tools/sim/families/Io.h"
 #include "tools/sim/families/SmartCard.h"
+#include "tools/sim/families/Upload.h"
 
 namespace zanth::sim {
 
@@ -16,6 +18,8 @@ std::vector<std::unique_ptr<Family>> MakeFamilies(const ControllerConfig& /*conf
     families.push_back(std::make_unique<Schedules>());
     families.push_back(std::make_unique<ContactId>());
     families.push_back(std::make_unique<Io>());
+    families.push_back(std::make_unique<ControllerClock>());
+    families.push_back(std::make_unique<MessageStore>());
     return families;
 }
 

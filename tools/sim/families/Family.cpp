@@ -21,6 +21,12 @@ void FamilyContext::Send(int code, std::string payload, int expectedAck) {
     controller_.Enqueue({code, std::move(payload), expectedAck, false, std::nullopt});
 }
 
+void FamilyContext::Send(int code, std::string payload, int expectedAck,
+                         std::vector<uint32_t> delivers) {
+    controller_.Enqueue({code, std::move(payload), expectedAck, false, std::nullopt,
+                         std::move(delivers)});
+}
+
 const std::string& FamilyContext::Mac() const {
     return controller_.Mac();
 }

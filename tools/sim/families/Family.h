@@ -46,6 +46,8 @@ class FamilyContext {
     // An unsolicited message, with the host's acknowledgement it expects (0: none). It waits
     // for the link if the controller isn't identified.
     void Send(int code, std::string payload, int expectedAck);
+    // The same, and the acknowledgement delivers these stored messages (families/Upload.h).
+    void Send(int code, std::string payload, int expectedAck, std::vector<uint32_t> delivers);
 
     const std::string& Mac() const;
     const ControllerConfig& Config() const;
