@@ -4,7 +4,7 @@
 set -e
 bin=${1:-$(dirname "$0")/../build/bin}
 for program in zanth-bench-command zanth-bench-connect zanth-bench-events zanth-bench-lookup \
-        zanth-bench-unlock; do
+        zanth-bench-unlock zanth-bench-cards; do
     echo "==== $program"
     "$bin/$program"
     echo

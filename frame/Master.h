@@ -75,6 +75,95 @@ class Master {
                      int32_t size);
     int32_t CmdEventLog(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                         int32_t value1, int32_t value2);
+    // Card database: card records (add, modify, get, delete, undelete), cardholder status,
+    // database maintenance and smart card modes. Text arguments the host lets the library write
+    // (card number, PIN, dates and times) may come back trimmed, zeroed or cut.
+    int32_t AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
+                             int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
+                             uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+                             int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
+                             int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
+                             int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
+                             char* startDate, char* startTime, char* endDate, char* endTime,
+                             uint32_t escortId, int32_t inScheduleElevatorGroup,
+                             int32_t outScheduleElevatorGroup);
+    int32_t AddModCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
+                              int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
+                              uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+                              int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
+                              int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
+                              int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
+                              char* startDate, char* startTime, char* endDate, char* endTime,
+                              uint32_t escortId, int32_t inScheduleElevatorGroup,
+                              int32_t outScheduleElevatorGroup, int32_t pinExempt);
+    int32_t AddModCardRecord3(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
+                              int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
+                              uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+                              int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
+                              int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
+                              int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
+                              char* startDate, char* startTime, char* endDate, char* endTime,
+                              uint32_t escortId, int32_t inScheduleElevatorGroup,
+                              int32_t outScheduleElevatorGroup, int32_t pinExempt,
+                              uint16_t cardRole);
+    int32_t GetCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId,
+                          int32_t* noFormat, char* cardNumber, int32_t cardNumberSize, char* pin,
+                          int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
+                          int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
+                          int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6,
+                          int32_t* accessGroup7, int32_t* accessGroup8, int32_t* extendedAccess,
+                          int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
+                          int32_t startDateSize, char* startTime, int32_t startTimeSize,
+                          char* endDate, int32_t endDateSize, char* endTime, int32_t endTimeSize,
+                          uint32_t* escortId, int32_t* inScheduleElevatorGroup,
+                          int32_t* outScheduleElevatorGroup, int32_t* field7Value);
+    // GetCardRecord2 and GetCardRecord4: the code sent follows from `uniqueid` (26 when
+    // non-zero) and `role` (35 when non-null, else 25).
+    int32_t GetCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId,
+                           int32_t* noFormat, char* cardNumber, int32_t cardNumberSize, char* pin,
+                           int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
+                           int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
+                           int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6,
+                           int32_t* accessGroup7, int32_t* accessGroup8, int32_t* extendedAccess,
+                           int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
+                           int32_t startDateSize, char* startTime, int32_t startTimeSize,
+                           char* endDate, int32_t endDateSize, char* endTime, int32_t endTimeSize,
+                           uint32_t* escortId, int32_t* inScheduleElevatorGroup,
+                           int32_t* outScheduleElevatorGroup, int32_t* field7Value,
+                           int32_t* pinExempt, uint32_t uniqueid, uint32_t* role);
+    // Delete (mode 1) or undelete (mode 2), by unique ID when it is non-zero, else by card.
+    int32_t UpdateCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                             int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
+                             uint32_t uniqueId);
+    int32_t GetCardholderStatus(const char* mac, int32_t uniqueId, char* statusDate,
+                                int32_t statusDateSize, char* statusTime, int32_t statusTimeSize,
+                                int32_t* statusValue1, int32_t* statusValue2, int32_t* statusValue3,
+                                int32_t* statusValue4);
+    int32_t GetCardholderStatus2(const char* mac, int32_t uniqueId, char* statusDate,
+                                 int32_t statusDateSize, char* statusTime, int32_t statusTimeSize,
+                                 int32_t* statusValue1, int32_t* statusValue2,
+                                 int32_t* statusValue3, int32_t* statusValue4,
+                                 int32_t* statusValue5);
+    int32_t GetCardholderStatus3(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t uniqueId,
+                                 char* statusDate, int32_t statusDateSize, char* statusTime,
+                                 int32_t statusTimeSize, int32_t* statusValue1,
+                                 int32_t* statusValue2, int32_t* statusValue3,
+                                 int32_t* statusValue4, int32_t* statusValue5,
+                                 int32_t* statusValue6, int32_t* statusValue7,
+                                 int32_t* statusValue8);
+    // Mode 1 resets one cardholder's status, mode 2 every one.
+    int32_t ResetCardholderStatus(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                                  uint32_t uniqueId);
+    int32_t ExecuteChangeOverDB(int32_t rspfunc, int32_t rspid, const char* mac,
+                                int32_t numberOfCardholders);
+    int32_t ExecutePreindexDB(int32_t rspfunc, int32_t rspid, const char* mac);
+    int32_t ExecuteReloadDB(int32_t rspfunc, int32_t rspid, const char* mac);
+    int32_t GetNumberOfCards(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* firstCount,
+                             int32_t* secondCount);
+    int32_t GetNumberDelRecords(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* count);
+    // `code` is 150 (raw mode) or 151 (command mode); only the Rsp form exists.
+    int32_t SmartCardMode(int32_t rspfunc, int32_t rspid, const char* mac, int32_t code,
+                          int32_t value, const char* data);
 
     // Host access decisions.
     int32_t RecheckLookupCard(int32_t rspfunc, int32_t rspid, const char* mac, const char* data);

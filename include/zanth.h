@@ -231,15 +231,192 @@ ZANTH_API int32_t AlarmLogSize(int32_t mode, uint64_t* value);
 
 /* ---- Card records: add, modify, get, delete, undelete, update ----------------------------- */
 
-/* (declarations of this family follow) */
+/* A controller keeps its own database of cardholders; the library keeps no copy. A record is
+ * keyed by its unique ID (1 to 4294967295); its card is the card set ID (0 to 2147483647) with the
+ * card number. Bounds refused with -10002 (and a log line): noFormat, extendedAccess,
+ * passbackExempt, pinCommands and pinExempt 0 or 1; accessType 1 to 3; access groups 0 to 65535;
+ * elevator groups 0 to 255.
+ *
+ * AddModCardRecord adds a record or replaces the one of its unique ID; generation 2 adds
+ * pinExempt, generation 3 cardRole. Dates are "yyyy/mm/dd" (years 1901 to 2037) or "0", times
+ * "hh:mm:ss" or "0"; a date with a time of "0" covers the whole day, a time without a date is
+ * dropped. The texts are writable and may come back changed: the card number and PIN are trimmed
+ * of blanks in place, and an empty one becomes "0" (so each buffer must hold at least 2 bytes); a
+ * date or time refused by its check comes back cut at its first '/' or ':'. No text may be null
+ * (-10002). The result is the controller's: 0, or its own negative value (-1 to -99 become
+ * -10001). */
+ZANTH_API int32_t AddModCardRecord(
+    const char* mac, int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
+    int32_t accessType, uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+    int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5, int32_t accessGroup6,
+    int32_t accessGroup7, int32_t accessGroup8, int32_t extendedAccess, int32_t passbackExempt,
+    int32_t pinCommands, char* startDate, char* startTime, char* endDate, char* endTime,
+    uint32_t escortId, int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup);
+ZANTH_API int32_t RspAddModCardRecord(
+    uint32_t rspid, const char* mac, int32_t cardSetId, int32_t noFormat, char* cardNumber,
+    char* pin, int32_t accessType, uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+    int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5, int32_t accessGroup6,
+    int32_t accessGroup7, int32_t accessGroup8, int32_t extendedAccess, int32_t passbackExempt,
+    int32_t pinCommands, char* startDate, char* startTime, char* endDate, char* endTime,
+    uint32_t escortId, int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup);
+ZANTH_API int32_t AddModCardRecord2(
+    const char* mac, int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
+    int32_t accessType, uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+    int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5, int32_t accessGroup6,
+    int32_t accessGroup7, int32_t accessGroup8, int32_t extendedAccess, int32_t passbackExempt,
+    int32_t pinCommands, char* startDate, char* startTime, char* endDate, char* endTime,
+    uint32_t escortId, int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup,
+    int32_t pinExempt);
+ZANTH_API int32_t RspAddModCardRecord2(
+    uint32_t rspid, const char* mac, int32_t cardSetId, int32_t noFormat, char* cardNumber,
+    char* pin, int32_t accessType, uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+    int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5, int32_t accessGroup6,
+    int32_t accessGroup7, int32_t accessGroup8, int32_t extendedAccess, int32_t passbackExempt,
+    int32_t pinCommands, char* startDate, char* startTime, char* endDate, char* endTime,
+    uint32_t escortId, int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup,
+    int32_t pinExempt);
+ZANTH_API int32_t AddModCardRecord3(
+    const char* mac, int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
+    int32_t accessType, uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+    int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5, int32_t accessGroup6,
+    int32_t accessGroup7, int32_t accessGroup8, int32_t extendedAccess, int32_t passbackExempt,
+    int32_t pinCommands, char* startDate, char* startTime, char* endDate, char* endTime,
+    uint32_t escortId, int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup,
+    int32_t pinExempt, uint16_t cardRole);
+ZANTH_API int32_t RspAddModCardRecord3(
+    uint32_t rspid, const char* mac, int32_t cardSetId, int32_t noFormat, char* cardNumber,
+    char* pin, int32_t accessType, uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
+    int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5, int32_t accessGroup6,
+    int32_t accessGroup7, int32_t accessGroup8, int32_t extendedAccess, int32_t passbackExempt,
+    int32_t pinCommands, char* startDate, char* startTime, char* endDate, char* endTime,
+    uint32_t escortId, int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup,
+    int32_t pinExempt, uint16_t cardRole);
+/* GetCardRecord reads the record of the card given by *cardSetId, *noFormat, cardNumber and pin
+ * (all four are overwritten from the reply; the card number and PIN are trimmed first, as above).
+ * Each text output has its buffer size behind it, which must exceed the text's length (-10006
+ * otherwise, with the outputs before it written and those after it not). A start or end stamp
+ * comes back split into its date and time; the stamp "0" writes "0" to both, which needs both
+ * sizes of at least 2. field7Value is a field the add commands have no counterpart for. The
+ * outputs are not cleared: a reply that stops short is a success and leaves the outputs of the
+ * missing fields as they were, and a negative result (an unknown or deleted record) leaves them
+ * all. Every output pointer must be given (-10002), except `role`: GetCardRecord4 with a null role
+ * reads as GetCardRecord2. GetCardRecord2 adds pinExempt, GetCardRecord4 pinExempt and the card
+ * role. The Rsp forms take the selection by value and have no outputs: the reply frame comes back
+ * raw under rspid. */
+ZANTH_API int32_t GetCardRecord(
+    const char* mac, int32_t* cardSetId, int32_t* noFormat, char* cardNumber,
+    int32_t cardNumberSize, char* pin, int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
+    int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3, int32_t* accessGroup4,
+    int32_t* accessGroup5, int32_t* accessGroup6, int32_t* accessGroup7, int32_t* accessGroup8,
+    int32_t* extendedAccess, int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
+    int32_t startDateSize, char* startTime, int32_t startTimeSize, char* endDate,
+    int32_t endDateSize, char* endTime, int32_t endTimeSize, uint32_t* escortId,
+    int32_t* inScheduleElevatorGroup, int32_t* outScheduleElevatorGroup, int32_t* field7Value);
+ZANTH_API int32_t RspGetCardRecord(uint32_t rspid, const char* mac, int32_t cardSetId,
+                                   int32_t noFormat, char* cardNumber, char* pin);
+ZANTH_API int32_t GetCardRecord2(
+    const char* mac, int32_t* cardSetId, int32_t* noFormat, char* cardNumber,
+    int32_t cardNumberSize, char* pin, int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
+    int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3, int32_t* accessGroup4,
+    int32_t* accessGroup5, int32_t* accessGroup6, int32_t* accessGroup7, int32_t* accessGroup8,
+    int32_t* extendedAccess, int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
+    int32_t startDateSize, char* startTime, int32_t startTimeSize, char* endDate,
+    int32_t endDateSize, char* endTime, int32_t endTimeSize, uint32_t* escortId,
+    int32_t* inScheduleElevatorGroup, int32_t* outScheduleElevatorGroup, int32_t* field7Value,
+    int32_t* pinExempt);
+ZANTH_API int32_t RspGetCardRecord2(uint32_t rspid, const char* mac, int32_t cardSetId,
+                                    int32_t noFormat, char* cardNumber, char* pin);
+ZANTH_API int32_t GetCardRecord4(
+    const char* mac, int32_t* cardSetId, int32_t* noFormat, char* cardNumber,
+    int32_t cardNumberSize, char* pin, int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
+    int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3, int32_t* accessGroup4,
+    int32_t* accessGroup5, int32_t* accessGroup6, int32_t* accessGroup7, int32_t* accessGroup8,
+    int32_t* extendedAccess, int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
+    int32_t startDateSize, char* startTime, int32_t startTimeSize, char* endDate,
+    int32_t endDateSize, char* endTime, int32_t endTimeSize, uint32_t* escortId,
+    int32_t* inScheduleElevatorGroup, int32_t* outScheduleElevatorGroup, int32_t* field7Value,
+    int32_t* pinExempt, uint32_t* role);
+ZANTH_API int32_t RspGetCardRecord4(uint32_t rspid, const char* mac, int32_t cardSetId,
+                                    int32_t noFormat, char* cardNumber, char* pin);
+/* Marks a record deleted or brings it back, named by its card (texts trimmed in place, as above)
+ * or by its unique ID (non-zero; it goes out as a signed number). UpdateCardRecord takes the mode:
+ * 1 delete, 2 undelete. Result: the controller's. */
+ZANTH_API int32_t DeleteCardRecord(const char* mac, int32_t cardSetId, int32_t noFormat,
+                                   char* cardNumber, char* pin);
+ZANTH_API int32_t RspDeleteCardRecord(uint32_t rspid, const char* mac, int32_t cardSetId,
+                                      int32_t noFormat, char* cardNumber, char* pin);
+ZANTH_API int32_t DeleteCardRecord2(const char* mac, uint32_t uniqueId);
+ZANTH_API int32_t RspDeleteCardRecord2(uint32_t rspid, const char* mac, uint32_t uniqueId);
+ZANTH_API int32_t UndeleteCardRecord(const char* mac, int32_t cardSetId, int32_t noFormat,
+                                     char* cardNumber, char* pin);
+ZANTH_API int32_t RspUndeleteCardRecord(uint32_t rspid, const char* mac, int32_t cardSetId,
+                                        int32_t noFormat, char* cardNumber, char* pin);
+ZANTH_API int32_t UndeleteCardRecord2(const char* mac, uint32_t uniqueId);
+ZANTH_API int32_t RspUndeleteCardRecord2(uint32_t rspid, const char* mac, uint32_t uniqueId);
+ZANTH_API int32_t UpdateCardRecord(const char* mac, int32_t mode, int32_t cardSetId,
+                                   int32_t noFormat, char* cardNumber, char* pin);
+ZANTH_API int32_t RspUpdateCardRecord(uint32_t rspid, const char* mac, int32_t mode,
+                                      int32_t cardSetId, int32_t noFormat, char* cardNumber,
+                                      char* pin);
 
 /* ---- Cardholder status -------------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* A cardholder's running status, by unique ID: a stamp (split into date and time as for
+ * GetCardRecord; "0" writes "0" to both, needing sizes of at least 2) and up to eight values.
+ * GetCardholderStatus and GetCardholderStatus2 take unique IDs 1 to 2147483647 and give four and
+ * five values; GetCardholderStatus3 takes 1 to 4294967295 and gives eight, and its Rsp form is
+ * RspGetCardholderStatus. A reply short of a field gives -10011 with the outputs before the gap
+ * written; a negative result leaves all of them. No output may be null in a blocking call. */
+ZANTH_API int32_t GetCardholderStatus(const char* mac, uint32_t uniqueId, char* statusDate,
+                                      int32_t statusDateSize, char* statusTime,
+                                      int32_t statusTimeSize, int32_t* statusValue1,
+                                      int32_t* statusValue2, int32_t* statusValue3,
+                                      int32_t* statusValue4);
+ZANTH_API int32_t GetCardholderStatus2(const char* mac, uint32_t uniqueId, char* statusDate,
+                                       int32_t statusDateSize, char* statusTime,
+                                       int32_t statusTimeSize, int32_t* statusValue1,
+                                       int32_t* statusValue2, int32_t* statusValue3,
+                                       int32_t* statusValue4, int32_t* statusValue5);
+ZANTH_API int32_t GetCardholderStatus3(const char* mac, uint32_t uniqueId, char* statusDate,
+                                       int32_t statusDateSize, char* statusTime,
+                                       int32_t statusTimeSize, int32_t* statusValue1,
+                                       int32_t* statusValue2, int32_t* statusValue3,
+                                       int32_t* statusValue4, int32_t* statusValue5,
+                                       int32_t* statusValue6, int32_t* statusValue7,
+                                       int32_t* statusValue8);
+ZANTH_API int32_t RspGetCardholderStatus(uint32_t rspid, const char* mac, uint32_t uniqueId);
+/* Clears the status of one cardholder (mode 1, a unique ID from 1) or of all of them (mode 2, the
+ * unique ID is ignored). */
+ZANTH_API int32_t ResetCardholderStatus(const char* mac, int32_t mode, uint32_t uniqueId);
+ZANTH_API int32_t RspResetCardholderStatus(uint32_t rspid, const char* mac, int32_t mode,
+                                           uint32_t uniqueId);
+ZANTH_API int32_t ResetOneCardholderStatus(const char* mac, uint32_t uniqueId);
+ZANTH_API int32_t RspResetOneCardholderStatus(uint32_t rspid, const char* mac, uint32_t uniqueId);
+ZANTH_API int32_t ResetAllCardholderStatus(const char* mac);
+ZANTH_API int32_t RspResetAllCardholderStatus(uint32_t rspid, const char* mac);
 
 /* ---- Database maintenance ----------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* ExecuteChangeOverDB (also named ExecuteDBChangeover) re-dimensions the controller's database
+ * for numberOfCardholders (1 to 500000); ExecutePreindexDB and ExecuteReloadDB act on the
+ * database as a whole. Result: the controller's. */
+ZANTH_API int32_t ExecuteChangeOverDB(const char* mac, int32_t numberOfCardholders);
+ZANTH_API int32_t RspExecuteChangeOverDB(uint32_t rspid, const char* mac,
+                                         int32_t numberOfCardholders);
+ZANTH_API int32_t ExecuteDBChangeover(const char* mac, int32_t numberOfCardholders);
+ZANTH_API int32_t RspExecuteDBChangeover(uint32_t rspid, const char* mac,
+                                         int32_t numberOfCardholders);
+ZANTH_API int32_t ExecutePreindexDB(const char* mac);
+ZANTH_API int32_t RspExecutePreindexDB(uint32_t rspid, const char* mac);
+ZANTH_API int32_t ExecuteReloadDB(const char* mac);
+ZANTH_API int32_t RspExecuteReloadDB(uint32_t rspid, const char* mac);
+/* The database's counts by the pointers (the result is the controller's, not a count; a negative
+ * one leaves the counts as they were, a missing count gives -10011). GetNumberOfCards gives the
+ * controller's two record counts, GetNumberDelRecords the records marked deleted. */
+ZANTH_API int32_t GetNumberOfCards(const char* mac, int32_t* firstCount, int32_t* secondCount);
+ZANTH_API int32_t RspGetNumberOfCards(uint32_t rspid, const char* mac);
+ZANTH_API int32_t GetNumberDelRecords(const char* mac, int32_t* count);
+ZANTH_API int32_t RspGetNumberDelRecords(uint32_t rspid, const char* mac);
 
 /* ---- Host access decisions ---------------------------------------------------------------- */
 
@@ -394,7 +571,15 @@ ZANTH_API int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const char* mac,
 
 /* ---- Smart card modes --------------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* Sends `data` to the smart card reader `value`, raw or as a reader command: the payload is
+ * "value;data", with a ';' added unless data ends in one. Only the Rsp form exists: the result is
+ * 0 once queued (or -10004, -10003, -10006, -10002 for a null data), and the reader's answer comes
+ * raw under rspid. What a card sends by itself arrives through GetNextSmartCardData and the
+ * key pad and command key queues. */
+ZANTH_API int32_t RspSmartCardRawMode(uint32_t rspid, const char* mac, int32_t value,
+                                      const char* data);
+ZANTH_API int32_t RspSmartCardCommandMode(uint32_t rspid, const char* mac, int32_t value,
+                                          const char* data);
 
 /* ---- Output commands ---------------------------------------------------------------------- */
 

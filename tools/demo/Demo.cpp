@@ -32,6 +32,7 @@
 
 #include "tools/demo/DemoIo.h"
 #include "DemoTime.h"
+#include "DemoCards.h"
 #include "zanth.h"
 
 extern char** environ;
@@ -246,6 +247,8 @@ int main(int argc, char** argv) {
     if (replied) Say("GetNextResponse: rspid %d, reply \"%s\"\n\n", rspid, text);
     ok = DemoSchedules(kClearMacs[2]) && ok;
     if (!DemoIo(kClearMacs[0])) ok = false;
+
+    DemoCards(kClearMacs[0]);
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;
