@@ -155,6 +155,10 @@ void PrintLimits(const Limits& l) {
 
 // ---- Staggered and storm: one N in a process of its own ---------------------------------------
 
+std::chrono::milliseconds ChildConnectBudget(long n) {
+    return std::chrono::milliseconds(60000 + 150 * n);
+}
+
 int RunChild(int n, const Args& args, const std::string& resultPath) {
     const int idleS = args.Int("--idle-s", 10, 1, 3600);
     const int heartbeatMs = args.Int("--heartbeat-ms", 0, 0, 86400000);
@@ -194,7 +198,8 @@ int RunChild(int n, const Args& args, const std::string& resultPath) {
     // list is read whole only when its length changed.
     std::unordered_map<std::string, double> firstListed;
     size_t lastCount = 0;
-    auto budget = std::chrono::seconds(60) + std::chrono::milliseconds(30 * n);
+    // A bound, not a target: generous enough for a library that takes one call per turn.
+    auto budget = ChildConnectBudget(n);
     bool all = WaitFor(
         [&] {
             if (!ChildRunning(simPid)) Fail("zanth-sim ended early:\n" + ReadFile(simOutput));
@@ -358,7 +363,7 @@ int RunParent(const Args& args) {
                                              std::to_string(maxConnecting), "--sim", simulator};
             if (args.Flag("--keep")) argv.push_back("--keep");
             pid_t pid = Spawn(argv);
-            auto budget = std::chrono::seconds(150 + idleS) + std::chrono::milliseconds(60 * n);
+            auto budget = ChildConnectBudget(n) + std::chrono::seconds(120 + idleS);
             int status = WaitExit(pid, budget);
             if (status != 0) {
                 Fail("the run with " + std::to_string(n) + " controllers failed (status " +
