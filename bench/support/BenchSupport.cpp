@@ -1,6 +1,7 @@
 #include "bench/support/BenchSupport.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -366,6 +367,14 @@ Limits ReadLimits() {
     l.threadsMax = ReadLong("/proc/sys/kernel/threads-max");
     l.pidMax = ReadLong("/proc/sys/kernel/pid_max");
     l.maxMapCount = ReadLong("/proc/sys/vm/max_map_count");
+    l.somaxconn = ReadLong("/proc/sys/net/core/somaxconn");
+    l.synBacklog = ReadLong("/proc/sys/net/ipv4/tcp_max_syn_backlog");
+    std::ifstream range("/proc/sys/net/ipv4/ip_local_port_range");
+    long low = -1, high = -1;
+    if (range >> low >> high) {
+        l.portLow = low;
+        l.portHigh = high;
+    }
     return l;
 }
 
@@ -378,6 +387,35 @@ void RaiseOpenFiles(long wanted) {
     r.rlim_cur = target;
     ::setrlimit(RLIMIT_NOFILE, &r);
 }
+
+long RaiseOpenFilesToHard() {
+    rlimit r{};
+    if (::getrlimit(RLIMIT_NOFILE, &r) != 0) return -1;
+    if (r.rlim_cur != r.rlim_max) {
+        r.rlim_cur = r.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &r);
+    }
+    return SoftLimit(RLIMIT_NOFILE, 1);
+}
+
+long CountEntries(const std::string& dir) {
+    DIR* d = ::opendir(dir.c_str());
+    if (d == nullptr) return -1;
+    long count = 0;
+    while (dirent* e = ::readdir(d)) {
+        if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) ++count;
+    }
+    ::closedir(d);
+    return count;
+}
+
+// The listing's own descriptor is among the entries while it reads them.
+long OpenFileCount() {
+    long n = CountEntries("/proc/self/fd");
+    return n > 0 ? n - 1 : n;
+}
+
+long TaskCount() { return CountEntries("/proc/self/task"); }
 
 // ---- Child processes --------------------------------------------------------------------------
 

@@ -147,10 +147,21 @@ struct Limits {
     long threadsMax = -1;   // kernel.threads-max
     long pidMax = -1;       // kernel.pid_max
     long maxMapCount = -1;  // vm.max_map_count
+    long somaxconn = -1;    // net.core.somaxconn: the most a listen() backlog can be
+    long synBacklog = -1;   // net.ipv4.tcp_max_syn_backlog: half-open connections queued
+    long portLow = -1;      // net.ipv4.ip_local_port_range: the ports connect() picks from
+    long portHigh = -1;
 };
 Limits ReadLimits();
 // Raises the soft limit of open files to at least `wanted` (as far as the hard limit allows).
 void RaiseOpenFiles(long wanted);
+// Raises it to the hard limit; the soft limit after (-2: unlimited).
+long RaiseOpenFilesToHard();
+// Entries of a directory such as /proc/self/fd or /proc/self/task, less "." and ".."; -1 when it
+// can't be read. For /proc/self/fd the descriptor the listing itself holds is not counted.
+long CountEntries(const std::string& dir);
+long OpenFileCount();  // /proc/self/fd
+long TaskCount();      // /proc/self/task: the threads of this process
 
 // ---- Child processes --------------------------------------------------------------------------
 
