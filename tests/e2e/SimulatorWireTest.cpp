@@ -245,15 +245,16 @@ TEST_F(ScriptedHostTest, TheFrameHookSeesBothDirections) {
         seen.push_back((d == sim::Direction::ToHost ? ">" : "<") + std::string(frame));
     });
     Connected();
-    host_.SendFrame(ZANTH_GET_TIME_DATE);
-    EXPECT_EQ(host_.ReadFrame(), Frame(9910, "19;"));
+    // A code no controller knows, so the answer is the controller's own.
+    host_.SendFrame(999);
+    EXPECT_EQ(host_.ReadFrame(), Frame(9910, "999;"));
     ASSERT_TRUE(WaitUntil([&] {
         std::lock_guard<std::mutex> g(lock);
         return seen.size() == 4;
     }));
     std::lock_guard<std::mutex> g(lock);
     EXPECT_EQ(seen, (std::vector<std::string>{">1042;0035;02:5A:37:AA:BB:CC;4.21.7;", "<0070;0010;",
-                                              "<0019;0010;", ">9910;0013;19;"}));
+                                              "<0999;0010;", ">9910;0014;999;"}));
 }
 
 // ---------------------------------------------------------------------------------------------
