@@ -49,13 +49,13 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
 
     // The stored value always ends in a separator, even when the caller's path already did.
     char value[kPathSize];
-    FormatText(value, sizeof value, "%s/", path);
+    FormatText(value, sizeof value, "%s%c", path, platform::kPathSeparator);
     std::string old;
     if (!platform::ReadUserValue(&old)) {
         // With no stored folder the old logs are in the current directory, named without a
         // trailing separator.
         old = platform::CurrentDirectory();
-        if (old.size() > 1 && old.back() == '/') old.pop_back();
+        if (old.size() > 1 && old.back() == platform::kPathSeparator) old.pop_back();
     }
     // A value that can't be stored ends the change here, silently, with nothing changed.
     if (!platform::WriteUserValue(value)) return 0;

@@ -8,10 +8,17 @@
 
 namespace platform {
 
+// The separator that ends a folder text: '\\' on Windows, '/' elsewhere.
+#if defined(_WIN32)
+constexpr char kPathSeparator = '\\';
+#else
+constexpr char kPathSeparator = '/';
+#endif
+
 // Result of the path status query: 0, -10025 (no such path), -10002 (invalid), -1 (other).
 int PathStatus(const char* path);
 
-// The process's current directory, ending in '/'.
+// The process's current directory, ending in its separator.
 std::string CurrentDirectory();
 // `name` made absolute against the current directory.
 std::string FullPath(const char* name);
@@ -21,7 +28,8 @@ bool FileExists(const char* path);
 bool CopyFile(const char* from, const char* to);
 bool DeleteFile(const char* path);
 
-// open/lseek/read/write/close; created files get mode 0600. -1 on failure.
+// The low-level file calls (open/lseek/read/write/close, or the CRT's binary _open and
+// its kin on Windows); created files get mode 0600. -1 on failure.
 int OpenReadWrite(const char* path);
 int OpenCreateTruncate(const char* path);
 // The two opens of a file transfer: write-only, created and cut to nothing; read-only.

@@ -1,14 +1,21 @@
 #pragma once
-// BSD sockets behind the few calls the library makes. Every error leaves this layer as its
-// Winsock number, so the rest of the library compares, logs and returns those numbers.
+// Sockets behind the few calls the library makes: BSD sockets (posix/Socket.cpp) or Winsock 2.2
+// (win32/Socket.cpp). Every error leaves this layer as its Winsock number, so the rest of the
+// library compares, logs and returns those numbers.
 
 #include <cstddef>
 #include <cstdint>
 
 namespace platform {
 
+#if defined(_WIN32)
+// Winsock's SOCKET, without pulling the system headers into every subsystem.
+using SocketHandle = uintptr_t;
+constexpr SocketHandle kInvalidSocket = ~static_cast<SocketHandle>(0);
+#else
 using SocketHandle = int;
 constexpr SocketHandle kInvalidSocket = -1;
+#endif
 constexpr int kSocketError = -1;
 
 constexpr int WSAEWOULDBLOCK = 10035;
@@ -23,7 +30,8 @@ int LastSocketError();
 // The text of a Winsock number, or null when the table has no row for it.
 const char* WinsockErrorName(int winsockError);
 
-// Start and stop of the socket stack; nothing to do here, version 2.2 is reported.
+// Start and stop of the socket stack: WSAStartup/WSACleanup on Windows; elsewhere nothing to
+// do, and version 2.2 is reported.
 int SocketStartup(uint16_t requestedVersion, uint16_t* version);
 int SocketCleanup();
 

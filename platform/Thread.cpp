@@ -1,9 +1,5 @@
 #include "platform/Thread.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -13,6 +9,8 @@
 #include <thread>
 #include <unordered_map>
 #include <vector>
+
+#include "platform/Waker.h"
 
 namespace platform {
 namespace {
@@ -27,9 +25,9 @@ struct ThreadState {
     std::function<void()> killHook;
     bool finished = false;  // guarded by the registry lock
     bool suspended = false;  // guarded by `lock`
-    // Counts wake-ups until the thread waits; -1 once the thread has ended. Guarded by `lock`
-    // for writers, read without it only by the thread itself.
-    int wakeFd = -1;
+    // Keeps wake-ups until the thread waits; closed once the thread has ended. Signalled and
+    // closed under `lock`; waited on without it, only by the thread itself.
+    Waker waker;
     std::thread thread;
 };
 
@@ -67,11 +65,7 @@ Registry& TheRegistry() {
 thread_local std::shared_ptr<ThreadState> self;
 
 // Called with the state's lock held.
-void Wake(ThreadState& state) {
-    if (state.wakeFd < 0) return;
-    uint64_t one = 1;
-    [[maybe_unused]] ssize_t put = ::write(state.wakeFd, &one, sizeof one);
-}
+void Wake(ThreadState& state) { state.waker.Signal(); }
 
 std::shared_ptr<ThreadState> Find(ThreadId id) {
     Registry& r = TheRegistry();
@@ -92,7 +86,6 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
         state->id = r.next++;
     } while (state->id == 0 || r.threads.count(state->id) != 0);
     state->suspended = suspended;
-    state->wakeFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     try {
         state->thread = std::thread([state, body = std::move(body)]() {
             self = state;
@@ -106,8 +99,7 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
                 state->open = false;
                 state->mailbox.clear();
                 state->killHook = nullptr;
-                if (state->wakeFd >= 0) ::close(state->wakeFd);
-                state->wakeFd = -1;
+                state->waker.Close();
             }
             Registry& reg = TheRegistry();
             std::lock_guard<std::mutex> rg(reg.lock);
@@ -116,7 +108,6 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
             reg.ended.notify_all();
         });
     } catch (const std::system_error& e) {
-        if (state->wakeFd >= 0) ::close(state->wakeFd);
         return e.code().value() != 0 ? e.code().value() : 11;
     }
     r.threads.emplace(state->id, state);
@@ -202,14 +193,9 @@ void WakeAllThreads() {
     }
 }
 
-void WaitForSocketOrWake(int socket, int timeoutMs) {
+void WaitForSocketOrWake(SocketHandle socket, int timeoutMs) {
     if (!self || Unloading()) return;
-    pollfd fds[2] = {{socket, POLLIN, 0}, {self->wakeFd, POLLIN, 0}};
-    if (::poll(fds, 2, timeoutMs) > 0 && (fds[1].revents & POLLIN) != 0) {
-        uint64_t count = 0;
-        // Taken whole: the wake-ups so far are served by the turn that follows.
-        [[maybe_unused]] ssize_t got = ::read(self->wakeFd, &count, sizeof count);
-    }
+    self->waker.Wait(socket, timeoutMs);
 }
 
 bool ThisThreadKilled() { return self && self->killed.load(); }

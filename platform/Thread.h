@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <functional>
 
+#include "platform/Socket.h"
+
 namespace platform {
 
 using ThreadId = uint32_t;
@@ -51,7 +53,7 @@ void WakeThread(ThreadId id);
 void WakeAllThreads();
 // Waits until `socket` has something to read (or an error or end of stream), the calling thread
 // is woken, or `timeoutMs` passes (negative: no limit). Returns at once while unloading.
-void WaitForSocketOrWake(int socket, int timeoutMs);
+void WaitForSocketOrWake(SocketHandle socket, int timeoutMs);
 
 // Sleeps, or returns early when the library is being unloaded.
 void Sleep(uint32_t milliseconds);

@@ -1,7 +1,6 @@
 #include "security/Crypto.h"
 
-#include <dlfcn.h>
-
+#include "platform/Library.h"
 #include "protocol/Text.h"
 #include "security/EncryptionPlugin.h"
 #include "stores/LogMon.h"
@@ -15,13 +14,13 @@ Crypto::Crypto() {
 }
 
 Crypto::~Crypto() {
-    if (module_) ::dlclose(module_);
+    platform::FreeLibrary(module_);
 }
 
 void* Crypto::Resolve(const char* method, const char* entry) {
     result_ = 0;
     if (module_ == nullptr) {
-        module_ = ::dlopen(kEncryptionLibrary, RTLD_NOW | RTLD_LOCAL);
+        module_ = platform::LoadLibrary(kEncryptionLibrary);
         if (module_ == nullptr) {
             FormatText(logText_, sizeof logText_, "[Crypto::%s] Error loading %s library", method,
                        kEncryptionLibraryLogName);
@@ -30,10 +29,10 @@ void* Crypto::Resolve(const char* method, const char* entry) {
             return nullptr;
         }
     }
-    void* fn = ::dlsym(module_, entry);
+    void* fn = platform::FindSymbol(module_, entry);
     if (fn == nullptr) {
         // Unloaded at once: the next call starts again from the load.
-        ::dlclose(module_);
+        platform::FreeLibrary(module_);
         module_ = nullptr;
         FormatText(logText_, sizeof logText_, "[Crypto::%s] Error getting %s function", method,
                    entry);

@@ -4,13 +4,14 @@
 
 #include <cstdint>
 
+#include "platform/Library.h"
 #include "protocol/CommandRecord.h"
 
 namespace zanth {
 
 // The name the plugin is loaded by, and the name that the load failure text prints.
-constexpr const char* kEncryptionLibrary = "libzanth_encryption64.so";
-constexpr const char* kEncryptionLibraryLogName = "libzanth_encryption.so";
+constexpr const char* kEncryptionLibrary = platform::kCipherLibraryFile;
+constexpr const char* kEncryptionLibraryLogName = platform::kCipherLibraryLogName;
 
 class Crypto {
 public:
