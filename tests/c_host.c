@@ -1,8 +1,28 @@
-/* A C host: the header compiles as C and the library answers through its exports. */
+/* A C host: the header compiles as C and the library answers through its exports. Given a port,
+ * it also listens there and waits for simulated controllers (tests/support/with_sim.sh starts
+ * them), then asks one of them for its ControllerInfo. */
+#if !defined(_WIN32)
+#define _POSIX_C_SOURCE 200809L
+#endif
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include "zanth.h"
+
+/* After zanth.h: <windows.h> defines `interface` as a macro, a parameter name in the header. */
+#if defined(_WIN32)
+#include <windows.h>
+#define PAUSE_MS(ms) Sleep(ms)
+#else
+static void PAUSE_MS(long ms) {
+    struct timespec t;
+    t.tv_sec = ms / 1000;
+    t.tv_nsec = (ms % 1000) * 1000000L;
+    nanosleep(&t, NULL);
+}
+#endif
 
 static int failures = 0;
 
@@ -13,7 +33,35 @@ static void expect(int condition, const char* what) {
     }
 }
 
-int main(void) {
+/* The controllers the simulator plays, counted up from 00:00:01. */
+static int run_with_controllers(int port) {
+    char list[256] = "";
+    char info[256] = "";
+    time_t deadline = time(NULL) + 30;
+    int32_t rc;
+
+    expect(SetValidControllers("ALL") == 0, "SetValidControllers ALL");
+    rc = Initialization(port, NULL, NULL);
+    expect(rc == 0, "Initialization on the given port");
+    if (rc != 0) return 1;
+    /* Waits (with a deadline) until the three simulated controllers are connected. */
+    while (time(NULL) < deadline) {
+        if (GetConnectedControllers(list, sizeof list) == 0 &&
+            strcmp(list, "00:00:01,00:00:02,00:00:03") == 0)
+            break;
+        PAUSE_MS(50);
+    }
+    expect(strcmp(list, "00:00:01,00:00:02,00:00:03") == 0, "three simulated controllers connected");
+    rc = ControllerInfo("00:00:02", info, sizeof info);
+    expect(rc == 0, "ControllerInfo of a simulated controller");
+    expect(strstr(info, "00:00:02") != NULL, "ControllerInfo names the controller's MAC");
+    printf("ControllerInfo(00:00:02): %s\n", info);
+    expect(ControllerInfo("00:00:02", info, 4) == -10006, "ControllerInfo into 4 bytes is -10006");
+    expect(Shutdown() == 0, "Shutdown");
+    return 0;
+}
+
+int main(int argc, char** argv) {
     char version[16];
     int32_t level = 0;
     int32_t wait = 0;
@@ -30,6 +78,7 @@ int main(void) {
     expect(ControllerInfo("AA:BB:CC", list, sizeof list) == -10003, "listed but unconnected");
     expect(ControllerInfo("DD:EE:FF", list, sizeof list) == -10004, "not listed");
     expect(Initialization(1024, NULL, NULL) == -10002, "port 1024 refused");
+    if (argc > 1) run_with_controllers(atoi(argv[1]));
     if (failures == 0) printf("C host: all checks passed\n");
     return failures == 0 ? 0 : 1;
 }

@@ -49,10 +49,13 @@ int SetNoDelay(SocketHandle s) {
                               sizeof on));
 }
 
+// Winsock's SO_REUSEADDR would let the listener share a port that another program holds; the
+// exclusive use keeps "address already in use" (10048) as the answer, and a Windows listener
+// rebinds after its own close without help.
 int SetReuseAddress(SocketHandle s) {
     BOOL on = TRUE;
-    return Check(::setsockopt(S(s), SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&on),
-                              sizeof on));
+    return Check(::setsockopt(S(s), SOL_SOCKET, SO_EXCLUSIVEADDRUSE,
+                              reinterpret_cast<const char*>(&on), sizeof on));
 }
 
 static int BindTo(SocketHandle s, uint32_t address, int port) {

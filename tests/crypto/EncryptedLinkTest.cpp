@@ -3,7 +3,6 @@
 // the host's, and encrypted headers that arrive in pieces.
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <cstring>
 #include <fstream>
@@ -206,7 +205,7 @@ TEST_F(EncryptedLinkTest, HeaderInThreePiecesLosesTheCountAndIsNotDispatched) {
     ASSERT_TRUE(peer.Link().SendRaw(frame.substr(5)));
     // End of stream behind the frame: once the Worker reads it, every byte before it has been
     // through its hands, whichever way the lost count sent them.
-    ASSERT_EQ(::shutdown(peer.Link().Fd(), SHUT_WR), 0);
+    ASSERT_TRUE(peer.Link().ShutdownSend());
     ASSERT_TRUE(WaitUntil([] {
         return LogContains("Zero bytes received") || LogContains("exceeds the receive buffer") ||
                LogContains("is not a frame header") || LogContains("shorter than its header");

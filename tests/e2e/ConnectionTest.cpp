@@ -3,21 +3,18 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <future>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "monitors/Globals.h"
 #include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
+#include "support/Net.h"
 #include "zanth.h"
 
 namespace zanth::test {
@@ -67,7 +64,7 @@ TEST_F(ConnectionTest, EndOfStreamBeforeAHeaderEndsTheWorker) {
     Start(kMac);
     FakeController c;
     Join(c);
-    ::shutdown(c.Fd(), SHUT_WR);
+    c.ShutdownSend();
     EXPECT_TRUE(c.WaitClosed());
     EXPECT_TRUE(WaitUntil([] { return Connected().empty(); }));
     EXPECT_TRUE(LogContains("[Worker::ReadData()] Header -- Zero bytes received"));
@@ -78,7 +75,7 @@ TEST_F(ConnectionTest, EndOfStreamWithinABodyDropsTheFrameThenEndsTheWorker) {
     FakeController c;
     Join(c);
     ASSERT_TRUE(c.SendRaw("1069;0030;abc"));
-    ::shutdown(c.Fd(), SHUT_WR);
+    c.ShutdownSend();
     ASSERT_TRUE(WaitUntil([] { return LogContains("[Worker::ReadData()] Zero bytes received"); }));
     // The half frame is dropped unanswered; the next header read meets the end of stream, so the
     // dead link leaves neither a thread nor a socket behind.
@@ -262,20 +259,16 @@ TEST_F(ConnectionTest, TwoConnectionsAtOnceAreBothAccepted) {
 
 TEST_F(ConnectionTest, PortInUseStopsTheLibrary) {
     port_ = FreePort();
-    int blocker = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port_));
-    a.sin_addr.s_addr = htonl(INADDR_ANY);
-    ASSERT_EQ(::bind(blocker, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-    ASSERT_EQ(::listen(blocker, 1), 0);
+    net::Fd blocker = net::TcpSocket();
+    ASSERT_EQ(net::Bind(blocker, port_, false), port_);
+    ASSERT_TRUE(net::Listen(blocker, 1));
     // Initialization has returned before the listener finds the port taken.
     EXPECT_EQ(Initialization(port_, nullptr, nullptr), 0);
     EXPECT_TRUE(WaitUntil([] { return LibraryTerminating(); }));
     EXPECT_TRUE(LogContains("[Listener::Listener] Error on bind"));
     EXPECT_TRUE(LogContains("Winsock 10048: Address already in use"));
     EXPECT_EQ(Initialization(port_, nullptr, nullptr), -10001);
-    ::close(blocker);
+    net::Close(blocker);
 }
 
 TEST_F(ConnectionTest, ShutdownTerminatesControllersAndTheLibraryStartsAgain) {

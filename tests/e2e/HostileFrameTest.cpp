@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
-#include <sys/socket.h>
 
 #include <string>
 #include <thread>

@@ -4,7 +4,11 @@
 
 #include <stdint.h>
 
+#if defined(_WIN32)
+#define TEST_PLUGIN_API __declspec(dllexport)
+#else
 #define TEST_PLUGIN_API __attribute__((visibility("default")))
+#endif
 
 static int32_t Xor(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
                    int32_t* outLen, const unsigned char* key) {

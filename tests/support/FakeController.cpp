@@ -1,16 +1,10 @@
 #include "support/FakeController.h"
 
-#include <arpa/inet.h>
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 namespace zanth::test {
 namespace {
@@ -32,58 +26,42 @@ std::string Frame(int code, std::string_view payload) {
 
 FakeController::~FakeController() {
     Close();
-    if (listenFd_ >= 0) ::close(listenFd_);
+    net::Close(listenFd_);
 }
 
 bool FakeController::Connect(int port, int timeoutMs) {
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     do {
-        int s = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(static_cast<uint16_t>(port));
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (::connect(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
-            int on = 1;
-            ::setsockopt(s, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        net::Fd s = net::TcpSocket();
+        if (net::ConnectLoopback(s, port)) {
+            net::SetNoDelay(s);
             fd_ = s;
             return true;
         }
-        ::close(s);
+        net::Close(s);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     } while (Clock::now() < deadline);
     return false;
 }
 
 int FakeController::Listen() {
-    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int on = 1;
-    ::setsockopt(listenFd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listenFd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::listen(listenFd_, 4);
-    socklen_t len = sizeof a;
-    ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&a), &len);
-    return ntohs(a.sin_port);
+    listenFd_ = net::TcpSocket();
+    int port = net::Bind(listenFd_, 0, true);
+    net::Listen(listenFd_, 4);
+    return port;
 }
 
 bool FakeController::Accept(int timeoutMs) {
-    pollfd p{listenFd_, POLLIN, 0};
-    if (::poll(&p, 1, timeoutMs) <= 0) return false;
-    fd_ = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-    return fd_ >= 0;
+    if (net::WaitReadable(listenFd_, timeoutMs) <= 0) return false;
+    fd_ = net::Accept(listenFd_);
+    return fd_ != net::kNoFd;
 }
 
 bool FakeController::SendRaw(std::string_view bytes) {
     size_t sent = 0;
     while (sent < bytes.size()) {
-        ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
+        long n = net::Send(fd_, bytes.data() + sent, bytes.size() - sent);
+        if (n < 0) return false;
         sent += static_cast<size_t>(n);
     }
     return true;
@@ -114,10 +92,9 @@ std::optional<std::string> FakeController::ReadBytes(size_t n, int timeoutMs) {
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     std::string out;
     while (out.size() < n) {
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, Remaining(deadline)) <= 0) return std::nullopt;
+        if (net::WaitReadable(fd_, Remaining(deadline)) <= 0) return std::nullopt;
         char buffer[8192];
-        ssize_t got = ::recv(fd_, buffer, std::min(sizeof buffer, n - out.size()), 0);
+        long got = net::Recv(fd_, buffer, std::min(sizeof buffer, n - out.size()));
         if (got <= 0) return std::nullopt;
         out.append(buffer, static_cast<size_t>(got));
     }
@@ -136,32 +113,27 @@ std::optional<std::string> FakeController::ReadFrame(int timeoutMs) {
 }
 
 bool FakeController::Silent(int timeoutMs) {
-    pollfd p{fd_, POLLIN, 0};
-    return ::poll(&p, 1, timeoutMs) == 0;
+    return net::WaitReadable(fd_, timeoutMs) == 0;
 }
 
 bool FakeController::WaitClosed(int timeoutMs) {
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     for (;;) {
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, Remaining(deadline)) <= 0) return false;
+        if (net::WaitReadable(fd_, Remaining(deadline)) <= 0) return false;
         char buffer[4096];
-        ssize_t got = ::recv(fd_, buffer, sizeof buffer, 0);
+        long got = net::Recv(fd_, buffer, sizeof buffer);
         if (got <= 0) return true;
     }
 }
 
 void FakeController::Close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
+    net::Close(fd_);
+    fd_ = net::kNoFd;
 }
 
 void FakeController::Reset() {
-    if (fd_ < 0) return;
-    linger l{1, 0};
-    ::setsockopt(fd_, SOL_SOCKET, SO_LINGER, &l, sizeof l);
-    ::close(fd_);
-    fd_ = -1;
+    net::CloseWithReset(fd_);
+    fd_ = net::kNoFd;
 }
 
 }  // namespace zanth::test

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/Net.h"
+
 namespace zanth::test {
 
 // "%04d;%04d;" + payload.
@@ -45,11 +47,13 @@ public:
     void Close();
     // Closes with a reset instead of an orderly end.
     void Reset();
-    int Fd() const { return fd_; }
+    // Ends the sending direction only: the library reads end of stream, the link stays readable.
+    bool ShutdownSend() { return net::ShutdownSend(fd_); }
+    net::Fd Fd() const { return fd_; }
 
 private:
-    int fd_ = -1;
-    int listenFd_ = -1;
+    net::Fd fd_ = net::kNoFd;
+    net::Fd listenFd_ = net::kNoFd;
 };
 
 }  // namespace zanth::test

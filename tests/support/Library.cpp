@@ -1,18 +1,15 @@
 #include "support/Library.h"
 
-#include <arpa/inet.h>
 #include <fstream>
 #include <memory>
-#include <netinet/in.h>
 #include <sstream>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 #include "monitors/Globals.h"
 #include "frame/exports/Boundary.h"
 #include "stores/LogMon.h"
 #include "notify/ResetMon.h"
+#include "support/Net.h"
 #include "zanth.h"
 
 namespace zanth {
@@ -38,16 +35,10 @@ void UnloadLibrary() {
 bool LibraryLoaded() { return loaded != nullptr; }
 
 int FreePort() {
-    int s = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_ANY);
-    a.sin_port = 0;
-    ::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(s, reinterpret_cast<sockaddr*>(&a), &len);
-    ::close(s);
-    return ntohs(a.sin_port);
+    net::Fd s = net::TcpSocket();
+    int port = net::Bind(s, 0, false);
+    net::Close(s);
+    return port;
 }
 
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {

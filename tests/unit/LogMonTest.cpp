@@ -34,7 +34,11 @@ std::vector<std::string> Lines(const std::string& text) {
 
 std::string DateText(std::time_t t) {
     std::tm tm{};
+#if defined(_WIN32)
+    ::localtime_s(&tm, &t);
+#else
     ::localtime_r(&t, &tm);
+#endif
     char text[40];
     std::snprintf(text, sizeof text, "%02d/%02d/%4d %02d:%02d:%02d", tm.tm_mon + 1, tm.tm_mday,
                   tm.tm_year + 1900, tm.tm_hour, tm.tm_min, tm.tm_sec);
