@@ -9,6 +9,10 @@
 #include "support/Library.h"
 #include "zanth.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace zanth::test {
 namespace {
 
@@ -17,8 +21,12 @@ constexpr const char* kLookupFailure =
 
 // Whether the plugin of this suite is mapped into the process.
 bool PluginMapped() {
+#if defined(_WIN32)
+    return ::GetModuleHandleA(kEncryptionLibrary) != nullptr;
+#else
     return ReadWholeFile("/proc/self/maps").find("plugin-noversion/libzanth_encryption64.so") !=
            std::string::npos;
+#endif
 }
 
 class MissingEntryPointTest : public LibraryTest {};

@@ -18,7 +18,7 @@ namespace zanth::test {
 namespace {
 
 std::string LoadFailure(const char* method) {
-    return std::string("[Crypto::") + method + "] Error loading libzanth_encryption.so library";
+    return std::string("[Crypto::") + method + "] Error loading " + kEncryptionLibraryLogName + " library";
 }
 
 bool NoneConnected() {

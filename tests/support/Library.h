@@ -23,6 +23,7 @@ int FreePort();
 bool WaitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
+// A file's bytes; on Windows with CR LF read as LF, as a text stream would.
 std::string ReadWholeFile(const std::string& path);
 // The diagnostic log of the current load.
 std::string LogText();

@@ -9,9 +9,11 @@
 namespace zanth::test::net {
 
 #if defined(_WIN32)
+constexpr char kSeparator = '\\';
 using Fd = uintptr_t;
 constexpr Fd kNoFd = ~static_cast<Fd>(0);
 #else
+constexpr char kSeparator = '/';
 using Fd = int;
 constexpr Fd kNoFd = -1;
 #endif

@@ -43,9 +43,10 @@ void ReleaseUserSettings() {}
 
 void EnterSandbox() {
     net::Startup();
-    std::string made = net::MakeTempDir(net::TempRoot() + "/zanth-test-XXXXXX");
+    // Written with the system's separator, as the library writes the current directory.
+    std::string made = net::MakeTempDir(net::TempRoot() + net::kSeparator + "zanth-test-XXXXXX");
     if (made.empty()) throw std::runtime_error("no sandbox directory");
-    sandbox = made + "/";
+    sandbox = made + net::kSeparator;
     std::filesystem::create_directories(sandbox + "home/.config");
     net::SetEnv("HOME", sandbox + "home");
     net::SetEnv("XDG_CONFIG_HOME", sandbox + "home/.config");
