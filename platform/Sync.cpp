@@ -31,11 +31,29 @@ bool AutoResetEvent::Wait(uint32_t milliseconds) {
 
 bool OwnedTimedMutex::Lock(uint32_t milliseconds) {
     std::unique_lock<std::mutex> g(lock_);
-    auto free = [this] { return !locked_; };
-    if (milliseconds == kInfinite) {
-        released_.wait(g, free);
-    } else if (!released_.wait_for(g, std::chrono::milliseconds(milliseconds), free)) {
-        return false;
+    if (locked_ || !waiting_.empty()) {
+        const uint64_t ticket = nextTicket_++;
+        waiting_.push_back(ticket);
+        auto mine = [this, ticket] { return !locked_ && waiting_.front() == ticket; };
+        bool got = true;
+        if (milliseconds == kInfinite) {
+            released_.wait(g, mine);
+        } else {
+            got = released_.wait_for(g, std::chrono::milliseconds(milliseconds), mine);
+        }
+        if (!got) {
+            // Leaves the queue; the next waiter may be first now.
+            for (auto it = waiting_.begin(); it != waiting_.end(); ++it) {
+                if (*it == ticket) {
+                    waiting_.erase(it);
+                    break;
+                }
+            }
+            g.unlock();
+            released_.notify_all();
+            return false;
+        }
+        waiting_.pop_front();
     }
     locked_ = true;
     owner_ = std::this_thread::get_id();
@@ -49,7 +67,8 @@ bool OwnedTimedMutex::Unlock() {
         locked_ = false;
         owner_ = std::thread::id();
     }
-    released_.notify_one();
+    // Every waiter looks: only the oldest takes it.
+    released_.notify_all();
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <thread>
 
@@ -27,7 +28,9 @@ private:
 };
 
 // A mutex that can be waited for with a time-out and that records its owner, so that a
-// release by a thread that does not own it is a harmless no-op.
+// release by a thread that does not own it is a harmless no-op. Waiters take it in the order
+// they came: a thread that releases and at once takes it again (a waiting loop in steps) queues
+// behind the others instead of starving them, whatever the system's scheduler favours.
 class OwnedTimedMutex {
 public:
     // True when the mutex was taken within the time. kInfinite waits without limit.
@@ -43,6 +46,8 @@ private:
     std::condition_variable released_;
     bool locked_ = false;
     std::thread::id owner_{};
+    std::deque<uint64_t> waiting_;  // tickets of the waiters, oldest first
+    uint64_t nextTicket_ = 0;
 };
 
 }  // namespace platform

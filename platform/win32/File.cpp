@@ -1,7 +1,6 @@
 #include "platform/File.h"
 
 #include <direct.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
@@ -26,12 +25,20 @@ bool Absolute(const char* name) {
 
 }  // namespace
 
+// The attribute query, not the CRT's stat: stat refuses a folder written with its trailing
+// separator, which is how the library's folder texts end.
 int PathStatus(const char* path) {
-    struct _stat64 st {};
-    if (::_stat64(path, &st) == 0) return 0;
-    if (errno == ENOENT) return -10025;
-    if (errno == EINVAL) return -10002;
-    return -1;
+    if (::GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES) return 0;
+    switch (::GetLastError()) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return -10025;
+        case ERROR_INVALID_NAME:
+        case ERROR_INVALID_PARAMETER:
+            return -10002;
+        default:
+            return -1;
+    }
 }
 
 std::string CurrentDirectory() {

@@ -17,12 +17,13 @@ std::string sandbox;
 #if defined(_WIN32)
 // The per-user setting is a registry value shared by every process of the Wine prefix (or the
 // Windows user): each test process gets a key of its own that stands in for HKEY_CURRENT_USER.
+// Not a volatile key: the library's keys below it are not volatile either. Removed at the end.
 std::string userKey;
 HKEY userRoot = nullptr;
 
 void IsolateUserSettings(const std::string& name) {
     userKey = "Software\\ZanthTests\\" + name;
-    if (::RegCreateKeyExA(HKEY_CURRENT_USER, userKey.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
+    if (::RegCreateKeyExA(HKEY_CURRENT_USER, userKey.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
                           KEY_ALL_ACCESS, nullptr, &userRoot, nullptr) != ERROR_SUCCESS ||
         ::RegOverridePredefKey(HKEY_CURRENT_USER, userRoot) != ERROR_SUCCESS)
         throw std::runtime_error("could not isolate HKEY_CURRENT_USER");

@@ -14,12 +14,17 @@
 #include "monitors/Globals.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
+#include "platform/File.h"
 #include "support/Library.h"
 #include "support/Sandbox.h"
 #include "zanth.h"
 
 namespace zanth {
 namespace {
+
+// The separator the library puts after a log folder.
+const std::string kSep(1, platform::kPathSeparator);
+
 
 using test::LogContains;
 using test::LogText;
@@ -235,13 +240,13 @@ TEST_F(LogExportTest, MovingTheFolderRebuildsLogAndStores) {
 
     char path[256] = {};
     ASSERT_EQ(GetLogFilePath(path), 0);
-    EXPECT_EQ(std::string(path), folder + "/");
+    EXPECT_EQ(std::string(path), folder + kSep);
 
     // The old log points to the new one and ends.
     std::string oldLog = LogText();
     EXPECT_NE(oldLog.find("master [Master::SetLogFilePath] Log file path has been changed. New logs "
                           "will be created at location: \n" +
-                          kBlanks + "New Log file path is = " + folder + "/\n"),
+                          kBlanks + "New Log file path is = " + folder + kSep + "\n"),
               std::string::npos)
         << oldLog;
     EXPECT_EQ(Lines(oldLog).back().substr(19), "  logmon End");
@@ -267,7 +272,7 @@ TEST_F(LogExportTest, MovingTheFolderRebuildsLogAndStores) {
         ASSERT_EQ(header.size(), 144u) << store;
         EXPECT_EQ(std::string(header.c_str()), "5000 144 1 1 0 0");
     }
-    EXPECT_EQ(eventMon->Path(), folder + "/ZanthEvents.log");
+    EXPECT_EQ(eventMon->Path(), folder + kSep + "ZanthEvents.log");
     Log("probe", 0, "after the move");
     EXPECT_NE(ReadWholeFile(folder + "/ZanthMessages.log").find("probe after the move"),
               std::string::npos);
@@ -282,7 +287,7 @@ TEST_F(LogExportTest, TrailingSeparatorIsDoubledAndTheOldValueNamed) {
     ASSERT_EQ(SetLogFilePath(first.c_str()), 0);
     char path[256] = {};
     ASSERT_EQ(GetLogFilePath(path), 0);
-    EXPECT_EQ(std::string(path), first + "/");
+    EXPECT_EQ(std::string(path), first + kSep);
 
     // The mode-1 form announces nothing in the old log and names itself in the new one.
     std::string secondArg = second;
@@ -292,11 +297,11 @@ TEST_F(LogExportTest, TrailingSeparatorIsDoubledAndTheOldValueNamed) {
     std::string newLog = ReadWholeFile(second + "/ZanthMessages.log");
     EXPECT_NE(newLog.find("master [Master::LogFilePath] Log file path has been changed, for previous "
                           "logs refer files from: \n" +
-                          kBlanks + "Old Log file path is = " + first + "/\n"),
+                          kBlanks + "Old Log file path is = " + first + kSep + "\n"),
               std::string::npos)
         << newLog;
     ASSERT_EQ(LogFilePath(0, path), 0);
-    EXPECT_EQ(std::string(path), second + "/");
+    EXPECT_EQ(std::string(path), second + kSep);
 }
 
 TEST(LogFolder, NextLoadUsesTheStoredFolder) {
@@ -308,7 +313,7 @@ TEST(LogFolder, NextLoadUsesTheStoredFolder) {
     std::string firstRun = ReadWholeFile(folder + "/ZanthMessages.log");
 
     test::LoadLibrary();
-    EXPECT_EQ(eventMon->Path(), folder + "/ZanthEvents.log");
+    EXPECT_EQ(eventMon->Path(), folder + kSep + "ZanthEvents.log");
     EXPECT_EQ(ReadWholeFile(folder + "/ZanthMessages.bak"), firstRun);
     std::vector<std::string> lines = Lines(ReadWholeFile(folder + "/ZanthMessages.log"));
     ASSERT_FALSE(lines.empty());
