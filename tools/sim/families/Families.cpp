@@ -2,6 +2,7 @@
 
 #include "tools/sim/families/CardDatabase.h"
 #include "tools/sim/families/Family.h"
+#include "tools/sim/families/Files.h"
 #include "tools/sim/families/SmartCard.h"
 
 namespace zanth::sim {
@@ -10,6 +11,7 @@ std::vector<std::unique_ptr<Family>> MakeFamilies(const ControllerConfig& /*conf
     std::vector<std::unique_ptr<Family>> families;
     families.push_back(std::make_unique<CardDatabase>());
     families.push_back(std::make_unique<SmartCard>());
+    families.push_back(std::make_unique<Files>());
     return families;
 }
 
