@@ -293,13 +293,15 @@ ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t targe
  * GetFile creates or truncates the local file; SendFile reads it. Both paths are required
  * (-10002 when empty or 256 bytes or longer). The blocking form returns when the stream ends:
  * 0; -10007 when the local file can't be opened (the controller is never asked); -10003 when
- * the link fails mid-stream; or the controller's own number when it gives up. The wait time
+ * the link fails (is reset) mid-stream, 9990 when the controller closes it in order; or the
+ * controller's own number when it gives up. The wait time
  * (RecvWaitTime) bounds the whole file, so set it to fit the largest one; a wait that runs out
  * returns 0 though the stream hasn't ended. A partly received file stays on disk. SendFile
  * reports 0 once the last chunk is written to the link.
  * RspGetFile/RspSendFile return at once; the end arrives under `rspid` as the frame
- * "0000;0012;0;" (success), "0000;0012;-10007;" (local file), "0000;0029;Connection failure;"
- * (link lost), or the controller's own 9980 frame "9980;LLLL;result;text;". */
+ * "0000;0012;0;" (success), "0000;0017;-10007;" (local file), "0000;0029;Connection failure;"
+ * (link reset; "9990;0010;" when closed in order), or the controller's own 9980 frame
+ * "9980;LLLL;result;text;". */
 ZANTH_API int32_t GetFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
 ZANTH_API int32_t RspGetFile(uint32_t rspid, const char* mac, const char* controllerPathFile,
                              const char* pcPathFile);

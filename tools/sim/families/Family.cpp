@@ -21,8 +21,8 @@ void FamilyContext::Send(int code, std::string payload, int expectedAck) {
     controller_.Enqueue({code, std::move(payload), expectedAck, false, std::nullopt});
 }
 
-void FamilyContext::DropLink() {
-    controller_.Drop();
+void FamilyContext::ResetLink() {
+    controller_.Reset();
 }
 
 const std::string& FamilyContext::Mac() const {

@@ -46,8 +46,8 @@ class FamilyContext {
     // An unsolicited message, with the host's acknowledgement it expects (0: none). It waits
     // for the link if the controller isn't identified.
     void Send(int code, std::string payload, int expectedAck);
-    // Cuts the link once the command in hand is done, as a power failure would.
-    void DropLink();
+    // Resets the link once the command in hand is done, as a controller that crashes would.
+    void ResetLink();
 
     const std::string& Mac() const;
     const ControllerConfig& Config() const;

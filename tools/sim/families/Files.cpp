@@ -93,7 +93,7 @@ void Files::Upload(FamilyContext& context, int code, std::string_view payload) {
             return;
         case Trouble::Drop:
             upload_.reset();
-            context.DropLink();
+            context.ResetLink();
             return;
         case Trouble::None:
             break;
@@ -146,7 +146,7 @@ void Files::SendChunk(FamilyContext& context) {
             return;
         case Trouble::Drop:
             download_.reset();
-            context.DropLink();
+            context.ResetLink();
             return;
         case Trouble::None:
             break;

@@ -18,7 +18,7 @@
 //
 // A test can make the next transfer (either way) go wrong at a given chunk, 1 being the first
 // chunk sent or received: FailAtChunk answers it with 9980, StallAtChunk leaves it unanswered,
-// DropAtChunk cuts the link there.
+// DropAtChunk resets the link there.
 
 #include <cstdint>
 #include <map>
