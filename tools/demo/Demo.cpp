@@ -34,6 +34,8 @@
 
 extern char** environ;
 
+bool DemoFiles(const char* mac);
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -236,6 +238,7 @@ int main(int argc, char** argv) {
     bool replied = WaitFor(
         [&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }, std::chrono::seconds(10));
     if (replied) Say("GetNextResponse: rspid %d, reply \"%s\"\n\n", rspid, text);
+    if (!DemoFiles(kClearMacs[0])) ok = false;
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;
