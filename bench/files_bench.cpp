@@ -130,12 +130,10 @@ class Bench {
         Table table({"run", "bytes", "seconds", "KB/s per link", "KB/s total", "ms per chunk p50",
                      "model KB/s per link"});
         const double modelOne = kChunk / (kTurnMs / 1000) / 1000;
-        const double modelTwo = modelOne / 2;
         auto row = [&](const std::string& name, double bytes, double seconds, int links) {
             Summary gaps = clock_.Take();
             table.Row({name, Fixed(bytes, 0), Fixed(seconds, 2), Fixed(bytes / links / seconds / 1000),
-                       Fixed(bytes / seconds / 1000), Fixed(gaps.p50), Fixed(modelOne) + " / " +
-                       Fixed(modelTwo)});
+                       Fixed(bytes / seconds / 1000), Fixed(gaps.p50), Fixed(modelOne)});
         };
 
         // One controller, each way.
@@ -192,13 +190,15 @@ class Bench {
         host.Close();
         std::printf(
             "\nmodel: stop and wait, one chunk of 4086 bytes per round trip. The Worker sends the\n"
-            "next chunk in the turn that reads the former one's reply, and reads at most one\n"
-            "message per 47 ms turn; if the reply is read in the very next turn that is one chunk\n"
-            "per turn (%.1f KB/s), and if it waits a turn more, one chunk per two turns (%.1f KB/s).\n"
-            "Links don't share a Worker, so ten links at once should each keep the one-link rate.\n"
+            "next chunk in the turn that reads the former one's reply; the controller answers within\n"
+            "microseconds, so the reply is read in the very next turn: one chunk per 47 ms turn,\n"
+            "%.1f KB/s per link (4086 bytes / 47 ms). A transfer adds its opening round trip and, for\n"
+            "GetFile, the write of each chunk to disk; turns that overrun on a loaded machine skip\n"
+            "their grid boundary and cost a whole turn, which is most of the gap below the model.\n"
+            "Links don't share a Worker, so ten links at once each keep the one-link rate.\n"
             "A punch-through command leaves between two chunks (0-47 ms after the call) and its\n"
-            "reply competes with the chunk replies for the one read per turn.\n",
-            modelOne, modelTwo);
+            "reply competes with the chunk replies for the one read per turn: 47-141 ms.\n",
+            modelOne);
         return 0;
     }
 
@@ -236,7 +236,10 @@ class Bench {
                     Fail("no reply to RspControllerInfo");
                 if (got == 900) {
                     streamEnded = true;
-                    continue;
+                    if (std::string(text.data()) == "0000;0012;0;") continue;
+                    // A punched reply read after the end chunk's 1030 has closed the stream goes
+                    // under the stream's rspid.
+                    break;
                 }
                 if (got != static_cast<int32_t>(rspid)) Fail("a reply under an unexpected rspid");
                 break;
