@@ -286,8 +286,11 @@ ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t targe
 
 /* Files move in chunks of at most 4086 bytes, one chunk per round trip (a Worker turn is 47 ms),
  * and one transfer runs on a controller at a time: other commands to it wait for the end, except
- * short queries and settings the controller can answer between two chunks. `controllerPathFile`
- * is the file's path on the controller; paths may not hold ';'. */
+ * short queries and settings the controller can answer between two chunks. Such a command's
+ * reply takes the stream's road: issue it in the same form as the stream (Rsp during RspX,
+ * since a blocking stream holds the library's one caller), and expect a reply read after a
+ * RspSendFile's end under the stream's rspid. `controllerPathFile` is the file's path on the
+ * controller; paths may not hold ';'. */
 
 /* Whole files, streamed by the library between the local file `pcPathFile` and the controller.
  * GetFile creates or truncates the local file; SendFile reads it. Both paths are required
