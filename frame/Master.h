@@ -263,6 +263,45 @@ class Master {
                          int32_t number, int32_t* value);
     int32_t LocalPollDelay(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                            int32_t* value);
+    // File transfer: whole files streamed by the Worker, single chunks through the caller's
+    // memory, a file's permission, and its removal. GetData, SendData and their Rsp forms take no
+    // rspfunc: each method is one form.
+    int32_t GetFile(int32_t rspfunc, int32_t rspid, const char* mac,
+                    const char* controllerPathFile, const char* pcPathFile);
+    int32_t SendFile(int32_t rspfunc, int32_t rspid, const char* mac,
+                     const char* controllerPathFile, const char* pcPathFile);
+    int32_t GetData(const char* mac, const char* controllerPathFile, char* buffer, int32_t size,
+                    int32_t* bytesRead, int32_t* isLast);
+    int32_t SendData(const char* mac, const char* controllerPathFile, const char* data,
+                     int32_t size, int32_t endOfData);
+    int32_t RspGetDataFilename(int32_t rspid, const char* mac, const char* controllerPathFile);
+    int32_t RspGetData(int32_t rspid, const char* mac, const char* controllerPathFile);
+    int32_t RspSendDataFilename(int32_t rspid, const char* mac, const char* controllerPathFile);
+    int32_t RspSendData(int32_t rspid, const char* mac, const char* controllerPathFile,
+                        const char* data, int32_t size, int32_t endOfData);
+    // mode 0 reads the permission into `permission` (`size` bytes), mode 1 sets it from there.
+    int32_t FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                       const char* path, char* permission, int32_t size);
+    int32_t ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* path);
+
+  private:
+    int32_t StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* method,
+                       int32_t code, const char* controllerPathFile, const char* pcPathFile);
+    // Queues "-10007;<why>;" as 9980 with rspfunc 0; the controller doesn't answer it.
+    void RefuseChunk(const char* why);
+    // The wait for the 1030 that answers SendData's opening or chunk; false when the result was
+    // set instead.
+    bool AwaitSendDataReply(Transaction& t);
+    // A controller's 9980: its own number, or -10017 without one.
+    int32_t TransferErrorResult(const char* method, const char* errorText);
+    void EndChunkedTransfer();
+
+    // The one chunked GetData or SendData transfer standing between two calls, library-wide.
+    uint8_t transferInProgress_ = 0;
+    char transferFilename_[kPathSize] = {};
+    int32_t sentCode_ = 0;
+
+  public:
 
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,

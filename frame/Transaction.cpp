@@ -84,6 +84,11 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
     return true;
 }
 
+void Transaction::Receive() {
+    recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
+    m_.recvBuffer_[kMessageBufferSize] = '\0';
+}
+
 bool Transaction::Expect(int32_t reply) {
     return ExpectAny({reply});
 }

@@ -62,6 +62,9 @@ class Transaction : public ArgumentCheck {
     // The blocking wait, then the clearing of the caller's outputs, then the parse of the reply
     // into the payload. False with -10005 when no whole message came.
     bool Await(std::initializer_list<Output> outputs = {});
+    // The wait alone, for the replies that skip Await's completeness test and its log lines:
+    // the raw reply, or zeros after a time-out, is then in Reply().
+    void Receive();
     // False, with CheckErrorCode's result, when the reply isn't `reply`.
     bool Expect(int32_t reply);
     bool ExpectAny(std::initializer_list<int32_t> replies);

@@ -797,7 +797,91 @@ ZANTH_API int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, in
 
 /* ---- File transfer ------------------------------------------------------------------------ */
 
-/* (declarations of this family follow) */
+/* Files move in chunks of at most 4086 bytes, one chunk per round trip (a Worker turn is 47 ms),
+ * and one transfer runs on a controller at a time: other commands to it wait for the end, except
+ * short queries and settings the controller can answer between two chunks. Such a command's
+ * reply takes the stream's road: issue it in the same form as the stream (Rsp during RspX,
+ * since a blocking stream holds the library's one caller), and expect a reply read after a
+ * RspSendFile's end under the stream's rspid. `controllerPathFile` is the file's path on the
+ * controller; paths may not hold ';'. */
+
+/* Whole files, streamed by the library between the local file `pcPathFile` and the controller.
+ * GetFile creates or truncates the local file; SendFile reads it. Both paths are required
+ * (-10002 when empty or 256 bytes or longer). The blocking form returns when the stream ends:
+ * 0; -10007 when the local file can't be opened (the controller is never asked); -10003 when
+ * the link fails (is reset) mid-stream, 9990 when the controller closes it in order; or the
+ * controller's own number when it gives up. The wait time
+ * (RecvWaitTime) bounds the whole file, so set it to fit the largest one; a wait that runs out
+ * returns 0 though the stream hasn't ended. A partly received file stays on disk. SendFile
+ * reports 0 once the last chunk is written to the link.
+ * RspGetFile/RspSendFile return at once; the end arrives under `rspid` as the frame
+ * "0000;0012;0;" (success), "0000;0017;-10007;" (local file), "0000;0029;Connection failure;"
+ * (link reset; "9990;0010;" when closed in order), or the controller's own 9980 frame
+ * "9980;LLLL;result;text;". */
+ZANTH_API int32_t GetFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
+ZANTH_API int32_t RspGetFile(uint32_t rspid, const char* mac, const char* controllerPathFile,
+                             const char* pcPathFile);
+ZANTH_API int32_t SendFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
+ZANTH_API int32_t RspSendFile(uint32_t rspid, const char* mac, const char* controllerPathFile,
+                              const char* pcPathFile);
+
+/* One chunk per call, through the caller's memory; both always block.
+ * GetData: the first call for a file asks for it, each later call for the same path asks for
+ * the next chunk. `size` bytes of `buffer` are zeroed first, whatever follows; the chunk's
+ * bytes (binary, not terminated) are copied there, their count goes to *bytesRead and *isLast
+ * becomes 1 on the file's last chunk, after which the next call starts the file anew. A chunk
+ * larger than `size` gives -10006 and the controller is told to give up. A call for another
+ * path while a file is open gives -10027 and closes the open one in the library, so that the
+ * next call starts the new file.
+ * SendData: the first call for a path opens the file on the controller, then sends `size`
+ * bytes of `data` (0 to 4086; more gives -10006 and the controller is told to give up);
+ * `endOfData` 1 marks the last chunk and closes the file, 0 keeps it open for the next call.
+ * -10027 for another path while a file is open, as above.
+ * One chunked transfer stands open in the whole library, not one per controller. After a
+ * -10006 the controller owes no reply, and the link takes no further command until the
+ * controller answers something: the next call on it runs into the wait time.
+ * Both: 0, or the controller's own number when it gives up (9980); -10010 for another reply. */
+ZANTH_API int32_t GetData(const char* mac, const char* controllerPathFile, char* buffer,
+                          int32_t size, int32_t* bytesRead, int32_t* isLast);
+ZANTH_API int32_t SendData(const char* mac, const char* controllerPathFile, const char* data,
+                           int32_t size, int32_t endOfData);
+/* The same chunk steps without blocking, the order kept by the host: RspGetDataFilename asks
+ * for a file, and each RspGetData for its next chunk, until the reply's code is 1034 (1033: more
+ * follow); RspSendDataFilename opens a file, and each RspSendData sends a chunk (endOfData 1: the
+ * last). Every reply ("1030;...", "1033;LLLL;bytes", "1034;LLLL;bytes" or "9980;LLLL;result;
+ * text;") arrives under `rspid`; a chunk is binary and measured by its frame's length field.
+ * They don't touch the blocking forms' open transfer. */
+ZANTH_API int32_t RspGetDataFilename(uint32_t rspid, const char* mac,
+                                     const char* controllerPathFile);
+ZANTH_API int32_t RspGetData(uint32_t rspid, const char* mac, const char* controllerPathFile);
+ZANTH_API int32_t RspSendDataFilename(uint32_t rspid, const char* mac,
+                                      const char* controllerPathFile);
+ZANTH_API int32_t RspSendData(uint32_t rspid, const char* mac, const char* controllerPathFile,
+                              const char* data, int32_t size, int32_t endOfData);
+
+/* A controller file's permission, three octal digits such as "644". `mode` 0 reads it into
+ * `permission` (`size` must exceed its length: 4 for three digits, else -10006); `mode` 1 sets
+ * it from `permission` (anything but three digits 0 to 7 gives -10002 and sends nothing).
+ * GetFileStatus and SetFileStatus are modes 0 and 1. The controller's result is returned
+ * (-1 to -99 as -10001). The Rsp forms return at once only for a non-zero `rspid`: with rspid 0
+ * the reply still goes to the response queue, and the call waits in vain for the wait time
+ * (-10005), which also drops the link. */
+ZANTH_API int32_t FileStatus(const char* mac, int32_t mode, const char* path, char* permission,
+                             int32_t size);
+ZANTH_API int32_t GetFileStatus(const char* mac, const char* path, char* permission,
+                                int32_t size);
+ZANTH_API int32_t SetFileStatus(const char* mac, const char* path, const char* permission);
+ZANTH_API int32_t RspFileStatus(uint32_t rspid, const char* mac, int32_t mode, const char* path,
+                                const char* permission);
+ZANTH_API int32_t RspGetFileStatus(uint32_t rspid, const char* mac, const char* path);
+ZANTH_API int32_t RspSetFileStatus(uint32_t rspid, const char* mac, const char* path,
+                                   const char* permission);
+
+/* Removes a controller file. Returns the first number of the reply as it stands (the
+ * controller's result, negative ones included), -10010 for a reply without one, and 0 when no
+ * whole reply came within the wait time. */
+ZANTH_API int32_t ZanthDeleteFile(const char* mac, const char* path);
+ZANTH_API int32_t RspZanthDeleteFile(uint32_t rspid, const char* mac, const char* path);
 
 #ifdef __cplusplus
 }

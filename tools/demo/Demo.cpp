@@ -39,6 +39,7 @@ extern char** environ;
 
 // The demo's command families, each in its own Demo<Family>.cpp.
 bool DemoSchedules(const char* mac);
+bool DemoFiles(const char* mac);
 
 namespace {
 
@@ -249,6 +250,7 @@ int main(int argc, char** argv) {
     if (!DemoIo(kClearMacs[0])) ok = false;
 
     DemoCards(kClearMacs[0]);
+    if (!DemoFiles(kClearMacs[0])) ok = false;
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;

@@ -6,6 +6,7 @@
 #include "tools/sim/families/Family.h"
 #include "tools/sim/families/Schedules.h"
 #include "tools/sim/families/Io.h"
+#include "tools/sim/families/Files.h"
 #include "tools/sim/families/SmartCard.h"
 #include "tools/sim/families/Upload.h"
 
@@ -20,6 +21,7 @@ std::vector<std::unique_ptr<Family>> MakeFamilies(const ControllerConfig& /*conf
     families.push_back(std::make_unique<Io>());
     families.push_back(std::make_unique<ControllerClock>());
     families.push_back(std::make_unique<MessageStore>());
+    families.push_back(std::make_unique<Files>());
     return families;
 }
 

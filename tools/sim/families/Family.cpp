@@ -27,6 +27,10 @@ void FamilyContext::Send(int code, std::string payload, int expectedAck,
                          std::move(delivers)});
 }
 
+void FamilyContext::ResetLink() {
+    controller_.Reset();
+}
+
 const std::string& FamilyContext::Mac() const {
     return controller_.Mac();
 }

@@ -48,6 +48,8 @@ class FamilyContext {
     void Send(int code, std::string payload, int expectedAck);
     // The same, and the acknowledgement delivers these stored messages (families/Upload.h).
     void Send(int code, std::string payload, int expectedAck, std::vector<uint32_t> delivers);
+    // Resets the link once the command in hand is done, as a controller that crashes would.
+    void ResetLink();
 
     const std::string& Mac() const;
     const ControllerConfig& Config() const;
