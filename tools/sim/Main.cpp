@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/Boards.h"
 #include "tools/sim/families/CardDatabase.h"
 
 namespace {
@@ -46,6 +47,8 @@ struct Options {
     // CSV files of cards: for every controller (empty MAC) or for one.
     std::vector<std::pair<std::string, std::string>> cards;
     std::optional<int> cardCapacity;
+    // Interface board layouts: for every controller (empty MAC) or for one.
+    std::vector<std::pair<std::string, BoardLayout>> boards;
 };
 
 void Usage(FILE* out) {
@@ -76,6 +79,10 @@ void Usage(FILE* out) {
         "                         dates yyyy/mm/dd and times hh:mm:ss, either may be 0; lines\n"
         "                         starting with # and blank lines are skipped\n"
         "  --card-capacity N      records each controller's card database holds (default %zu)\n"
+        "  --boards [MAC=]LAYOUT  interface boards, into every controller or into the one with\n"
+        "                         that MAC; may be repeated. LAYOUT lists the board addresses\n"
+        "                         (0 to 31) of chain 0, then after '/' those of chain 1, e.g.\n"
+        "                         0,1,5/16 or /3 (default 0,1/16)\n"
         "  --quiet                only the summary at the end\n",
         CardDatabase::kDefaultCapacity);
 }
@@ -149,6 +156,13 @@ int Parse(int argc, char** argv, Options* o) {
                 o->cards.emplace_back(mac, text.substr(equals + 1));
             }
             ok = !o->cards.back().second.empty();
+        } else if (arg == "--boards") {
+            std::string text = value;
+            size_t equals = text.find('=');
+            std::string mac = equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
+            auto layout = Boards::ParseLayout(mac.empty() ? text : text.substr(equals + 1));
+            if (layout) o->boards.emplace_back(mac, *layout);
+            ok = layout.has_value();
         } else if (arg == "--card-capacity") {
             ok = ParseInt(value, 0, CardDatabase::kMaxChangeover, &number);
             o->cardCapacity = number;
@@ -220,6 +234,22 @@ bool LoadCards(Simulator& sim, const Options& o) {
     return true;
 }
 
+// Gives the controllers the board layouts of the options; false after a message on failure.
+bool PlaceBoards(Simulator& sim, const Options& o) {
+    for (const auto& [mac, layout] : o.boards) {
+        if (!mac.empty() && sim.Find(mac) == nullptr) {
+            std::fprintf(stderr, "zanth-sim: --boards names %s, which is none of the controllers\n",
+                         mac.c_str());
+            return false;
+        }
+        for (size_t i = 0; i < sim.Count(); ++i) {
+            Controller& c = sim.At(i);
+            if (mac.empty() || c.Mac() == mac) c.Family<Boards>().SetLayout(layout);
+        }
+    }
+    return true;
+}
+
 // `identified` is counted before the links were closed.
 void PrintSummary(Simulator& sim, size_t identified, double seconds) {
     SimulatorTotals t = sim.Totals();
@@ -278,7 +308,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     // Before the loop starts, so that no host sees a controller with half its cards.
-    if (!LoadCards(sim, o)) return 2;
+    if (!LoadCards(sim, o) || !PlaceBoards(sim, o)) return 2;
 
     auto start = std::chrono::steady_clock::now();
     sim.Start();

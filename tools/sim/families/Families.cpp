@@ -1,5 +1,7 @@
 // The command families every simulated controller has, one line each.
 
+#include "tools/sim/families/Admin.h"
+#include "tools/sim/families/Boards.h"
 #include "tools/sim/families/CardDatabase.h"
 #include "tools/sim/families/Family.h"
 #include "tools/sim/families/SmartCard.h"
@@ -10,6 +12,8 @@ std::vector<std::unique_ptr<Family>> MakeFamilies(const ControllerConfig& /*conf
     std::vector<std::unique_ptr<Family>> families;
     families.push_back(std::make_unique<CardDatabase>());
     families.push_back(std::make_unique<SmartCard>());
+    families.push_back(std::make_unique<Boards>());
+    families.push_back(std::make_unique<Admin>());
     return families;
 }
 

@@ -21,6 +21,10 @@ void FamilyContext::Send(int code, std::string payload, int expectedAck) {
     controller_.Enqueue({code, std::move(payload), expectedAck, false, std::nullopt});
 }
 
+void FamilyContext::RestartLink() {
+    controller_.Reboot();
+}
+
 const std::string& FamilyContext::Mac() const {
     return controller_.Mac();
 }

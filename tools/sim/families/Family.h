@@ -47,6 +47,10 @@ class FamilyContext {
     // for the link if the controller isn't identified.
     void Send(int code, std::string payload, int expectedAck);
 
+    // The controller's command task restarts: the link goes down at once, as in a reboot, and
+    // comes back after the reboot delay. Nothing more is answered on the old link.
+    void RestartLink();
+
     const std::string& Mac() const;
     const ControllerConfig& Config() const;
 
