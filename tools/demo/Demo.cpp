@@ -30,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "DemoBoards.h"
 #include "zanth.h"
 
 extern char** environ;
@@ -236,6 +237,8 @@ int main(int argc, char** argv) {
     bool replied = WaitFor(
         [&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }, std::chrono::seconds(10));
     if (replied) Say("GetNextResponse: rspid %d, reply \"%s\"\n\n", rspid, text);
+
+    DemoBoards(kClearMacs[0]);
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;
