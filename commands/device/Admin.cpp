@@ -42,15 +42,15 @@ int32_t FetchFile(Master& master, const char* mac, const char* controllerPathFil
                   const char* pcPathFile) {
     Transaction t(master, "Master::GetFile", 0, 0, mac);
     if (!t.Admit()) return t.Result();
-    if (IsBlank(controllerPathFile)) t.Refuse("[Master::GetFile] controllerPathFile cannot be blank");
+    if (IsBlank(controllerPathFile))
+        t.Refuse("[Master::GetFile] controllerPathFile cannot be blank");
     if (IsBlank(pcPathFile)) t.Refuse("[Master::GetFile] pcPathFile cannot be blank");
     // A path the record can't hold whole would be cut, and another file written.
-    if (t.Ok() && (std::strlen(controllerPathFile) >= kPathSize ||
-                   std::strlen(pcPathFile) >= kPathSize)) {
+    if (t.Ok() &&
+        (std::strlen(controllerPathFile) >= kPathSize || std::strlen(pcPathFile) >= kPathSize)) {
         t.SetResult(kBadArgument);
     }
-    if (!t.Send(ZANTH_GET_FILE, Payload().Text(controllerPathFile), controllerPathFile,
-                pcPathFile))
+    if (!t.Send(ZANTH_GET_FILE, Payload().Text(controllerPathFile), controllerPathFile, pcPathFile))
         return t.Result();
     t.Receive();
     t.SetResult(DecimalValue(t.Reply()));
@@ -131,12 +131,11 @@ int32_t Master::EnableDHCP(int32_t rspfunc, int32_t rspid, const char* mac, cons
                          {text});
 }
 
-int32_t Master::EnableStaticIP(int32_t rspfunc, int32_t rspid, const char* mac,
-                               const char* text1, const char* text2, const char* text3,
-                               const char* text4, const char* text5, const char* text6,
-                               const char* text7, const char* text8) {
-    return SetAddressing(*this, "Master::EnableStaticIP", rspfunc, rspid, mac,
-                         ZANTH_SET_STATIC_IP,
+int32_t Master::EnableStaticIP(int32_t rspfunc, int32_t rspid, const char* mac, const char* text1,
+                               const char* text2, const char* text3, const char* text4,
+                               const char* text5, const char* text6, const char* text7,
+                               const char* text8) {
+    return SetAddressing(*this, "Master::EnableStaticIP", rspfunc, rspid, mac, ZANTH_SET_STATIC_IP,
                          {text1, text2, text3, text4, text5, text6, text7, text8});
 }
 
@@ -148,8 +147,8 @@ int32_t Master::DisableP2P(int32_t rspfunc, int32_t rspid, const char* mac) {
     return PeerToPeer(*this, "Master::DisableP2P", rspfunc, rspid, mac, ZANTH_DISABLE_P2P);
 }
 
-int32_t Master::SetPassword(int32_t rspfunc, int32_t rspid, const char* mac,
-                            const char* username, const char* password) {
+int32_t Master::SetPassword(int32_t rspfunc, int32_t rspid, const char* mac, const char* username,
+                            const char* password) {
     Transaction t(*this, "Master::SetPassword", rspfunc, rspid, mac);
     if (!t.Admit()) return t.Result();
     if (username == nullptr || password == nullptr) {
@@ -159,8 +158,7 @@ int32_t Master::SetPassword(int32_t rspfunc, int32_t rspid, const char* mac,
     }
     Log(masterName_, kLogTrace, "[Master::SetPassword] username and password set");
     if (!t.Ok()) return t.Result();
-    if (!t.Send(ZANTH_SET_PASSWORD,
-                Payload().Text(username).Text(password).EndWithoutSeparator()))
+    if (!t.Send(ZANTH_SET_PASSWORD, Payload().Text(username).Text(password).EndWithoutSeparator()))
         return t.Result();
     if (t.Receive() != Reception::kMessage) {
         t.SetResult(kNoReply);
@@ -254,8 +252,7 @@ int32_t Master::GetMoxModuleRevs(int32_t rspfunc, int32_t rspid, const char* mac
     return t.Result();
 }
 
-int32_t Master::FirmwareCommand(int32_t rspfunc, int32_t rspid, const char* mac,
-                                uint32_t value) {
+int32_t Master::FirmwareCommand(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t value) {
     Transaction t(*this, "Master::FirmwareCommand", rspfunc, rspid, mac);
     // No wait in either form: a Rsp caller finds the controller's answer in the response queue.
     if (t.Admit()) t.Send(ZANTH_FIRMWARE_COMMAND, Payload().Uint(value));

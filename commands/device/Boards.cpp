@@ -57,8 +57,8 @@ bool DiscoverChain(Transaction& t, int32_t code, int32_t reply, int32_t chain, c
 }
 
 // Both chains, one blocking transaction each; the second runs only if the first succeeded.
-int32_t Discover(Master& master, const char* method, int32_t code, int32_t reply,
-                 const char* mac, char* buffer, int32_t size) {
+int32_t Discover(Master& master, const char* method, int32_t code, int32_t reply, const char* mac,
+                 char* buffer, int32_t size) {
     Transaction t(master, method, 0, 0, mac);
     if (!t.Admit() || !t.Present(buffer)) return t.Result();
     // A buffer without room for a terminator can take nothing at all.
@@ -116,8 +116,7 @@ int32_t Master::ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* 
     if (type != 'a' && type != 'd') {
         t.Refuse("[Master::ReadInterfaceMemory] output Type must be 'a' or 'd'");
     }
-    if (!CheckInterface(t, interface) ||
-        !t.CheckBetween("memory type value", memoryType, 1, 3) ||
+    if (!CheckInterface(t, interface) || !t.CheckBetween("memory type value", memoryType, 1, 3) ||
         !CheckHex(t, address, "address") ||
         !t.CheckBetween("number of bytes value", numberOfBytes, 1, kMaxMemoryBytes))
         return t.Result();
@@ -180,8 +179,8 @@ int32_t Master::WriteEEPROM_IsLastWrite(int32_t rspfunc, int32_t rspid, const ch
 
 int32_t Master::WriteEEPROM(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
                             const char* address, int32_t numberOfBytes, const char* data) {
-    return WriteBoardEeprom(*this, "Master::WriteEEPROM", rspfunc, rspid, mac, interface,
-                            address, numberOfBytes, data, true);
+    return WriteBoardEeprom(*this, "Master::WriteEEPROM", rspfunc, rspid, mac, interface, address,
+                            numberOfBytes, data, true);
 }
 
 int32_t Master::SetInterfaceInternalID(int32_t rspfunc, int32_t rspid, const char* mac,

@@ -64,14 +64,14 @@ ZANTH_API int32_t RspReadInterfaceMemory_2(uint32_t rspid, const char* mac, int3
 
 ZANTH_API int32_t WriteEEPROM(const char* mac, int32_t interface, const char* address,
                               int32_t numberOfBytes, const char* data, int32_t bIsLastWrite) {
-    return Blocking<&Master::WriteEEPROM_IsLastWrite>(mac, interface, address, numberOfBytes,
-                                                      data, bIsLastWrite);
+    return Blocking<&Master::WriteEEPROM_IsLastWrite>(mac, interface, address, numberOfBytes, data,
+                                                      bIsLastWrite);
 }
 ZANTH_API int32_t RspWriteEEPROM(uint32_t rspid, const char* mac, int32_t interface,
                                  const char* address, int32_t numberOfBytes, const char* data,
                                  int32_t bIsLastWrite) {
-    return Deferred<&Master::WriteEEPROM_IsLastWrite>(rspid, mac, interface, address,
-                                                      numberOfBytes, data, bIsLastWrite);
+    return Deferred<&Master::WriteEEPROM_IsLastWrite>(rspid, mac, interface, address, numberOfBytes,
+                                                      data, bIsLastWrite);
 }
 
 ZANTH_API int32_t SetInterfaceInternalID(const char* mac, int32_t interface, const char* id) {

@@ -2,7 +2,6 @@
 // refusals, and a whole flow against the simulated controller's boards.
 
 #include "e2e/BoardsWire.h"
-
 #include "tools/sim/families/Boards.h"
 
 namespace zanth::test {
@@ -32,109 +31,185 @@ TEST_F(BoardsWireTest, EachCallSendsItsFrameAndReadsItsReply) {
     const std::string chain0 = "0010;0012;0;";
     const std::string chain1 = "0010;0012;1;";
     Run({
-        {"both chains' texts, one behind the other", [] { return Discover(sizeof text); },
+        {"both chains' texts, one behind the other",
+         [] { return Discover(sizeof text); },
          {{chain0, Frame(1010, "0;[0:00=0000];")}, {chain1, Frame(1010, "0;[1:16=0000];")}},
-         0, TextIs("[0:00=0000][1:16=0000]")},
-        {"a bare 0 on each chain", [] { return Discover(sizeof text); },
-         {{chain0, Frame(1010, "0;")}, {chain1, Frame(1010, "0;")}}, 0, TextIs("")},
+         0,
+         TextIs("[0:00=0000][1:16=0000]")},
+        {"a bare 0 on each chain",
+         [] { return Discover(sizeof text); },
+         {{chain0, Frame(1010, "0;")}, {chain1, Frame(1010, "0;")}},
+         0,
+         TextIs("")},
         {"one chain failing is no failure",
          [] {
              Clear();
              return DiscoverInterfaces2(kMac, text, sizeof text);
          },
-         {{"0092;0012;0;", Frame(1092, "-5;")}, {"0092;0012;1;", Frame(1092, "0;B;")}}, 0,
+         {{"0092;0012;0;", Frame(1092, "-5;")}, {"0092;0012;1;", Frame(1092, "0;B;")}},
+         0,
          [] {
              EXPECT_STREQ(text, "B");
              EXPECT_TRUE(LogContains("[Master::DiscoverInterfaces2] 0 rslt=-5"));
              EXPECT_TRUE(LogContains("[Master::DiscoverInterfaces2] 1 rslt=0"));
          }},
-        {"both failing gives the first, unmapped", [] { return Discover(sizeof text); },
-         {{chain0, Frame(1010, "3;A;")}, {chain1, Frame(1010, "-7;")}}, 3, TextIs("A")},
-        {"chain 1 doesn't fit: chain 0's text stays", [] { return Discover(5); },
-         {{chain0, Frame(1010, "0;ABC;")}, {chain1, Frame(1010, "0;DE;")}}, -10006,
+        {"both failing gives the first, unmapped",
+         [] { return Discover(sizeof text); },
+         {{chain0, Frame(1010, "3;A;")}, {chain1, Frame(1010, "-7;")}},
+         3,
+         TextIs("A")},
+        {"chain 1 doesn't fit: chain 0's text stays",
+         [] { return Discover(5); },
+         {{chain0, Frame(1010, "0;ABC;")}, {chain1, Frame(1010, "0;DE;")}},
+         -10006,
          TextIs("ABC")},
-        {"chain 0 doesn't fit: no second query", [] { return Discover(3); },
-         {{chain0, Frame(1010, "0;ABC;")}}, -10006, TextIs("")},
-        {"chain 0 without a field", [] { return Discover(sizeof text); },
-         {{chain0, Frame(1010, "")}}, -10011},
-        {"another code on chain 0", [] { return Discover(sizeof text); },
-         {{chain0, Frame(1092, "0;")}}, -10010},
-        {"RspDiscoverInterfaces: one chain", [] { return RspDiscoverInterfaces(71, kMac, 1); },
-         {{"0092;0012;1;", Frame(1092, "0;[1:]")}}, 0, [] {}, 71},
+        {"chain 0 doesn't fit: no second query",
+         [] { return Discover(3); },
+         {{chain0, Frame(1010, "0;ABC;")}},
+         -10006,
+         TextIs("")},
+        {"chain 0 without a field",
+         [] { return Discover(sizeof text); },
+         {{chain0, Frame(1010, "")}},
+         -10011},
+        {"another code on chain 0",
+         [] { return Discover(sizeof text); },
+         {{chain0, Frame(1092, "0;")}},
+         -10010},
+        {"RspDiscoverInterfaces: one chain",
+         [] { return RspDiscoverInterfaces(71, kMac, 1); },
+         {{"0092;0012;1;", Frame(1092, "0;[1:]")}},
+         0,
+         [] {},
+         71},
 
-        {"DownloadInterfaceProgram", [] { return DownloadInterfaceProgram(kMac, 3); },
-         {{"0003;0012;3;", Frame(1003, "0;")}}, 0},
-        {"DownloadInterfaceEEPROM", [] { return DownloadInterfaceEEPROM(kMac, 3); },
-         {{"0004;0012;3;", Frame(1004, "-1;")}}, -10001},
-        {"each mode takes its own reply only", [] { return DownloadInterfaceCode(kMac, 31, 1); },
-         {{"0003;0013;31;", Frame(1004, "0;")}}, -10010},
-        {"controller codes below -99 pass", [] { return DownloadInterfaceCode(kMac, 0, 2); },
-         {{"0004;0012;0;", Frame(1004, "-101;")}}, -101},
-        {"RspDownloadInterfaceCode", [] { return RspDownloadInterfaceCode(72, kMac, 2, 2); },
-         {{"0004;0012;2;", Frame(1004, "0;")}}, 0, [] {}, 72},
-        {"RspDownloadInterfaceProgram", [] { return RspDownloadInterfaceProgram(73, kMac, 7); },
-         {{"0003;0012;7;", Frame(1003, "0;")}}, 0, [] {}, 73},
-        {"RspDownloadInterfaceEEPROM", [] { return RspDownloadInterfaceEEPROM(74, kMac, 8); },
-         {{"0004;0012;8;", Frame(1004, "0;")}}, 0, [] {}, 74},
+        {"DownloadInterfaceProgram",
+         [] { return DownloadInterfaceProgram(kMac, 3); },
+         {{"0003;0012;3;", Frame(1003, "0;")}},
+         0},
+        {"DownloadInterfaceEEPROM",
+         [] { return DownloadInterfaceEEPROM(kMac, 3); },
+         {{"0004;0012;3;", Frame(1004, "-1;")}},
+         -10001},
+        {"each mode takes its own reply only",
+         [] { return DownloadInterfaceCode(kMac, 31, 1); },
+         {{"0003;0013;31;", Frame(1004, "0;")}},
+         -10010},
+        {"controller codes below -99 pass",
+         [] { return DownloadInterfaceCode(kMac, 0, 2); },
+         {{"0004;0012;0;", Frame(1004, "-101;")}},
+         -101},
+        {"RspDownloadInterfaceCode",
+         [] { return RspDownloadInterfaceCode(72, kMac, 2, 2); },
+         {{"0004;0012;2;", Frame(1004, "0;")}},
+         0,
+         [] {},
+         72},
+        {"RspDownloadInterfaceProgram",
+         [] { return RspDownloadInterfaceProgram(73, kMac, 7); },
+         {{"0003;0012;7;", Frame(1003, "0;")}},
+         0,
+         [] {},
+         73},
+        {"RspDownloadInterfaceEEPROM",
+         [] { return RspDownloadInterfaceEEPROM(74, kMac, 8); },
+         {{"0004;0012;8;", Frame(1004, "0;")}},
+         0,
+         [] {},
+         74},
 
         {"ReadInterfaceMemory reads 'd'",
          [] {
              Clear();
              return ReadInterfaceMemory(kMac, 2, 2, "1F", 4, text, sizeof text);
          },
-         {{Frame(6, "2;2;1F;4;d;"), Frame(1006, "0;0A0B0C0D;")}}, 0, TextIs("0A0B0C0D")},
+         {{Frame(6, "2;2;1F;4;d;"), Frame(1006, "0;0A0B0C0D;")}},
+         0,
+         TextIs("0A0B0C0D")},
         {"ReadInterfaceMemory_2 folds 'A'",
          [] {
              Clear();
              return ReadInterfaceMemory_2(kMac, 31, 3, "ff", 8, text, sizeof text, 'A');
          },
-         {{Frame(6, "31;3;ff;8;a;"), Frame(1006, "-200;")}}, -200, TextIs("")},
+         {{Frame(6, "31;3;ff;8;a;"), Frame(1006, "-200;")}},
+         -200,
+         TextIs("")},
         {"a successful read needs its data",
          [] {
              Clear();
              return ReadInterfaceMemory(kMac, 0, 1, "0", 1, text, sizeof text);
          },
-         {{Frame(6, "0;1;0;1;d;"), Frame(1006, "0;")}}, -10011},
+         {{Frame(6, "0;1;0;1;d;"), Frame(1006, "0;")}},
+         -10011},
         {"data longer than the buffer",
          [] {
              Clear();
              return ReadInterfaceMemory(kMac, 0, 1, "0", 2, text, 4);
          },
-         {{Frame(6, "0;1;0;2;d;"), Frame(1006, "0;ABCD;")}}, -10006, TextIs("")},
+         {{Frame(6, "0;1;0;2;d;"), Frame(1006, "0;ABCD;")}},
+         -10006,
+         TextIs("")},
         {"RspReadInterfaceMemory",
          [] { return RspReadInterfaceMemory(75, kMac, 1, 1, "A0", 2); },
-         {{Frame(6, "1;1;A0;2;d;"), Frame(1006, "0;FFFF;")}}, 0, [] {}, 75},
+         {{Frame(6, "1;1;A0;2;d;"), Frame(1006, "0;FFFF;")}},
+         0,
+         [] {},
+         75},
         {"RspReadInterfaceMemory_2",
          [] { return RspReadInterfaceMemory_2(76, kMac, 1, 1, "A0", 2, 'D'); },
-         {{Frame(6, "1;1;A0;2;d;"), Frame(1006, "0;FFFF;")}}, 0, [] {}, 76},
+         {{Frame(6, "1;1;A0;2;d;"), Frame(1006, "0;FFFF;")}},
+         0,
+         [] {},
+         76},
 
-        {"WriteEEPROM, the last write", [] { return WriteEEPROM(kMac, 1, "00A0", 2, "BEEF", 1); },
-         {{Frame(7, "1;00A0;2;BEEF;1;"), Frame(1007, "0;")}}, 0,
+        {"WriteEEPROM, the last write",
+         [] { return WriteEEPROM(kMac, 1, "00A0", 2, "BEEF", 1); },
+         {{Frame(7, "1;00A0;2;BEEF;1;"), Frame(1007, "0;")}},
+         0,
          [] {
              EXPECT_TRUE(LogContains("[Master::WriteEEPROM] Invoked"));
              EXPECT_TRUE(LogContains("bIsLastWrite : 1"));
          }},
-        {"WriteEEPROM, more to come", [] { return WriteEEPROM(kMac, 1, "00A2", 1, "01", 0); },
-         {{Frame(7, "1;00A2;1;01;0;"), Frame(1007, "-3;")}}, -10001,
+        {"WriteEEPROM, more to come",
+         [] { return WriteEEPROM(kMac, 1, "00A2", 1, "01", 0); },
+         {{Frame(7, "1;00A2;1;01;0;"), Frame(1007, "-3;")}},
+         -10001,
          [] { EXPECT_TRUE(LogContains("bIsLastWrite : 0")); }},
-        {"RspWriteEEPROM", [] { return RspWriteEEPROM(77, kMac, 4, "0", 1, "AA", 5); },
-         {{Frame(7, "4;0;1;AA;1;"), Frame(1007, "0;")}}, 0, [] {}, 77},
+        {"RspWriteEEPROM",
+         [] { return RspWriteEEPROM(77, kMac, 4, "0", 1, "AA", 5); },
+         {{Frame(7, "4;0;1;AA;1;"), Frame(1007, "0;")}},
+         0,
+         [] {},
+         77},
 
-        {"SetHardwareID", [] { return SetHardwareID(kMac, 4, "AB12"); },
-         {{Frame(5, "4;AB12;"), Frame(1005, "0;")}}, 0},
-        {"SetInterfaceInternalID", [] { return SetInterfaceInternalID(kMac, 0, "1"); },
-         {{Frame(5, "0;1;"), Frame(1005, "-99;")}}, -10001},
-        {"RspSetHardwareID", [] { return RspSetHardwareID(78, kMac, 5, "C"); },
-         {{Frame(5, "5;C;"), Frame(1005, "0;")}}, 0, [] {}, 78},
-        {"RspSetInterfaceInternalID", [] { return RspSetInterfaceInternalID(79, kMac, 6, "D"); },
-         {{Frame(5, "6;D;"), Frame(1005, "0;")}}, 0, [] {}, 79},
+        {"SetHardwareID",
+         [] { return SetHardwareID(kMac, 4, "AB12"); },
+         {{Frame(5, "4;AB12;"), Frame(1005, "0;")}},
+         0},
+        {"SetInterfaceInternalID",
+         [] { return SetInterfaceInternalID(kMac, 0, "1"); },
+         {{Frame(5, "0;1;"), Frame(1005, "-99;")}},
+         -10001},
+        {"RspSetHardwareID",
+         [] { return RspSetHardwareID(78, kMac, 5, "C"); },
+         {{Frame(5, "5;C;"), Frame(1005, "0;")}},
+         0,
+         [] {},
+         78},
+        {"RspSetInterfaceInternalID",
+         [] { return RspSetInterfaceInternalID(79, kMac, 6, "D"); },
+         {{Frame(5, "6;D;"), Frame(1005, "0;")}},
+         0,
+         [] {},
+         79},
 
         {"GetMoxModuleRevs copies the rest of the reply",
          [] {
              Clear();
              return GetMoxModuleRevs(kMac, text, sizeof text);
          },
-         {{"0109;0010;", Frame(1109, "0;00:2.1;16:2.0;")}}, 0,
+         {{"0109;0010;", Frame(1109, "0;00:2.1;16:2.0;")}},
+         0,
          [] {
              EXPECT_STREQ(text, "00:2.1;16:2.0;");
              EXPECT_TRUE(LogContains("[Master::GetMoxModuleRevs] Get Mox Module Revs called"));
@@ -147,19 +222,24 @@ TEST_F(BoardsWireTest, EachCallSendsItsFrameAndReadsItsReply) {
              Clear();
              return GetMoxModuleRevs(kMac, text, 5);
          },
-         {{"0109;0010;", Frame(1109, "0;00:2.1;")}}, 0, TextIs("00:2")},
+         {{"0109;0010;", Frame(1109, "0;00:2.1;")}},
+         0,
+         TextIs("00:2")},
         {"GetMoxModuleRevs: a controller result as it stands",
          [] {
              Clear();
              return GetMoxModuleRevs(kMac, text, sizeof text);
          },
-         {{"0109;0010;", Frame(1109, "-3;x;")}}, -3, TextIs("")},
+         {{"0109;0010;", Frame(1109, "-3;x;")}},
+         -3,
+         TextIs("")},
         {"GetMoxModuleRevs: another code means no module bus",
          [] {
              Clear();
              return GetMoxModuleRevs(kMac, text, sizeof text);
          },
-         {{"0109;0010;", Frame(1099, "0;")}}, -10030,
+         {{"0109;0010;", Frame(1099, "0;")}},
+         -10030,
          [] {
              EXPECT_TRUE(LogContains("[Master::GetMoxModuleRevs] COMMAND_UNKNOWN_BY_CONTROLLER"));
          }},
@@ -168,7 +248,8 @@ TEST_F(BoardsWireTest, EachCallSendsItsFrameAndReadsItsReply) {
              Clear();
              return GetMoxOperationMode(kMac, &mode);
          },
-         {{"0099;0010;", Frame(1099, "0;2;")}}, 0,
+         {{"0099;0010;", Frame(1099, "0;2;")}},
+         0,
          [] {
              EXPECT_EQ(mode, 2);
              EXPECT_TRUE(LogContains("[Master::GetMoxOperationMode] Get Mox mode called"));
@@ -179,36 +260,63 @@ TEST_F(BoardsWireTest, EachCallSendsItsFrameAndReadsItsReply) {
              Clear();
              return GetMoxOperationMode(kMac, &mode);
          },
-         {{"0099;0010;", Frame(1099, "-1;")}}, -1, [] { EXPECT_EQ(mode, 0); }},
+         {{"0099;0010;", Frame(1099, "-1;")}},
+         -1,
+         [] { EXPECT_EQ(mode, 0); }},
         {"GetMoxOperationMode needs the mode",
          [] { return GetMoxOperationMode(kMac, &mode); },
-         {{"0099;0010;", Frame(1099, "0;")}}, -10011},
+         {{"0099;0010;", Frame(1099, "0;")}},
+         -10011},
         {"GetMoxOperationMode: another reply leaves 0",
          [] { return GetMoxOperationMode(kMac, &mode); },
-         {{"0099;0010;", Frame(1098, "5;")}}, 0},
-        {"SetMoxOperationMode", [] { return SetMoxOperationMode(kMac, "pw", 1); },
-         {{"0098;0014;1;pw", Frame(1098, "0;")}}, 0,
+         {{"0099;0010;", Frame(1098, "5;")}},
+         0},
+        {"SetMoxOperationMode",
+         [] { return SetMoxOperationMode(kMac, "pw", 1); },
+         {{"0098;0014;1;pw", Frame(1098, "0;")}},
+         0,
          [] {
              EXPECT_TRUE(LogContains("[Master::SetMoxOperationMode] Mox mode and password set"));
              EXPECT_TRUE(LogContains("[Master::SetMoxOperationMode] rslt=0"));
          }},
-        {"SetMoxOperationMode: -1 stays -1", [] { return SetMoxOperationMode(kMac, "pw", 1); },
-         {{"0098;0014;1;pw", Frame(1098, "-1;")}}, -1},
-        {"SetMoxOperationMode: -1513", [] { return SetMoxOperationMode(kMac, "pw", -4); },
-         {{"0098;0015;-4;pw", Frame(1098, "-1513;")}}, -10029},
-        {"SetMoxOperationMode: -1512", [] { return SetMoxOperationMode(kMac, "", 9); },
-         {{"0098;0012;9;", Frame(1098, "-1512;")}}, -10028},
-        {"SetMoxOperationMode: without a field", [] { return SetMoxOperationMode(kMac, "p", 0); },
-         {{"0098;0013;0;p", Frame(1098, "")}}, -10011},
+        {"SetMoxOperationMode: -1 stays -1",
+         [] { return SetMoxOperationMode(kMac, "pw", 1); },
+         {{"0098;0014;1;pw", Frame(1098, "-1;")}},
+         -1},
+        {"SetMoxOperationMode: -1513",
+         [] { return SetMoxOperationMode(kMac, "pw", -4); },
+         {{"0098;0015;-4;pw", Frame(1098, "-1513;")}},
+         -10029},
+        {"SetMoxOperationMode: -1512",
+         [] { return SetMoxOperationMode(kMac, "", 9); },
+         {{"0098;0012;9;", Frame(1098, "-1512;")}},
+         -10028},
+        {"SetMoxOperationMode: without a field",
+         [] { return SetMoxOperationMode(kMac, "p", 0); },
+         {{"0098;0013;0;p", Frame(1098, "")}},
+         -10011},
         {"SetMoxOperationMode: another reply leaves 0",
          [] { return SetMoxOperationMode(kMac, "p", 0); },
-         {{"0098;0013;0;p", Frame(1099, "-1513;")}}, 0},
-        {"RspGetMoxModuleRevs", [] { return RspGetMoxModuleRevs(80, kMac); },
-         {{"0109;0010;", Frame(1109, "0;")}}, 0, [] {}, 80},
-        {"RspGetMoxOperationMode", [] { return RspGetMoxOperationMode(81, kMac); },
-         {{"0099;0010;", Frame(1099, "0;1;")}}, 0, [] {}, 81},
-        {"RspSetMoxOperationMode", [] { return RspSetMoxOperationMode(82, kMac, "pw", 2); },
-         {{"0098;0014;2;pw", Frame(1098, "0;")}}, 0, [] {}, 82},
+         {{"0098;0013;0;p", Frame(1099, "-1513;")}},
+         0},
+        {"RspGetMoxModuleRevs",
+         [] { return RspGetMoxModuleRevs(80, kMac); },
+         {{"0109;0010;", Frame(1109, "0;")}},
+         0,
+         [] {},
+         80},
+        {"RspGetMoxOperationMode",
+         [] { return RspGetMoxOperationMode(81, kMac); },
+         {{"0099;0010;", Frame(1099, "0;1;")}},
+         0,
+         [] {},
+         81},
+        {"RspSetMoxOperationMode",
+         [] { return RspSetMoxOperationMode(82, kMac, "pw", 2); },
+         {{"0098;0014;2;pw", Frame(1098, "0;")}},
+         0,
+         [] {},
+         82},
     });
 }
 
@@ -345,8 +453,8 @@ TEST_F(BoardsSimTest, BoardsAreFoundLoadedWrittenAndReadBack) {
 
     // The boards' state outlives a reconnect.
     c.Drop();
-    ASSERT_TRUE(c.WaitUntil([](const sim::ControllerStats& s) { return s.identifications == 2; },
-                            10s));
+    ASSERT_TRUE(
+        c.WaitUntil([](const sim::ControllerStats& s) { return s.identifications == 2; }, 10s));
     ASSERT_TRUE(WaitUntil([&] {
         return DiscoverInterfaces(mac, found, sizeof found) == 0 &&
                std::strcmp(found, "[0:00=0000,05=BEEF][1:20=0000]") == 0;

@@ -50,8 +50,7 @@ class BoardsWireTest : public LibraryTest {
         ASSERT_TRUE(c_.Identify(kMac));
         ASSERT_TRUE(WaitUntil([] {
             char list[64];
-            return GetConnectedControllers(list, sizeof list) == 0 &&
-                   std::strcmp(list, kMac) == 0;
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
         }));
     }
 
@@ -71,9 +70,8 @@ class BoardsWireTest : public LibraryTest {
             if (row.rspid != 0) {
                 int32_t rspid = 0;
                 char text[4200] = {};
-                ASSERT_TRUE(WaitUntil([&] {
-                    return GetNextResponse(&rspid, text, sizeof text) == 0;
-                }));
+                ASSERT_TRUE(
+                    WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
                 EXPECT_EQ(static_cast<uint32_t>(rspid), row.rspid);
                 EXPECT_EQ(std::string(text), row.exchanges.back().answer);
             }
@@ -105,8 +103,7 @@ class BoardsSimTest : public LibraryTest {
         EXPECT_TRUE(c.WaitIdentified(std::chrono::seconds(10)));
         EXPECT_TRUE(WaitUntil([&] {
             char list[64];
-            return GetConnectedControllers(list, sizeof list) == 0 &&
-                   std::strcmp(list, mac) == 0;
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, mac) == 0;
         }));
         return c;
     }

@@ -19,9 +19,10 @@ bool DemoBoards(const char* mac) {
     // Board 16 on chain 1 gets the program the controller holds; its first bytes read back.
     int32_t loaded = DownloadInterfaceProgram(mac, 16);
     int32_t read = ReadInterfaceMemory_2(mac, 16, 1, "0", 8, text, sizeof text, 'a');
-    std::printf("  DownloadInterfaceProgram(16) = %d, ReadInterfaceMemory_2(16, program, 0, 8) = "
-                "%d  \"%s\"\n",
-                loaded, read, read == 0 ? text : "");
+    std::printf(
+        "  DownloadInterfaceProgram(16) = %d, ReadInterfaceMemory_2(16, program, 0, 8) = "
+        "%d  \"%s\"\n",
+        loaded, read, read == 0 ? text : "");
 
     const char* path = "errorlog.txt";
     int32_t entries = GetErrorLog(mac, path);

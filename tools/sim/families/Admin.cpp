@@ -75,7 +75,8 @@ std::optional<Admin::Answered> Admin::Answer(int code, std::string_view payload,
         case ZANTH_SET_STATIC_IP: {
             std::vector<std::string> texts;
             for (size_t i = 0; i < 8; ++i) texts.push_back(in.Text(i, 256));
-            if (!in.Ok() || in.Count() != 8) return Answered{code + 1000, Result(kResultBadArgument)};
+            if (!in.Ok() || in.Count() != 8)
+                return Answered{code + 1000, Result(kResultBadArgument)};
             staticAddress_ = texts;
             dhcp_.clear();
             return Answered{code + 1000, Result(kResultOk)};

@@ -205,8 +205,9 @@ std::string Boards::Read(std::string_view payload) {
     if (!in.Ok() || !start || (form != "a" && form != "d")) return kBad;
     auto it = boards_.find(address);
     if (it == boards_.end()) return kUnknown;
-    const std::vector<uint8_t>& memory =
-        type == 1 ? it->second.program : type == 2 ? it->second.eeprom : it->second.ram;
+    const std::vector<uint8_t>& memory = type == 1   ? it->second.program
+                                         : type == 2 ? it->second.eeprom
+                                                     : it->second.ram;
     if (*start > memory.size() || count > memory.size() - *start) return kBad;
     std::string text;
     for (size_t i = 0; i < count; ++i) {
@@ -236,8 +237,8 @@ std::string Boards::Write(std::string_view payload) {
     InterfaceBoard& board = it->second;
     if (*start > board.eeprom.size() || count > board.eeprom.size() - *start) return kBad;
     for (size_t i = 0; i < count; ++i) {
-        board.heldWrites[static_cast<uint32_t>(*start + i)] = static_cast<uint8_t>(
-            std::stoul(std::string(data.substr(2 * i, 2)), nullptr, 16));
+        board.heldWrites[static_cast<uint32_t>(*start + i)] =
+            static_cast<uint8_t>(std::stoul(std::string(data.substr(2 * i, 2)), nullptr, 16));
     }
     if (last) {
         for (const auto& [at, byte] : board.heldWrites) board.eeprom[at] = byte;
