@@ -164,6 +164,43 @@ class Master {
     // `code` is 150 (raw mode) or 151 (command mode); only the Rsp form exists.
     int32_t SmartCardMode(int32_t rspfunc, int32_t rspid, const char* mac, int32_t code,
                           int32_t value, const char* data);
+    // Interface boards and controller administration: discovery, programming and memory of the
+    // boards, the module bus, tasks, addressing, login, firmware steps and the error log.
+    int32_t DiscoverInterfaces(const char* mac, char* buffer, int32_t size);
+    int32_t DiscoverInterfaces2(const char* mac, char* buffer, int32_t size);
+    int32_t RspDiscoverInterfaces(int32_t rspid, const char* mac, int32_t chain);
+    int32_t DownloadInterfaceCode(int32_t rspfunc, int32_t rspid, const char* mac,
+                                  int32_t interface, int32_t mode);
+    int32_t ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* mac,
+                                int32_t interface, int32_t memoryType, const char* address,
+                                int32_t numberOfBytes, char* data, int32_t size,
+                                char outputType);
+    int32_t WriteEEPROM_IsLastWrite(int32_t rspfunc, int32_t rspid, const char* mac,
+                                    int32_t interface, const char* address,
+                                    int32_t numberOfBytes, const char* data,
+                                    int32_t bIsLastWrite);
+    int32_t WriteEEPROM(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
+                        const char* address, int32_t numberOfBytes, const char* data);
+    int32_t SetInterfaceInternalID(int32_t rspfunc, int32_t rspid, const char* mac,
+                                   int32_t interface, const char* id);
+    int32_t GetMoxModuleRevs(int32_t rspfunc, int32_t rspid, const char* mac, char* buffer,
+                             int32_t size);
+    int32_t GetMoxOperationMode(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* mode);
+    int32_t SetMoxOperationMode(int32_t rspfunc, int32_t rspid, const char* mac,
+                                const char* password, int32_t mode);
+    int32_t RestartStopTask(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                            int32_t task);
+    int32_t EnableDHCP(int32_t rspfunc, int32_t rspid, const char* mac, const char* text);
+    int32_t EnableStaticIP(int32_t rspfunc, int32_t rspid, const char* mac, const char* text1,
+                           const char* text2, const char* text3, const char* text4,
+                           const char* text5, const char* text6, const char* text7,
+                           const char* text8);
+    int32_t EnableP2P(int32_t rspfunc, int32_t rspid, const char* mac);
+    int32_t DisableP2P(int32_t rspfunc, int32_t rspid, const char* mac);
+    int32_t SetPassword(int32_t rspfunc, int32_t rspid, const char* mac, const char* username,
+                        const char* password);
+    int32_t FirmwareCommand(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t value);
+    int32_t GetErrorLog(int32_t rspfunc, int32_t rspid, const char* mac, const char* pcPathFile);
 
     // Host access decisions.
     int32_t RecheckLookupCard(int32_t rspfunc, int32_t rspid, const char* mac, const char* data);

@@ -108,7 +108,7 @@ int32_t Master::StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, cons
         return t.Result();
     // At the stream's end the Worker leaves a bare number, no frame: 0, its failure, or the
     // controller's 9980 number. A wait that ran out leaves nothing to read, and 0 stands.
-    t.Receive();
+    t.ReceiveRaw();
     int32_t value = 0;
     if (LeadingNumber(t.Reply(), &value)) t.SetResult(value);
     return t.Result();
@@ -153,7 +153,7 @@ int32_t Master::GetData(const char* mac, const char* controllerPathFile, char* b
     if (!t.Ok()) return t.Result();
 
     // No completeness test: a chunk may be empty, and it is binary, so the header measures it.
-    t.Receive();
+    t.ReceiveRaw();
     dataLen_ = 0;
     util_.ParseMessage(recvBuffer_, MessageUtil::FrameLength(recvBuffer_, kMessageBufferSize),
                        msgBuffer_, kMessageBufferSize, &code_, &dataLen_);
@@ -193,7 +193,7 @@ int32_t Master::GetData(const char* mac, const char* controllerPathFile, char* b
 }
 
 bool Master::AwaitSendDataReply(Transaction& t) {
-    t.Receive();
+    t.ReceiveRaw();
     if (!util_.IsCompleteMessage(recvBuffer_, -1)) {
         t.SetResult(kNoReply);
         return false;
@@ -352,7 +352,7 @@ int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int3
 int32_t Master::ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* path) {
     Transaction t(*this, "Master::ZanthDeleteFile", rspfunc, rspid, mac);
     if (!t.Admit() || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path))) return t.Result();
-    t.Receive();
+    t.ReceiveRaw();
     // Nothing whole came: unlike every other command, 0 stands.
     if (!util_.IsCompleteMessage(recvBuffer_, -1)) return t.Result();
     util_.ParseMessage(recvBuffer_, std::strlen(recvBuffer_), msgBuffer_, kMessageBufferSize,

@@ -33,6 +33,7 @@
 #include "tools/demo/DemoIo.h"
 #include "DemoTime.h"
 #include "DemoCards.h"
+#include "DemoBoards.h"
 #include "zanth.h"
 
 extern char** environ;
@@ -251,6 +252,8 @@ int main(int argc, char** argv) {
 
     DemoCards(kClearMacs[0]);
     if (!DemoFiles(kClearMacs[0])) ok = false;
+
+    DemoBoards(kClearMacs[0]);
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;

@@ -31,6 +31,10 @@ void FamilyContext::ResetLink() {
     controller_.Reset();
 }
 
+void FamilyContext::RestartLink() {
+    controller_.Reboot();
+}
+
 const std::string& FamilyContext::Mac() const {
     return controller_.Mac();
 }

@@ -51,6 +51,10 @@ class FamilyContext {
     // Resets the link once the command in hand is done, as a controller that crashes would.
     void ResetLink();
 
+    // The controller's command task restarts: the link goes down at once, as in a reboot, and
+    // comes back after the reboot delay. Nothing more is answered on the old link.
+    void RestartLink();
+
     const std::string& Mac() const;
     const ControllerConfig& Config() const;
 
