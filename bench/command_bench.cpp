@@ -147,8 +147,8 @@ class Bench {
                     "reply (under 70.5 ms)\n", sameTurn, runs[1].samples.size());
         std::printf(
             "controller received %llu ControllerInfo commands, sent %llu replies\n"
-            "model: the Worker sleeps 47 ms per turn. A command queued in sendMon waits for the\n"
-            "end of the current sleep (0-47 ms, uniform for a call at a random moment), is sent\n"
+            "model: the Worker turns on a 47 ms grid. A command queued in sendMon wakes it and waits\n"
+            "for the next grid boundary (0-47 ms, uniform for a call at a random moment), is sent\n"
             "at once, and the reply, back within microseconds, is read one whole turn later\n"
             "(47 ms): 47-94 ms. Back-to-back, the next call comes while the Worker is still in the\n"
             "turn that delivered the reply: if it beats the Worker to sendMon it goes out in that\n"

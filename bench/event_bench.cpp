@@ -418,7 +418,7 @@ int RunParent(const Args& args) {
                     us, 1e6 / us);
     }
     std::printf(
-        "\nmodel: a Worker sleeps 47 ms per turn and reads at most one message per turn; a\n"
+        "\nmodel: a Worker turns on a 47 ms grid and reads at most one message per turn; a\n"
         "flat-out controller sends its next event only when the 67 for the former one is in, and\n"
         "the Worker sends the 67 in the turn that read the event. So each controller delivers at\n"
         "most one event per turn: 1000/47 = 21.3 events/s, whatever the host's speed. The callback\n"

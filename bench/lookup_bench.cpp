@@ -204,7 +204,7 @@ class Bench {
         std::printf(
             "\ncontroller sent %llu look-ups, got %llu acknowledgements (73) and %llu decisions (75)\n"
             "model: the look-up waits in the socket until the Worker's next turn (0-47 ms after\n"
-            "it leaves the controller; the Worker sleeps 47 ms per turn and reads one message per\n"
+            "it leaves the controller; the Worker turns on a 47 ms grid and reads one message per\n"
             "turn), then goes into lookupMon. A tight GetNextLookup loop takes it from there at\n"
             "once. The callback thread drains the queue and then sleeps 1000 ms, so a look-up waits\n"
             "for the rest of that sleep as well: 0-1000 ms on top, mean about 500. The decision\n"

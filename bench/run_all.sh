@@ -6,7 +6,7 @@ set -e
 bin=${1:-$(dirname "$0")/../build/bin}
 for run in "zanth-bench-command" "zanth-bench-connect" "zanth-bench-connect --storm" \
     "zanth-bench-connect --churn" "zanth-bench-events" "zanth-bench-lookup" "zanth-bench-unlock" \
-    "zanth-bench-cards"; do
+    "zanth-bench-cards" "zanth-bench-files"; do
     echo "==== $run"
     # Word splitting on purpose: the program, then its options.
     # shellcheck disable=SC2086

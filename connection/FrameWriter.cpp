@@ -39,8 +39,11 @@ bool FrameWriter::Build(int32_t code, const char* payload, size_t length) {
 }
 
 bool FrameWriter::Take(const char* message) {
-    CopyBounded(sendMessage_, message, sizeof sendMessage_);
-    return ParseHeld(::strnlen(sendMessage_, sizeof sendMessage_));
+    // A record's message is binary past its header (file chunks): its frame length counts.
+    const size_t length = MessageUtil::FrameLength(message, sizeof sendMessage_ - 1);
+    std::memcpy(sendMessage_, message, length);
+    sendMessage_[length] = '\0';
+    return ParseHeld(length);
 }
 
 bool FrameWriter::ParseHeld(size_t textLen) {

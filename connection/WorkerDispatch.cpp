@@ -294,8 +294,8 @@ bool Worker::ProcessTransferReply() {
         // The reply to GetData, SendData or their Rsp forms.
         busy_ = false;
         waitingForANonXferResponse_ = false;
-        const char* message = reader_.Message();
-        Deliver(message, static_cast<int32_t>(std::strlen(message) + 1), current_.rspid);
+        // A chunk is binary: the frame's length, not its first NUL, measures it.
+        Deliver(reader_.Message(), reader_.MessageLength() + 1, current_.rspid);
         return true;
     }
     switch (code_) {

@@ -164,6 +164,43 @@ class Master {
     // `code` is 150 (raw mode) or 151 (command mode); only the Rsp form exists.
     int32_t SmartCardMode(int32_t rspfunc, int32_t rspid, const char* mac, int32_t code,
                           int32_t value, const char* data);
+    // Interface boards and controller administration: discovery, programming and memory of the
+    // boards, the module bus, tasks, addressing, login, firmware steps and the error log.
+    int32_t DiscoverInterfaces(const char* mac, char* buffer, int32_t size);
+    int32_t DiscoverInterfaces2(const char* mac, char* buffer, int32_t size);
+    int32_t RspDiscoverInterfaces(int32_t rspid, const char* mac, int32_t chain);
+    int32_t DownloadInterfaceCode(int32_t rspfunc, int32_t rspid, const char* mac,
+                                  int32_t interface, int32_t mode);
+    int32_t ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* mac,
+                                int32_t interface, int32_t memoryType, const char* address,
+                                int32_t numberOfBytes, char* data, int32_t size,
+                                char outputType);
+    int32_t WriteEEPROM_IsLastWrite(int32_t rspfunc, int32_t rspid, const char* mac,
+                                    int32_t interface, const char* address,
+                                    int32_t numberOfBytes, const char* data,
+                                    int32_t bIsLastWrite);
+    int32_t WriteEEPROM(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
+                        const char* address, int32_t numberOfBytes, const char* data);
+    int32_t SetInterfaceInternalID(int32_t rspfunc, int32_t rspid, const char* mac,
+                                   int32_t interface, const char* id);
+    int32_t GetMoxModuleRevs(int32_t rspfunc, int32_t rspid, const char* mac, char* buffer,
+                             int32_t size);
+    int32_t GetMoxOperationMode(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* mode);
+    int32_t SetMoxOperationMode(int32_t rspfunc, int32_t rspid, const char* mac,
+                                const char* password, int32_t mode);
+    int32_t RestartStopTask(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                            int32_t task);
+    int32_t EnableDHCP(int32_t rspfunc, int32_t rspid, const char* mac, const char* text);
+    int32_t EnableStaticIP(int32_t rspfunc, int32_t rspid, const char* mac, const char* text1,
+                           const char* text2, const char* text3, const char* text4,
+                           const char* text5, const char* text6, const char* text7,
+                           const char* text8);
+    int32_t EnableP2P(int32_t rspfunc, int32_t rspid, const char* mac);
+    int32_t DisableP2P(int32_t rspfunc, int32_t rspid, const char* mac);
+    int32_t SetPassword(int32_t rspfunc, int32_t rspid, const char* mac, const char* username,
+                        const char* password);
+    int32_t FirmwareCommand(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t value);
+    int32_t GetErrorLog(int32_t rspfunc, int32_t rspid, const char* mac, const char* pcPathFile);
 
     // Host access decisions.
     int32_t RecheckLookupCard(int32_t rspfunc, int32_t rspid, const char* mac, const char* data);
@@ -263,6 +300,45 @@ class Master {
                          int32_t number, int32_t* value);
     int32_t LocalPollDelay(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                            int32_t* value);
+    // File transfer: whole files streamed by the Worker, single chunks through the caller's
+    // memory, a file's permission, and its removal. GetData, SendData and their Rsp forms take no
+    // rspfunc: each method is one form.
+    int32_t GetFile(int32_t rspfunc, int32_t rspid, const char* mac,
+                    const char* controllerPathFile, const char* pcPathFile);
+    int32_t SendFile(int32_t rspfunc, int32_t rspid, const char* mac,
+                     const char* controllerPathFile, const char* pcPathFile);
+    int32_t GetData(const char* mac, const char* controllerPathFile, char* buffer, int32_t size,
+                    int32_t* bytesRead, int32_t* isLast);
+    int32_t SendData(const char* mac, const char* controllerPathFile, const char* data,
+                     int32_t size, int32_t endOfData);
+    int32_t RspGetDataFilename(int32_t rspid, const char* mac, const char* controllerPathFile);
+    int32_t RspGetData(int32_t rspid, const char* mac, const char* controllerPathFile);
+    int32_t RspSendDataFilename(int32_t rspid, const char* mac, const char* controllerPathFile);
+    int32_t RspSendData(int32_t rspid, const char* mac, const char* controllerPathFile,
+                        const char* data, int32_t size, int32_t endOfData);
+    // mode 0 reads the permission into `permission` (`size` bytes), mode 1 sets it from there.
+    int32_t FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                       const char* path, char* permission, int32_t size);
+    int32_t ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* path);
+
+  private:
+    int32_t StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* method,
+                       int32_t code, const char* controllerPathFile, const char* pcPathFile);
+    // Queues "-10007;<why>;" as 9980 with rspfunc 0; the controller doesn't answer it.
+    void RefuseChunk(const char* why);
+    // The wait for the 1030 that answers SendData's opening or chunk; false when the result was
+    // set instead.
+    bool AwaitSendDataReply(Transaction& t);
+    // A controller's 9980: its own number, or -10017 without one.
+    int32_t TransferErrorResult(const char* method, const char* errorText);
+    void EndChunkedTransfer();
+
+    // The one chunked GetData or SendData transfer standing between two calls, library-wide.
+    uint8_t transferInProgress_ = 0;
+    char transferFilename_[kPathSize] = {};
+    int32_t sentCode_ = 0;
+
+  public:
 
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,

@@ -61,20 +61,26 @@ bool Transaction::Send(int32_t code, const zanth::Payload& payload, const char* 
     return Ok() && rspfunc_ == 0;
 }
 
-bool Transaction::Await(std::initializer_list<Output> outputs) {
-    // The slot's own result isn't looked at: a time-out leaves the buffer all zero, and the
-    // completeness test below catches that.
-    recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
+Transaction::Reception Transaction::Receive(std::initializer_list<Output> outputs) {
+    bool got = recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
     m_.recvBuffer_[kMessageBufferSize] = '\0';
     for (const Output& o : outputs) {
         if (o.buffer && o.size > 0) std::memset(o.buffer, 0, static_cast<size_t>(o.size));
     }
-    if (!m_.util_.IsCompleteMessage(m_.recvBuffer_, -1)) {
+    if (!got) return Reception::kNothing;
+    if (!m_.util_.IsCompleteMessage(m_.recvBuffer_, -1)) return Reception::kIncomplete;
+    m_.util_.ParseMessage(m_.recvBuffer_, std::strlen(m_.recvBuffer_), m_.msgBuffer_,
+                          kMessageBufferSize, &m_.code_, &m_.dataLen_);
+    return Reception::kMessage;
+}
+
+bool Transaction::Await(std::initializer_list<Output> outputs) {
+    // The slot's own result isn't looked at: a time-out leaves the buffer all zero, and the
+    // completeness test catches that.
+    if (Receive(outputs) != Reception::kMessage) {
         m_.result_ = kNoReply;
         return false;
     }
-    m_.util_.ParseMessage(m_.recvBuffer_, std::strlen(m_.recvBuffer_), m_.msgBuffer_,
-                          kMessageBufferSize, &m_.code_, &m_.dataLen_);
     FormatCodeLine();
     zanth::Log(m_.masterName_, kLogTrace, m_.logText_);
     if (m_.dataLen_ < kLogPayloadLimit) {
@@ -82,6 +88,11 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
         zanth::Log(m_.masterName_, kLogTrace, m_.logText_, m_.msgBuffer_, true);
     }
     return true;
+}
+
+void Transaction::ReceiveRaw() {
+    recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
+    m_.recvBuffer_[kMessageBufferSize] = '\0';
 }
 
 bool Transaction::Expect(int32_t reply) {

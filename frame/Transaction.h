@@ -62,6 +62,20 @@ class Transaction : public ArgumentCheck {
     // The blocking wait, then the clearing of the caller's outputs, then the parse of the reply
     // into the payload. False with -10005 when no whole message came.
     bool Await(std::initializer_list<Output> outputs = {});
+    // The wait alone, for the replies that skip Await's completeness test and its log lines:
+    // the raw reply, or zeros after a time-out, is then in Reply(). Nothing is parsed, so a
+    // binary chunk keeps its bytes.
+    void ReceiveRaw();
+    // The wait of the newer commands that read their replies loosely and log them in their own
+    // words: no standard log lines and no result set. The outputs are cleared as in Await, and a
+    // whole message is parsed into the payload and the code.
+    enum class Reception {
+        kNothing,     // the reply slot gave nothing: the wait ended
+        kIncomplete,  // something came, but no whole message
+        kMessage,     // a whole message, parsed
+    };
+    Reception Receive(std::initializer_list<Output> outputs = {});
+
     // False, with CheckErrorCode's result, when the reply isn't `reply`.
     bool Expect(int32_t reply);
     bool ExpectAny(std::initializer_list<int32_t> replies);

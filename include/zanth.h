@@ -711,7 +711,80 @@ ZANTH_API int32_t RspLocalPollDelay(uint32_t rspid, const char* mac, int32_t mod
 
 /* ---- Interface boards --------------------------------------------------------------------- */
 
-/* (declarations of this family follow) */
+/* A controller drives up to 32 interface boards, numbered 0 to 31 (`interface`), on two chains.
+ * Argument checks give -10002 and send nothing; a controller result from -1 to -99 comes back
+ * as -10001 unless told otherwise below; -10005 when no reply came, -10010 for an unexpected one.
+ *
+ * DiscoverInterfaces asks chain 0 and then chain 1, blocking, each with one transaction (the
+ * older command; DiscoverInterfaces2 the newer). `buffer` (caller's, `size` bytes) is cleared,
+ * then gets chain 0's text followed directly by chain 1's; -10006 when a text doesn't fit, with
+ * what came before it left in place. The result is 0 when either chain answered 0: a chain that
+ * failed is told by what the text lacks. Both failing gives chain 0's result, unmapped.
+ * RspDiscoverInterfaces queues one query of the newer command for `chain` 0 or 1; the host calls
+ * it once per chain and reads each reply, "rslt;text;", from the response queue. */
+ZANTH_API int32_t DiscoverInterfaces(const char* mac, char* buffer, int32_t size);
+ZANTH_API int32_t DiscoverInterfaces2(const char* mac, char* buffer, int32_t size);
+ZANTH_API int32_t RspDiscoverInterfaces(uint32_t rspid, const char* mac, int32_t chain);
+/* Has the controller load a board from the images it holds: `mode` 1 the program
+ * (DownloadInterfaceProgram), 2 the EEPROM image (DownloadInterfaceEEPROM). The controller's
+ * result. */
+ZANTH_API int32_t DownloadInterfaceCode(const char* mac, int32_t interface, int32_t mode);
+ZANTH_API int32_t RspDownloadInterfaceCode(uint32_t rspid, const char* mac, int32_t interface,
+                                           int32_t mode);
+ZANTH_API int32_t DownloadInterfaceProgram(const char* mac, int32_t interface);
+ZANTH_API int32_t RspDownloadInterfaceProgram(uint32_t rspid, const char* mac, int32_t interface);
+ZANTH_API int32_t DownloadInterfaceEEPROM(const char* mac, int32_t interface);
+ZANTH_API int32_t RspDownloadInterfaceEEPROM(uint32_t rspid, const char* mac, int32_t interface);
+/* Reads `numberOfBytes` (1 to 8) of a board's memory: `memoryType` 1 to 3, `address` in
+ * hexadecimal digits. The controller's text of them goes to `data` (caller's, `size` bytes,
+ * cleared once the reply is in; -10006 if size isn't greater than the text's length; a null
+ * `data` gives -10002). `outputType` 'a' or 'd' (either case; ReadInterfaceMemory uses 'd')
+ * chooses the controller's form of the text. -10011 when a successful reply lacks the text. */
+ZANTH_API int32_t ReadInterfaceMemory(const char* mac, int32_t interface, int32_t memoryType,
+                                      const char* address, int32_t numberOfBytes, char* data,
+                                      int32_t size);
+ZANTH_API int32_t RspReadInterfaceMemory(uint32_t rspid, const char* mac, int32_t interface,
+                                         int32_t memoryType, const char* address,
+                                         int32_t numberOfBytes);
+ZANTH_API int32_t ReadInterfaceMemory_2(const char* mac, int32_t interface, int32_t memoryType,
+                                        const char* address, int32_t numberOfBytes, char* data,
+                                        int32_t size, char outputType);
+ZANTH_API int32_t RspReadInterfaceMemory_2(uint32_t rspid, const char* mac, int32_t interface,
+                                           int32_t memoryType, const char* address,
+                                           int32_t numberOfBytes, char outputType);
+/* Writes `numberOfBytes` (1 to 8) to a board's EEPROM at `address`; `address` and `data` are
+ * hexadecimal digits, and `data` must have at least `numberOfBytes` characters. A board may be
+ * written in several steps: `bIsLastWrite` non-zero marks the last, which commits them all. The
+ * controller's result. */
+ZANTH_API int32_t WriteEEPROM(const char* mac, int32_t interface, const char* address,
+                              int32_t numberOfBytes, const char* data, int32_t bIsLastWrite);
+ZANTH_API int32_t RspWriteEEPROM(uint32_t rspid, const char* mac, int32_t interface,
+                                 const char* address, int32_t numberOfBytes, const char* data,
+                                 int32_t bIsLastWrite);
+/* Sets a board's ID, hexadecimal digits (checked before `interface`). Both names are one
+ * command. The controller's result. */
+ZANTH_API int32_t SetInterfaceInternalID(const char* mac, int32_t interface, const char* id);
+ZANTH_API int32_t RspSetInterfaceInternalID(uint32_t rspid, const char* mac, int32_t interface,
+                                            const char* id);
+ZANTH_API int32_t SetHardwareID(const char* mac, int32_t interface, const char* id);
+ZANTH_API int32_t RspSetHardwareID(uint32_t rspid, const char* mac, int32_t interface,
+                                   const char* id);
+/* The module bus. These newer commands read their replies loosely: the controller's result is
+ * returned as it stands (no -10001 mapping), and a blocking call that got no whole reply gives
+ * -10005.
+ * GetMoxModuleRevs copies the revision list behind the result field, separators included, to
+ * `buffer` (caller's, `size` bytes, cut to fit); -10030 when the controller doesn't know the
+ * command (no module bus). GetMoxOperationMode writes the bus's mode to `*mode`; another reply
+ * than its own leaves 0. SetMoxOperationMode sets `mode`, guarded by the controller's
+ * `password`: -10029 and -10028 are the controller's refusals (its -1513 and -1512; the
+ * simulator gives -1513 for a wrong password and -1512 for a mode it doesn't have). */
+ZANTH_API int32_t GetMoxModuleRevs(const char* mac, char* buffer, int32_t size);
+ZANTH_API int32_t RspGetMoxModuleRevs(uint32_t rspid, const char* mac);
+ZANTH_API int32_t GetMoxOperationMode(const char* mac, int32_t* mode);
+ZANTH_API int32_t RspGetMoxOperationMode(uint32_t rspid, const char* mac);
+ZANTH_API int32_t SetMoxOperationMode(const char* mac, const char* password, int32_t mode);
+ZANTH_API int32_t RspSetMoxOperationMode(uint32_t rspid, const char* mac, const char* password,
+                                         int32_t mode);
 
 /* ---- Controller administration ------------------------------------------------------------ */
 
@@ -721,6 +794,46 @@ ZANTH_API int32_t RebootBoard(const char* mac, int32_t target);
 ZANTH_API int32_t RspRebootBoard(uint32_t rspid, const char* mac, int32_t target);
 ZANTH_API int32_t RebootBoard2(const char* mac, int32_t target);
 ZANTH_API int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t target);
+/* Restarts (`mode` 1, RestartTask) or stops (`mode` 2, StopTask) a controller task: `task` 1 to
+ * 11, 20, 21, 22, 30, 31, 99 or 101. Tasks 9 and 99 take the command task itself down: nothing
+ * is awaited, the call returns 0 once the command is queued, and the controller reads as not
+ * connected until it has connected again. Otherwise the controller's result. */
+ZANTH_API int32_t RestartStopTask(const char* mac, int32_t mode, int32_t task);
+ZANTH_API int32_t RspRestartStopTask(uint32_t rspid, const char* mac, int32_t mode, int32_t task);
+ZANTH_API int32_t RestartTask(const char* mac, int32_t task);
+ZANTH_API int32_t RspRestartTask(uint32_t rspid, const char* mac, int32_t task);
+ZANTH_API int32_t StopTask(const char* mac, int32_t task);
+ZANTH_API int32_t RspStopTask(uint32_t rspid, const char* mac, int32_t task);
+/* Network addressing: DHCP with one text, or a static address with eight texts; the library
+ * gives the texts no meaning and sends them as they stand (they must hold no ';'). Only the
+ * reply's code is read: 0 when the expected one came, -10005 for another or none. */
+ZANTH_API int32_t EnableDHCP(const char* mac, const char* text);
+ZANTH_API int32_t RspEnableDHCP(uint32_t rspid, const char* mac, const char* text);
+ZANTH_API int32_t EnableStaticIP(const char* mac, const char* text1, const char* text2,
+                                 const char* text3, const char* text4, const char* text5,
+                                 const char* text6, const char* text7, const char* text8);
+ZANTH_API int32_t RspEnableStaticIP(uint32_t rspid, const char* mac, const char* text1,
+                                    const char* text2, const char* text3, const char* text4,
+                                    const char* text5, const char* text6, const char* text7,
+                                    const char* text8);
+/* Sets the controller's login. The controller's answer is the result as it stands (no
+ * mapping); -10005 without a whole reply; -10002 for a null text. */
+ZANTH_API int32_t SetPassword(const char* mac, const char* username, const char* password);
+ZANTH_API int32_t RspSetPassword(uint32_t rspid, const char* mac, const char* username,
+                                 const char* password);
+/* Sends a firmware step, `value`. Neither form waits: the controller's answer (code 1114)
+ * reaches a RspFirmwareCommand caller through the response queue. After the blocking form that
+ * answer is owed to no one and would be taken by the next blocking command on any controller as
+ * its reply (-10010), so prefer RspFirmwareCommand. */
+ZANTH_API int32_t FirmwareCommand(const char* mac, uint32_t value);
+ZANTH_API int32_t RspFirmwareCommand(uint32_t rspid, const char* mac, uint32_t value);
+/* Asks for the controller's error log and, if it holds entries, fetches its file into the local
+ * file `pcPathFile` (created or cut to nothing) with a blocking file transfer. The result is the
+ * controller's positive answer, or the transfer's negative result; -10014 when the log is empty
+ * (no file is fetched). RspGetErrorLog only asks: the host reads the answer, "rslt;", from the
+ * response queue and fetches the file with RspGetFile if it wants it. */
+ZANTH_API int32_t GetErrorLog(const char* mac, const char* pcPathFile);
+ZANTH_API int32_t RspGetErrorLog(uint32_t rspid, const char* mac, const char* pcPathFile);
 
 /* ---- Time and time zone ------------------------------------------------------------------- */
 
@@ -797,7 +910,91 @@ ZANTH_API int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, in
 
 /* ---- File transfer ------------------------------------------------------------------------ */
 
-/* (declarations of this family follow) */
+/* Files move in chunks of at most 4086 bytes, one chunk per round trip (a Worker turn is 47 ms),
+ * and one transfer runs on a controller at a time: other commands to it wait for the end, except
+ * short queries and settings the controller can answer between two chunks. Such a command's
+ * reply takes the stream's road: issue it in the same form as the stream (Rsp during RspX,
+ * since a blocking stream holds the library's one caller), and expect a reply read after a
+ * RspSendFile's end under the stream's rspid. `controllerPathFile` is the file's path on the
+ * controller; paths may not hold ';'. */
+
+/* Whole files, streamed by the library between the local file `pcPathFile` and the controller.
+ * GetFile creates or truncates the local file; SendFile reads it. Both paths are required
+ * (-10002 when empty or 256 bytes or longer). The blocking form returns when the stream ends:
+ * 0; -10007 when the local file can't be opened (the controller is never asked); -10003 when
+ * the link fails (is reset) mid-stream, 9990 when the controller closes it in order; or the
+ * controller's own number when it gives up. The wait time
+ * (RecvWaitTime) bounds the whole file, so set it to fit the largest one; a wait that runs out
+ * returns 0 though the stream hasn't ended. A partly received file stays on disk. SendFile
+ * reports 0 once the last chunk is written to the link.
+ * RspGetFile/RspSendFile return at once; the end arrives under `rspid` as the frame
+ * "0000;0012;0;" (success), "0000;0017;-10007;" (local file), "0000;0029;Connection failure;"
+ * (link reset; "9990;0010;" when closed in order), or the controller's own 9980 frame
+ * "9980;LLLL;result;text;". */
+ZANTH_API int32_t GetFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
+ZANTH_API int32_t RspGetFile(uint32_t rspid, const char* mac, const char* controllerPathFile,
+                             const char* pcPathFile);
+ZANTH_API int32_t SendFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
+ZANTH_API int32_t RspSendFile(uint32_t rspid, const char* mac, const char* controllerPathFile,
+                              const char* pcPathFile);
+
+/* One chunk per call, through the caller's memory; both always block.
+ * GetData: the first call for a file asks for it, each later call for the same path asks for
+ * the next chunk. `size` bytes of `buffer` are zeroed first, whatever follows; the chunk's
+ * bytes (binary, not terminated) are copied there, their count goes to *bytesRead and *isLast
+ * becomes 1 on the file's last chunk, after which the next call starts the file anew. A chunk
+ * larger than `size` gives -10006 and the controller is told to give up. A call for another
+ * path while a file is open gives -10027 and closes the open one in the library, so that the
+ * next call starts the new file.
+ * SendData: the first call for a path opens the file on the controller, then sends `size`
+ * bytes of `data` (0 to 4086; more gives -10006 and the controller is told to give up);
+ * `endOfData` 1 marks the last chunk and closes the file, 0 keeps it open for the next call.
+ * -10027 for another path while a file is open, as above.
+ * One chunked transfer stands open in the whole library, not one per controller. After a
+ * -10006 the controller owes no reply, and the link takes no further command until the
+ * controller answers something: the next call on it runs into the wait time.
+ * Both: 0, or the controller's own number when it gives up (9980); -10010 for another reply. */
+ZANTH_API int32_t GetData(const char* mac, const char* controllerPathFile, char* buffer,
+                          int32_t size, int32_t* bytesRead, int32_t* isLast);
+ZANTH_API int32_t SendData(const char* mac, const char* controllerPathFile, const char* data,
+                           int32_t size, int32_t endOfData);
+/* The same chunk steps without blocking, the order kept by the host: RspGetDataFilename asks
+ * for a file, and each RspGetData for its next chunk, until the reply's code is 1034 (1033: more
+ * follow); RspSendDataFilename opens a file, and each RspSendData sends a chunk (endOfData 1: the
+ * last). Every reply ("1030;...", "1033;LLLL;bytes", "1034;LLLL;bytes" or "9980;LLLL;result;
+ * text;") arrives under `rspid`; a chunk is binary and measured by its frame's length field.
+ * They don't touch the blocking forms' open transfer. */
+ZANTH_API int32_t RspGetDataFilename(uint32_t rspid, const char* mac,
+                                     const char* controllerPathFile);
+ZANTH_API int32_t RspGetData(uint32_t rspid, const char* mac, const char* controllerPathFile);
+ZANTH_API int32_t RspSendDataFilename(uint32_t rspid, const char* mac,
+                                      const char* controllerPathFile);
+ZANTH_API int32_t RspSendData(uint32_t rspid, const char* mac, const char* controllerPathFile,
+                              const char* data, int32_t size, int32_t endOfData);
+
+/* A controller file's permission, three octal digits such as "644". `mode` 0 reads it into
+ * `permission` (`size` must exceed its length: 4 for three digits, else -10006); `mode` 1 sets
+ * it from `permission` (anything but three digits 0 to 7 gives -10002 and sends nothing).
+ * GetFileStatus and SetFileStatus are modes 0 and 1. The controller's result is returned
+ * (-1 to -99 as -10001). The Rsp forms return at once only for a non-zero `rspid`: with rspid 0
+ * the reply still goes to the response queue, and the call waits in vain for the wait time
+ * (-10005), which also drops the link. */
+ZANTH_API int32_t FileStatus(const char* mac, int32_t mode, const char* path, char* permission,
+                             int32_t size);
+ZANTH_API int32_t GetFileStatus(const char* mac, const char* path, char* permission,
+                                int32_t size);
+ZANTH_API int32_t SetFileStatus(const char* mac, const char* path, const char* permission);
+ZANTH_API int32_t RspFileStatus(uint32_t rspid, const char* mac, int32_t mode, const char* path,
+                                const char* permission);
+ZANTH_API int32_t RspGetFileStatus(uint32_t rspid, const char* mac, const char* path);
+ZANTH_API int32_t RspSetFileStatus(uint32_t rspid, const char* mac, const char* path,
+                                   const char* permission);
+
+/* Removes a controller file. Returns the first number of the reply as it stands (the
+ * controller's result, negative ones included), -10010 for a reply without one, and 0 when no
+ * whole reply came within the wait time. */
+ZANTH_API int32_t ZanthDeleteFile(const char* mac, const char* path);
+ZANTH_API int32_t RspZanthDeleteFile(uint32_t rspid, const char* mac, const char* path);
 
 #ifdef __cplusplus
 }

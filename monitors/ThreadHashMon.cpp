@@ -1,5 +1,7 @@
 #include "monitors/ThreadHashMon.h"
 
+#include <cstring>
+
 #include "monitors/Globals.h"
 #include "platform/Thread.h"
 #include "protocol/MessageUtil.h"
@@ -67,7 +69,10 @@ int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, in
                      const char* message, const char* gatewayPathFile, const char* pcPathFile) {
     record.rspfunc = rspfunc;
     record.rspid = rspid;
-    CopyBounded(record.message, message, sizeof record.message);
+    // A chunk of a file is binary: the frame's own length, not its first NUL, says what it holds.
+    const size_t length = MessageUtil::FrameLength(message, kMessageBufferSize);
+    std::memset(record.message, 0, sizeof record.message);
+    std::memcpy(record.message, message, length);
     CopyBounded(record.gatewayPathFile, gatewayPathFile, sizeof record.gatewayPathFile);
     CopyBounded(record.pcPathFile, pcPathFile, sizeof record.pcPathFile);
     if (sendMon) sendMon->Put(record, mac);

@@ -37,7 +37,8 @@ class ThreadHashMon : private HashTable<std::unique_ptr<CommandRecord>> {
 };
 
 // Queues a command for the MAC's Worker: everything is copied into the caller's `record`, which
-// goes into sendMon. Always 0.
+// goes into sendMon. `message` spans a whole message buffer (4097 bytes); a frame is copied by
+// its header's length, so a binary payload arrives whole. Always 0.
 int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
                      const char* message, const char* gatewayPathFile, const char* pcPathFile);
 

@@ -99,6 +99,17 @@ bool MessageUtil::IsCompleteMessage(const char* text, long textLen) {
     return textLen == DecimalValue(header.second);
 }
 
+size_t MessageUtil::FrameLength(const char* text, size_t limit) {
+    const size_t measured = ::strnlen(text, limit);
+    if (measured < kClearHeaderSize || text[4] != ';' || text[9] != ';') return measured;
+    size_t total = 0;
+    for (int i = 5; i < 9; ++i) {
+        if (!std::isdigit(static_cast<unsigned char>(text[i]))) return measured;
+        total = total * 10 + static_cast<size_t>(text[i] - '0');
+    }
+    return total >= kClearHeaderSize && total <= limit ? total : measured;
+}
+
 int32_t MessageUtil::CodeOf(const char* text) {
     char four[5] = {};
     std::memcpy(four, text, ::strnlen(text, 4));

@@ -31,6 +31,10 @@ public:
                          int32_t* code, int32_t* dataLen);
     // True only when the header's length field equals textLen (negative: measure the text).
     bool IsCompleteMessage(const char* text, long textLen);
+    // The length of a framed message held in `limit` bytes: the header's total when the header
+    // is sound and the frame fits, so that a binary payload with NULs keeps its bytes; otherwise
+    // the text's length within the limit.
+    static size_t FrameLength(const char* text, size_t limit);
     // Decimal value of the first four characters.
     static int32_t CodeOf(const char* text);
     // The code's name, or "TOTALLY UNKNOWN CODE (%d)" in this object's buffer.

@@ -47,6 +47,11 @@ Payload& Payload::Raw(const char* text) {
     return Append(text, ::strnlen(text, kCapacity + 1));
 }
 
+Payload& Payload::Bytes(const void* data, size_t length) {
+    if (data == nullptr) return Append("", 0);
+    return Append(static_cast<const char*>(data), length);
+}
+
 Payload& Payload::EndWithoutSeparator() {
     if (fieldEnded_ && !cut_) buffer_[--length_] = '\0';
     fieldEnded_ = false;

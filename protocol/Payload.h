@@ -30,6 +30,8 @@ class Payload {
     Payload& Text(const char* text);
     // Text as it stands, with nothing added: a payload that the host formed itself.
     Payload& Raw(const char* text);
+    // `length` bytes as they stand, NULs included: a chunk of a file.
+    Payload& Bytes(const void* data, size_t length);
     // Removes the ';' after the last field, for the commands whose payload ends without one.
     Payload& EndWithoutSeparator();
     // Adds a ';' unless the payload already ends in one.

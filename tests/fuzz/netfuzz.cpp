@@ -35,6 +35,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <random>
@@ -360,6 +361,10 @@ void EncryptedSealed(Peer& p, std::mt19937_64& rng) {
     p.Read(100);
 }
 
+// The controller's side of a file transfer: chunks, their acknowledgements and its failure.
+constexpr int kTransferCodes[] = {zanth::ZANTH_SEND_FILE_RSP, zanth::ZANTH_GET_FILE_MORE,
+                                  zanth::ZANTH_GET_FILE_END, zanth::ZANTH_FILE_TRANSFER_ERROR};
+
 // A controller that identifies and answers the host's commands, mostly wrongly.
 void Responder(Peer& p, std::mt19937_64& rng) {
     const std::string mac = MacText(kHostileMacs + static_cast<int>(rng() % kResponderMacs));
@@ -378,8 +383,10 @@ void Responder(Peer& p, std::mt19937_64& rng) {
             pending.erase(0, static_cast<size_t>(total));
             if (code >= 1000 || code == zanth::ZANTH_ACCEPT_CONNECTION) continue;
             std::string reply;
-            switch (rng() % 7) {
+            switch (rng() % 8) {
                 case 0: reply = Frame(code + 1000, "Zanth;4.2;" + mac + ";"); break;
+                case 6: reply = Frame(kTransferCodes[rng() % std::size(kTransferCodes)],
+                                      Garbage(rng, rng() % 2 ? 4086 : 40)); break;
                 case 1: reply = Frame(code + 1000, Garbage(rng, 4087)); break;
                 case 2: reply = Frame(static_cast<int>(rng() % 10000), Garbage(rng, 100)); break;
                 case 3: reply = Mutate(Frame(code + 1000, "Zanth;"), rng); break;
@@ -481,12 +488,29 @@ void HostThread(uint64_t seed) {
             continue;
         }
         // Half the commands wait for their reply, half have it delivered to the response queue.
-        const std::string& mac = macs[rng() % macs.size()];
-        if (rng() % 2 == 0) {
-            RspControllerInfo(static_cast<uint32_t>(rng() % 1000), mac.c_str());
+        // Besides ControllerInfo, the commands with the loosest reply readings and the file
+        // transfers, whose chunks and ends the responders answer with garbage too.
+        const char* m = macs[rng() % macs.size()].c_str();
+        const auto tag = static_cast<uint32_t>(rng() % 1000);
+        const auto size = static_cast<int32_t>(rng() % 64 + 1);
+        int32_t rc = 0;
+        int32_t value = 0;
+        int32_t last = 0;
+        bool queued = false;
+        switch (rng() % 10) {
+            case 0: case 1: RspControllerInfo(tag, m); queued = true; break;
+            case 2: RspGetFile(tag, m, "/log/x", "netfuzz-get.bin"); queued = true; break;
+            case 3: rc = ControllerInfo(m, buffer, size); break;
+            case 4: rc = GetFile(m, "/log/x", "netfuzz-get.bin"); break;
+            case 5: rc = SendFile(m, "/cfg/x", "netfuzz-send.bin"); break;
+            case 6: rc = GetData(m, "/cfg/x", buffer, size * 64, &value, &last); break;
+            case 7: rc = DiscoverInterfaces2(m, buffer, size); break;
+            case 8: rc = GetErrorLog(m, "netfuzz-errorlog.txt"); break;
+            default: rc = GetMoxModuleRevs(m, buffer, size); break;
+        }
+        if (queued) {
             ++queuedCommands;
         } else {
-            int32_t rc = ControllerInfo(mac.c_str(), buffer, static_cast<int32_t>(rng() % 64 + 1));
             std::lock_guard<std::mutex> g(tallyLock);
             ++hostResults[rc];
         }
@@ -633,6 +657,9 @@ int main(int argc, char** argv) {
     std::string valid;
     for (int i = 0; i < kValidMacs; ++i) valid += (i ? "," : "") + MacText(i);
     SetValidControllers(valid.c_str());
+    std::string sendFile(10000, '\0');
+    for (size_t i = 0; i < sendFile.size(); ++i) sendFile[i] = static_cast<char>(i * 131);
+    zanth::fuzz::WriteFile("netfuzz-send.bin", sendFile.data(), sendFile.size());
     int32_t wait = 1000;
     RecvWaitTime(1, &wait);
     const int port = FreePort();

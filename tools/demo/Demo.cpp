@@ -33,12 +33,14 @@
 #include "tools/demo/DemoIo.h"
 #include "DemoTime.h"
 #include "DemoCards.h"
+#include "DemoBoards.h"
 #include "zanth.h"
 
 extern char** environ;
 
 // The demo's command families, each in its own Demo<Family>.cpp.
 bool DemoSchedules(const char* mac);
+bool DemoFiles(const char* mac);
 
 namespace {
 
@@ -249,6 +251,9 @@ int main(int argc, char** argv) {
     if (!DemoIo(kClearMacs[0])) ok = false;
 
     DemoCards(kClearMacs[0]);
+    if (!DemoFiles(kClearMacs[0])) ok = false;
+
+    DemoBoards(kClearMacs[0]);
 
     Say("serving the doors for %d seconds\n", seconds);
     int answered = 0;

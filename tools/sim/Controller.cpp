@@ -1,5 +1,6 @@
 #include "tools/sim/Controller.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "protocol/Codes.h"
@@ -282,6 +283,16 @@ void Controller::ClearFault(int code) {
 void Controller::ClearFaults() {
     std::lock_guard<std::mutex> lock(faultsMutex_);
     faults_.clear();
+}
+
+void Controller::Reset() {
+    Post([](Controller& c) {
+        if (c.fd_ < 0) return;
+        // No linger: close sends a reset instead of the end of the stream.
+        linger off{1, 0};
+        ::setsockopt(c.fd_, SOL_SOCKET, SO_LINGER, &off, sizeof off);
+        c.CloseLink(DropReason::Requested);
+    });
 }
 
 void Controller::Drop() {

@@ -173,6 +173,8 @@ class Controller {
     void SetSchedule(const Schedule& schedule);
     // Cuts the link as a power failure would; it comes back as the reconnect policy says.
     void Drop();
+    // Cuts the link with a reset rather than an orderly close, as a crashed controller would.
+    void Reset();
 
     // The controller's instance of a command family, for reading or changing its state from
     // any thread through the family's accessors: c.Family<CardDatabase>().Counts().

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "tools/sim/Simulator.h"
+#include "tools/sim/families/Boards.h"
 #include "tools/sim/families/CardDatabase.h"
 #include "tools/sim/families/Io.h"
 #include "tools/sim/families/Clock.h"
@@ -61,6 +62,8 @@ struct Options {
     int clockOffsetS = 0;
     int stored = 0;
     std::optional<int> messageLog;
+    // Interface board layouts: for every controller (empty MAC) or for one.
+    std::vector<std::pair<std::string, BoardLayout>> boards;
 };
 
 void Usage(FILE* out) {
@@ -99,6 +102,10 @@ void Usage(FILE* out) {
         "  --stored N             each controller starts with N events and alarms stored but\n"
         "                         not yet delivered, for the host's upload commands\n"
         "  --message-log N        messages each controller's log keeps (default %zu, at most %zu)\n"
+        "  --boards [MAC=]LAYOUT  interface boards, into every controller or into the one with\n"
+        "                         that MAC; may be repeated. LAYOUT lists the board addresses\n"
+        "                         (0 to 31) of chain 0, then after '/' those of chain 1, e.g.\n"
+        "                         0,1,5/16 or /3 (default 0,1/16)\n"
         "  --quiet                only the summary at the end\n",
         CardDatabase::kDefaultCapacity, MessageStore::kDefaultCapacity,
         MessageStore::kMaxCapacity);
@@ -209,6 +216,13 @@ int Parse(int argc, char** argv, Options* o) {
         } else if (arg == "--message-log") {
             ok = ParseInt(value, 1, static_cast<int>(MessageStore::kMaxCapacity), &number);
             o->messageLog = number;
+        } else if (arg == "--boards") {
+            std::string text = value;
+            size_t equals = text.find('=');
+            std::string mac = equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
+            auto layout = Boards::ParseLayout(mac.empty() ? text : text.substr(equals + 1));
+            if (layout) o->boards.emplace_back(mac, *layout);
+            ok = layout.has_value();
         } else if (arg == "--card-capacity") {
             ok = ParseInt(value, 0, CardDatabase::kMaxChangeover, &number);
             o->cardCapacity = number;
@@ -302,6 +316,22 @@ bool SetInputs(Simulator& sim, const Options& o) {
     return true;
 }
 
+// Gives the controllers the board layouts of the options; false after a message on failure.
+bool PlaceBoards(Simulator& sim, const Options& o) {
+    for (const auto& [mac, layout] : o.boards) {
+        if (!mac.empty() && sim.Find(mac) == nullptr) {
+            std::fprintf(stderr, "zanth-sim: --boards names %s, which is none of the controllers\n",
+                         mac.c_str());
+            return false;
+        }
+        for (size_t i = 0; i < sim.Count(); ++i) {
+            Controller& c = sim.At(i);
+            if (mac.empty() || c.Mac() == mac) c.Family<Boards>().SetLayout(layout);
+        }
+    }
+    return true;
+}
+
 // `identified` is counted before the links were closed.
 void PrintSummary(Simulator& sim, size_t identified, double seconds) {
     SimulatorTotals t = sim.Totals();
@@ -360,7 +390,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     // Before the loop starts, so that no host sees a controller with half its cards.
-    if (!LoadCards(sim, o) || !SetInputs(sim, o)) return 2;
+    if (!LoadCards(sim, o) || !SetInputs(sim, o) || !PlaceBoards(sim, o)) return 2;
     for (size_t i = 0; i < sim.Count(); ++i) {
         Controller& c = sim.At(i);
         c.Family<ControllerClock>().SetOffset(o.clockOffsetS);

@@ -27,6 +27,14 @@ void FamilyContext::Send(int code, std::string payload, int expectedAck,
                          std::move(delivers)});
 }
 
+void FamilyContext::ResetLink() {
+    controller_.Reset();
+}
+
+void FamilyContext::RestartLink() {
+    controller_.Reboot();
+}
+
 const std::string& FamilyContext::Mac() const {
     return controller_.Mac();
 }

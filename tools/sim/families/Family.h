@@ -48,6 +48,12 @@ class FamilyContext {
     void Send(int code, std::string payload, int expectedAck);
     // The same, and the acknowledgement delivers these stored messages (families/Upload.h).
     void Send(int code, std::string payload, int expectedAck, std::vector<uint32_t> delivers);
+    // Resets the link once the command in hand is done, as a controller that crashes would.
+    void ResetLink();
+
+    // The controller's command task restarts: the link goes down at once, as in a reboot, and
+    // comes back after the reboot delay. Nothing more is answered on the old link.
+    void RestartLink();
 
     const std::string& Mac() const;
     const ControllerConfig& Config() const;

@@ -1,0 +1,370 @@
+// File transfer: whole files that the Worker streams between a local file and the controller
+// (GetFile, SendFile), single chunks that the caller moves through its own memory, blocking
+// (GetData, SendData) or not (their Rsp forms), a controller file's permission (FileStatus), and
+// its removal (ZanthDeleteFile).
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "frame/Master.h"
+#include "frame/Transaction.h"
+#include "monitors/ThreadHashMon.h"
+#include "protocol/Codes.h"
+#include "protocol/Text.h"
+#include "stores/LogMon.h"
+
+namespace zanth {
+namespace {
+
+// The most file bytes one chunk carries: a 4096-byte message less its header.
+constexpr int32_t kChunkLimit = 4086;
+
+bool Blank(const char* text) {
+    return text == nullptr || text[0] == '\0';
+}
+
+// The "[Master::X] controllerPathFile cannot be blank" refusal.
+bool RefuseBlankPath(Transaction& t, const char* path) {
+    if (!t.Ok() || !Blank(path)) return t.Ok();
+    char text[kLogTextSize];
+    FormatText(text, sizeof text, "[%s] controllerPathFile cannot be blank", t.Method());
+    return t.Refuse(text);
+}
+
+// A chunk call's data: `size` bytes behind `data`. A negative size, or bytes promised behind a
+// null pointer, are refused before anything is sent.
+bool CheckChunkData(Transaction& t, const char* data, int32_t size) {
+    if (!t.Ok()) return false;
+    if (size < 0 || (size > 0 && data == nullptr)) t.SetResult(kBadArgument);
+    return t.Ok();
+}
+
+// One decimal number at the start of `text`, as "%d" reads it; false when there is none.
+bool LeadingNumber(const char* text, int32_t* value) {
+    errno = 0;
+    char* end = nullptr;
+    long parsed = std::strtol(text, &end, 10);
+    if (end == text) return false;
+    *value = static_cast<int32_t>(std::clamp<long>(parsed, INT32_MIN, INT32_MAX));
+    return true;
+}
+
+}  // namespace
+
+void Master::EndChunkedTransfer() {
+    transferInProgress_ = 0;
+    std::memset(transferFilename_, 0, sizeof transferFilename_);
+}
+
+void Master::RefuseChunk(const char* why) {
+    char text[64];
+    FormatText(text, sizeof text, "%d;%s;", static_cast<int>(kFileError), why);
+    if (util_.BuildMessage(ZANTH_FILE_TRANSFER_ERROR, text, std::strlen(text), msgBuffer_,
+                           kMessageBufferSize) == 0) {
+        QueueCommand(record_, mac_, 0, 0, msgBuffer_, "", "");
+    }
+}
+
+int32_t Master::TransferErrorResult(const char* method, const char* errorFormat) {
+    char payload[kMessageBufferSize + 1];
+    CopyBounded(payload, msgBuffer_, sizeof payload);
+    char* state = nullptr;
+    char* first = Tokenize(payload, ";", &state);
+    if (first == nullptr) return kNoTransferResult;
+    // The controller's own number, passed on as it is.
+    rslt_ = DecimalValue(first);
+    FormatText(logText_, sizeof logText_, "[%s] rslt=%d", method, rslt_);
+    Log(masterName_, kLogTrace, logText_);
+    if (char* second = Tokenize(nullptr, ";", &state)) {
+        FormatText(logText_, sizeof logText_, errorFormat, rslt_);
+        CopyBounded(logText2_, second, sizeof logText2_);
+        Log(masterName_, kLogError, logText_, logText2_, true);
+    }
+    return rslt_;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Whole files, streamed by the Worker
+
+int32_t Master::StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* method,
+                           int32_t code, const char* controllerPathFile, const char* pcPathFile) {
+    Transaction t(*this, method, rspfunc, rspid, mac);
+    if (!t.Admit() || !RefuseBlankPath(t, controllerPathFile)) return t.Result();
+    if (Blank(pcPathFile)) {
+        char text[kLogTextSize];
+        FormatText(text, sizeof text, "[%s] pcPathFile cannot be blank", method);
+        t.Refuse(text);
+        return t.Result();
+    }
+    // The Worker gets both paths in fields of 256 bytes: a longer one would name another file.
+    if (std::strlen(controllerPathFile) >= kPathSize || std::strlen(pcPathFile) >= kPathSize) {
+        t.SetResult(kBadArgument);
+        return t.Result();
+    }
+    if (!t.Send(code, Payload().Text(controllerPathFile), controllerPathFile, pcPathFile))
+        return t.Result();
+    // At the stream's end the Worker leaves a bare number, no frame: 0, its failure, or the
+    // controller's 9980 number. A wait that ran out leaves nothing to read, and 0 stands.
+    t.ReceiveRaw();
+    int32_t value = 0;
+    if (LeadingNumber(t.Reply(), &value)) t.SetResult(value);
+    return t.Result();
+}
+
+int32_t Master::GetFile(int32_t rspfunc, int32_t rspid, const char* mac,
+                        const char* controllerPathFile, const char* pcPathFile) {
+    return StreamFile(rspfunc, rspid, mac, "Master::GetFile", ZANTH_GET_FILE, controllerPathFile,
+                      pcPathFile);
+}
+
+int32_t Master::SendFile(int32_t rspfunc, int32_t rspid, const char* mac,
+                         const char* controllerPathFile, const char* pcPathFile) {
+    return StreamFile(rspfunc, rspid, mac, "Master::SendFile", ZANTH_SEND_FILE,
+                      controllerPathFile, pcPathFile);
+}
+
+// ---------------------------------------------------------------------------------------------
+// One chunk per call, blocking
+
+int32_t Master::GetData(const char* mac, const char* controllerPathFile, char* buffer,
+                        int32_t size, int32_t* bytesRead, int32_t* isLast) {
+    Transaction t(*this, "Master::GetData", 0, 0, mac);
+    if (buffer != nullptr && size > 0) std::memset(buffer, 0, static_cast<size_t>(size));
+    if (t.Admit() && RefuseBlankPath(t, controllerPathFile)) t.Present(buffer, bytesRead, isLast);
+    if (t.Ok()) {
+        if (!transferInProgress_) {
+            t.LogLine(kLogTrace, "[Master::GetData] gatewayPathFile=%s", controllerPathFile);
+            t.Send(ZANTH_GET_FILE, Payload().Text(controllerPathFile), controllerPathFile, "");
+        } else if (std::strncmp(controllerPathFile, transferFilename_, kPathSize - 1) != 0) {
+            t.LogLine(kLogError,
+                      "[%d][Master::GetData] Data Transfer In-Progress: controllerPathFile=%s != "
+                      "filename=%s in previous call",
+                      static_cast<int>(kTransferBusy), controllerPathFile, transferFilename_);
+            t.SetResult(kTransferBusy);
+        } else {
+            t.Send(ZANTH_GET_FILE_RSP, Payload(), controllerPathFile, "");
+        }
+    }
+    // Any call ends the transfer standing open, a refused one too; a 1033 opens it again below.
+    EndChunkedTransfer();
+    if (!t.Ok()) return t.Result();
+
+    // No completeness test: a chunk may be empty, and it is binary, so the header measures it.
+    t.ReceiveRaw();
+    dataLen_ = 0;
+    util_.ParseMessage(recvBuffer_, MessageUtil::FrameLength(recvBuffer_, kMessageBufferSize),
+                       msgBuffer_, kMessageBufferSize, &code_, &dataLen_);
+    t.LogLine(kLogTrace, "[Master::GetData] code=%d count=%d", code_, dataLen_);
+    if (dataLen_ < kLogPayloadLimit) {
+        FormatText(logText_, sizeof logText_, "[Master::GetData] recv:");
+        Log(masterName_, kLogTrace, logText_, msgBuffer_, true);
+    }
+
+    if (code_ == ZANTH_GET_FILE_MORE || code_ == ZANTH_GET_FILE_END) {
+        if (size < dataLen_) {
+            // The controller is told to give up; its reply isn't awaited.
+            RefuseChunk("File buffer too small");
+            t.LogLine(kLogError, "[Master::GetData] Error: fileDataSize=%d < size of data=%d", size,
+                      dataLen_);
+            t.SetResult(kTooLarge);
+            return t.Result();
+        }
+        // Never more than the reply slot held, whatever the header announced.
+        const int32_t held = std::clamp(dataLen_, 0, kMessageBufferSize - kClearHeaderSize);
+        std::memcpy(buffer, msgBuffer_, static_cast<size_t>(held));
+        *bytesRead = held;
+        *isLast = code_ == ZANTH_GET_FILE_END ? 1 : 0;
+        if (code_ == ZANTH_GET_FILE_MORE) {
+            transferInProgress_ = 1;
+            CopyBounded(transferFilename_, controllerPathFile, sizeof transferFilename_);
+        }
+        return t.Result();
+    }
+    if (code_ == ZANTH_FILE_TRANSFER_ERROR) {
+        t.SetResult(
+            TransferErrorResult("Master::GetData", "[Master::GetData] file transfer error, rslt=%d err="));
+        return t.Result();
+    }
+    t.SetResult(CheckErrorCode(code_, "Master::GetData"));
+    return t.Result();
+}
+
+bool Master::AwaitSendDataReply(Transaction& t) {
+    t.ReceiveRaw();
+    if (!util_.IsCompleteMessage(recvBuffer_, -1)) {
+        t.SetResult(kNoReply);
+        return false;
+    }
+    util_.ParseMessage(recvBuffer_, std::strlen(recvBuffer_), msgBuffer_, kMessageBufferSize,
+                       &code_, &dataLen_);
+    t.LogLine(kLogTrace, "[Master::SendData] code=%d count=%d", code_, dataLen_);
+    if (dataLen_ < kLogPayloadLimit) {
+        FormatText(logText_, sizeof logText_, "[Master::SendData] recv:");
+        Log(masterName_, kLogTrace, logText_, msgBuffer_, true);
+    }
+    if (code_ == ZANTH_SEND_FILE_RSP) return true;
+    if (code_ == ZANTH_FILE_TRANSFER_ERROR) {
+        t.SetResult(TransferErrorResult("Master::SendData",
+                                        "[Master::SendData] file transfer error rslt=%d err="));
+    } else {
+        t.SetResult(CheckErrorCode(code_, "Master::SendData"));
+    }
+    return false;
+}
+
+int32_t Master::SendData(const char* mac, const char* controllerPathFile, const char* data,
+                         int32_t size, int32_t endOfData) {
+    Transaction t(*this, "Master::SendData", 0, 0, mac);
+    if (t.Admit() && RefuseBlankPath(t, controllerPathFile) && endOfData != 0 && endOfData != 1) {
+        // Returned at once: the open transfer stays as it was.
+        t.LogLine(kLogError, "[Master::SendData] end of data value must be between 0 and 1");
+        return kBadArgument;
+    }
+    CheckChunkData(t, data, size);
+    if (t.Ok()) {
+        if (!transferInProgress_) {
+            // The first chunk of a file is two transactions: the opening, then the chunk.
+            t.LogLine(kLogTrace, "[Master::SendData] gatewayPathFile=%s", controllerPathFile);
+            if (t.Send(ZANTH_SEND_FILE, Payload().Text(controllerPathFile), controllerPathFile,
+                       "")) {
+                AwaitSendDataReply(t);
+            }
+        } else if (std::strncmp(controllerPathFile, transferFilename_, kPathSize - 1) != 0) {
+            t.LogLine(kLogError,
+                      "[%d][Master::SendData] Data Transfer In-Progress: gatewayPathFile=%s != "
+                      "filename=%s in previous call",
+                      static_cast<int>(kTransferBusy), controllerPathFile, transferFilename_);
+            t.SetResult(kTransferBusy);
+        }
+    }
+    EndChunkedTransfer();
+    if (t.Ok() && size > kChunkLimit) {
+        RefuseChunk("File buffer too large");
+        t.LogLine(kLogError, "[Master::SendData] Error: fileDataSize=%d > MAX=%d", size,
+                  kChunkLimit);
+        t.SetResult(kTooLarge);
+    }
+    if (!t.Ok()) return t.Result();
+    sentCode_ = endOfData == 1 ? ZANTH_SEND_FILE_END : ZANTH_SEND_FILE_MORE;
+    if (!t.Send(sentCode_, Payload().Bytes(data, static_cast<size_t>(size)), controllerPathFile,
+                "") ||
+        !AwaitSendDataReply(t)) {
+        return t.Result();
+    }
+    if (sentCode_ == ZANTH_SEND_FILE_MORE) {
+        transferInProgress_ = 1;
+        CopyBounded(transferFilename_, controllerPathFile, sizeof transferFilename_);
+    }
+    return t.Result();
+}
+
+// ---------------------------------------------------------------------------------------------
+// One chunk per call, not blocking: the host keeps the order and reads each reply from the
+// response queue.
+
+int32_t Master::RspGetDataFilename(int32_t rspid, const char* mac, const char* controllerPathFile) {
+    Transaction t(*this, "Master::RspGetDataFilename", 1, rspid, mac);
+    if (!t.Admit() || !RefuseBlankPath(t, controllerPathFile)) return t.Result();
+    t.LogLine(kLogTrace, "[Master::RspGetDataFilename] gatewayPathFile=%s", controllerPathFile);
+    t.Send(ZANTH_GET_FILE, Payload().Text(controllerPathFile), controllerPathFile, "");
+    return t.Result();
+}
+
+int32_t Master::RspGetData(int32_t rspid, const char* mac, const char* controllerPathFile) {
+    Transaction t(*this, "Master::RspGetData", 1, rspid, mac);
+    if (!t.Admit() || !RefuseBlankPath(t, controllerPathFile)) return t.Result();
+    t.Send(ZANTH_GET_FILE_RSP, Payload(), controllerPathFile, "");
+    return t.Result();
+}
+
+int32_t Master::RspSendDataFilename(int32_t rspid, const char* mac,
+                                    const char* controllerPathFile) {
+    Transaction t(*this, "Master::RspSendDataFilename", 1, rspid, mac);
+    if (!t.Admit() || !RefuseBlankPath(t, controllerPathFile)) return t.Result();
+    t.LogLine(kLogTrace, "[Master::RspSendDataFilename] gatewayPathFile=%s", controllerPathFile);
+    t.Send(ZANTH_SEND_FILE, Payload().Text(controllerPathFile), controllerPathFile, "");
+    return t.Result();
+}
+
+int32_t Master::RspSendData(int32_t rspid, const char* mac, const char* controllerPathFile,
+                            const char* data, int32_t size, int32_t endOfData) {
+    Transaction t(*this, "Master::RspSendData", 1, rspid, mac);
+    if (!t.Admit() || !RefuseBlankPath(t, controllerPathFile)) return t.Result();
+    if (endOfData != 0 && endOfData != 1) {
+        t.LogLine(kLogError, "[Master::RspSendData] end of data value must be between 0 and 1");
+        return kBadArgument;
+    }
+    if (size > kChunkLimit) {
+        RefuseChunk("File buffer too large");
+        t.LogLine(kLogError, "[Master::RspSendData] Error: fileDataSize=%d > MAX=%d", size,
+                  kChunkLimit);
+        t.SetResult(kTooLarge);
+        return t.Result();
+    }
+    if (!CheckChunkData(t, data, size)) return t.Result();
+    t.Send(endOfData == 1 ? ZANTH_SEND_FILE_END : ZANTH_SEND_FILE_MORE,
+           Payload().Bytes(data, static_cast<size_t>(size)), controllerPathFile, "");
+    return t.Result();
+}
+
+// ---------------------------------------------------------------------------------------------
+// A file's permission and its removal
+
+int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
+                           const char* path, char* permission, int32_t size) {
+    Transaction t(*this, "Master::FileStatus", rspfunc, rspid, mac);
+    if (!t.Admit()) return t.Result();
+    t.LogLine(kLogTrace, "[Master::FileStatus] gatewayPathFile=%s", path ? path : "");
+    if (mode == 0) {
+        // The plain form writes the permission back: it needs somewhere to put it.
+        if (rspfunc == 0) t.Present(permission);
+        t.Send(ZANTH_GET_FILE_STATUS, Payload().Text(path));
+    } else if (mode == 1) {
+        if (permission == nullptr || std::strlen(permission) != 3) {
+            t.Refuse("[Master::FileStatus] permission must contain 3 digits");
+        } else if (!std::all_of(permission, permission + 3,
+                                [](char c) { return c >= '0' && c <= '7'; })) {
+            t.Refuse("[Master::FileStatus] permission must be 3-digit octal number");
+        }
+        t.Send(ZANTH_SET_FILE_STATUS, Payload().Text(path).Text(permission));
+    } else {
+        t.Refuse("[Master::FileStatus] mode value must be between 0 and 1");
+    }
+    // This method alone decides the wait by rspid: a Rsp form with rspid 0 queues its reply for
+    // the response queue and then waits here in vain.
+    if (!t.Ok() || rspid != 0) return t.Result();
+    if (!t.Await() ||
+        !t.Expect(mode == 0 ? ZANTH_GET_FILE_STATUS_RSP : ZANTH_SET_FILE_STATUS_RSP)) {
+        return t.Result();
+    }
+    ReplyFields fields = t.Fields();
+    fields.ControllerResult(&rslt_);
+    if (t.Code() == ZANTH_GET_FILE_STATUS_RSP && t.Result() >= 0) {
+        if (permission != nullptr && size > 0) std::memset(permission, 0, static_cast<size_t>(size));
+        fields.Text(permission, permission != nullptr ? size : 0);
+    }
+    return t.Result();
+}
+
+int32_t Master::ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* path) {
+    Transaction t(*this, "Master::ZanthDeleteFile", rspfunc, rspid, mac);
+    if (!t.Admit() || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path))) return t.Result();
+    t.ReceiveRaw();
+    // Nothing whole came: unlike every other command, 0 stands.
+    if (!util_.IsCompleteMessage(recvBuffer_, -1)) return t.Result();
+    util_.ParseMessage(recvBuffer_, std::strlen(recvBuffer_), msgBuffer_, kMessageBufferSize,
+                       &code_, &dataLen_);
+    // The first number is the result, whatever the reply's code, and unmapped.
+    int32_t value = 0;
+    if (LeadingNumber(msgBuffer_, &value)) {
+        t.SetResult(value);
+    } else {
+        t.SetResult(CheckErrorCode(-1, "Master::ZanthDeleteFile"));
+    }
+    return t.Result();
+}
+
+}  // namespace zanth
