@@ -17,6 +17,7 @@
 #include "protocol/Text.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
+#include "support/Net.h"
 #include "zanth.h"
 
 namespace zanth::test {
@@ -162,6 +163,7 @@ TEST_F(FileStreamTest, ControllerErrorEndsTheStreamWithItsResultAndKeepsTheParti
 }
 
 TEST_F(FileStreamTest, LinkResetMidStreamReleasesTheCallerAndLeavesThePartialFile) {
+    if (net::UnderWine()) GTEST_SKIP() << "a peer under Wine can't reset its link";
     Queue(33, "/log/cut.bin", "cut.bin", 11);
     EXPECT_EQ(ExpectFrame(33), "/log/cut.bin;");
     ASSERT_TRUE(c_.SendFrame(1033, "first piece"));

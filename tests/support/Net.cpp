@@ -80,6 +80,11 @@ std::string TempRoot() {
     return root;
 }
 
+bool UnderWine() {
+    HMODULE ntdll = ::GetModuleHandleA("ntdll.dll");
+    return ntdll && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
 #else
 
 namespace {
@@ -121,6 +126,8 @@ std::string TempRoot() {
     const char* tmp = std::getenv("TMPDIR");
     return tmp && *tmp ? tmp : "/tmp";
 }
+
+bool UnderWine() { return false; }
 
 #endif
 

@@ -47,4 +47,8 @@ bool ChangeDir(const std::string& dir);
 // The system's temporary folder, without its trailing separator.
 std::string TempRoot();
 
+// True in a Windows program that runs under Wine, whose sockets close in order even when asked
+// for a reset (SO_LINGER 0): tests that need a peer's reset skip there.
+bool UnderWine();
+
 }  // namespace zanth::test::net
