@@ -41,11 +41,18 @@ export WINEDEBUG=-all
 # No desktop integration or Mono/Gecko prompts in a CI prefix.
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
 if [ ! -f "$WINEPREFIX/system.reg" ]; then
-    "$wine" wineboot -i > /dev/null 2>&1
+    "$wine" wineboot -i > /dev/null 2>&1 < /dev/null
 fi
-# One persistent wine server for every test process of the run, stopped at the end.
+# One persistent wine server for every test process of the run, stopped at the end. A server
+# left over in this prefix (an interrupted run) goes first: -p starts no second one.
+"$wineserver" -k 2> /dev/null || true
+"$wineserver" -w 2> /dev/null || true
 "$wineserver" -p
 trap '"$wineserver" -k 2>/dev/null || true' EXIT
+# The session's own background processes (services, devices) start here, with nothing of ours
+# open: started by the first test program they would hold its output pipe, and ctest's test
+# discovery would wait on it until its time-out.
+"$wine" wineboot > /dev/null 2>&1 < /dev/null
 start=$(date +%s)
 status=0
 ctest --test-dir "$dir" -j $((jobs * 2)) --output-on-failure --timeout 180 || status=$?
