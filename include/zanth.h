@@ -56,12 +56,23 @@
 
 #include <stdint.h>
 
-#if defined(_WIN32)
+#if defined(_WIN32) && defined(ZANTH_BUILDING_LIBRARY)
 #define ZANTH_API __declspec(dllexport)
+#elif defined(_WIN32)
+#define ZANTH_API __declspec(dllimport)
 #elif defined(ZANTH_BUILDING_LIBRARY)
 #define ZANTH_API __attribute__((visibility("default")))
 #else
 #define ZANTH_API
+#endif
+
+/* <windows.h> defines `interface` as a macro, and some declarations below name a parameter so:
+ * the macro is set aside here and put back at the end, so that the two headers may come in
+ * either order. */
+#if defined(_WIN32) && defined(interface)
+#pragma push_macro("interface")
+#undef interface
+#define ZANTH_RESTORE_INTERFACE
 #endif
 
 #ifdef __cplusplus
@@ -998,6 +1009,11 @@ ZANTH_API int32_t RspZanthDeleteFile(uint32_t rspid, const char* mac, const char
 
 #ifdef __cplusplus
 }
+#endif
+
+#ifdef ZANTH_RESTORE_INTERFACE
+#pragma pop_macro("interface")
+#undef ZANTH_RESTORE_INTERFACE
 #endif
 
 #endif /* ZANTH_H */

@@ -9,11 +9,20 @@
 #include <string.h>
 #include <time.h>
 
-#include "zanth.h"
-
-/* After zanth.h: <windows.h> defines `interface` as a macro, a parameter name in the header. */
+/* <windows.h> first, as most Windows hosts have it: it defines `interface` as a macro, which
+ * the header must put up with. */
 #if defined(_WIN32)
 #include <windows.h>
+#include <objbase.h> /* defines `interface`, whatever WIN32_LEAN_AND_MEAN says */
+#endif
+
+#include "zanth.h"
+
+#if defined(_WIN32) && !defined(interface)
+#error "zanth.h must put the system's interface macro back"
+#endif
+
+#if defined(_WIN32)
 #define PAUSE_MS(ms) Sleep(ms)
 #else
 static void PAUSE_MS(long ms) {
