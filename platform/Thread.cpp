@@ -9,10 +9,10 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <system_error>
-#include <thread>
 #include <unordered_map>
 #include <vector>
+
+#include "platform/NativeThread.h"
 
 namespace platform {
 namespace {
@@ -30,7 +30,7 @@ struct ThreadState {
     // Counts wake-ups until the thread waits; -1 once the thread has ended. Guarded by `lock`
     // for writers, read without it only by the thread itself.
     int wakeFd = -1;
-    std::thread thread;
+    NativeThread thread;
 };
 
 struct Registry {
@@ -49,7 +49,7 @@ struct Registry {
     void Reap() {
         for (auto it = threads.begin(); it != threads.end();) {
             if (it->second->finished) {
-                if (it->second->thread.joinable()) it->second->thread.join();
+                if (it->second->thread.Joinable()) it->second->thread.Join();
                 it = threads.erase(it);
             } else {
                 ++it;
@@ -83,7 +83,7 @@ std::shared_ptr<ThreadState> Find(ThreadId id) {
 
 }  // namespace
 
-int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
+int CreateThread(std::function<void()> body, ThreadId* id, bool suspended, size_t stackBytes) {
     Registry& r = TheRegistry();
     std::lock_guard<std::mutex> g(r.lock);
     r.Reap();
@@ -93,8 +93,8 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
     } while (state->id == 0 || r.threads.count(state->id) != 0);
     state->suspended = suspended;
     state->wakeFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    try {
-        state->thread = std::thread([state, body = std::move(body)]() {
+    int error = state->thread.Start(
+        [state, body = std::move(body)]() {
             self = state;
             {
                 std::unique_lock<std::mutex> m(state->lock);
@@ -114,10 +114,11 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
             state->finished = true;
             --reg.live;
             reg.ended.notify_all();
-        });
-    } catch (const std::system_error& e) {
+        },
+        stackBytes);
+    if (error != 0) {
         if (state->wakeFd >= 0) ::close(state->wakeFd);
-        return e.code().value() != 0 ? e.code().value() : 11;
+        return error;
     }
     r.threads.emplace(state->id, state);
     ++r.live;
