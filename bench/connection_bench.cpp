@@ -17,7 +17,8 @@
 //     RUSAGE_SELF less the main thread, which only sleeps) as % of one core, and its context
 //     switches, which count the threads' wake-ups;
 //   - memory: VmRSS of the host process before the controllers come and after, its threads,
-//     descriptors and virtual size (each Worker's stack is reserved at the default stack size).
+//     descriptors and virtual size (which counts every thread's reserved stack: 256 KiB for a
+//     Worker, the system's default for the others).
 //
 // Churn: the library runs in this process and the controllers in a child process of their own
 // (this program again, with --churn-driver, the simulator in-process there), so that

@@ -133,7 +133,7 @@ void Listener::Accept() {
             worker->Run();
             delete worker;
         },
-        &id, true);
+        &id, true, kWorkerStackBytes);
     if (error != 0) {
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
         Log(name_, kLogError, "[Listener::Accept] Error on CreateThread", logText2_);

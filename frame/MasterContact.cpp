@@ -39,7 +39,7 @@ int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphos
             worker->Run();
             delete worker;
         },
-        &threadId_, true);
+        &threadId_, true, kWorkerStackBytes);
     if (error != 0) {
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
         Log(masterName_, kLogError, "[Master::ContactGateway] Error on CreateThread", logText2_);

@@ -5,11 +5,10 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <system_error>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "platform/NativeThread.h"
 #include "platform/Waker.h"
 
 namespace platform {
@@ -28,7 +27,7 @@ struct ThreadState {
     // Keeps wake-ups until the thread waits; closed once the thread has ended. Signalled and
     // closed under `lock`; waited on without it, only by the thread itself.
     Waker waker;
-    std::thread thread;
+    NativeThread thread;
 };
 
 struct Registry {
@@ -47,7 +46,7 @@ struct Registry {
     void Reap() {
         for (auto it = threads.begin(); it != threads.end();) {
             if (it->second->finished) {
-                if (it->second->thread.joinable()) it->second->thread.join();
+                if (it->second->thread.Joinable()) it->second->thread.Join();
                 it = threads.erase(it);
             } else {
                 ++it;
@@ -77,7 +76,7 @@ std::shared_ptr<ThreadState> Find(ThreadId id) {
 
 }  // namespace
 
-int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
+int CreateThread(std::function<void()> body, ThreadId* id, bool suspended, size_t stackBytes) {
     Registry& r = TheRegistry();
     std::lock_guard<std::mutex> g(r.lock);
     r.Reap();
@@ -86,8 +85,8 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
         state->id = r.next++;
     } while (state->id == 0 || r.threads.count(state->id) != 0);
     state->suspended = suspended;
-    try {
-        state->thread = std::thread([state, body = std::move(body)]() {
+    int error = state->thread.Start(
+        [state, body = std::move(body)]() {
             self = state;
             {
                 std::unique_lock<std::mutex> m(state->lock);
@@ -106,10 +105,9 @@ int CreateThread(std::function<void()> body, ThreadId* id, bool suspended) {
             state->finished = true;
             --reg.live;
             reg.ended.notify_all();
-        });
-    } catch (const std::system_error& e) {
-        return e.code().value() != 0 ? e.code().value() : 11;
-    }
+        },
+        stackBytes);
+    if (error != 0) return error;
     r.threads.emplace(state->id, state);
     ++r.live;
     if (id) *id = state->id;

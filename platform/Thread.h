@@ -4,6 +4,7 @@
 // that unloading can tell them to stop and wait for them.
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
@@ -15,8 +16,10 @@ using ThreadId = uint32_t;
 
 // Starts a library thread that runs `body`. Returns 0 and stores the new id (never 0), or the
 // system's error number when no thread could be made. The thread's mailbox exists before this
-// returns, so a post right after creation reaches it.
-int CreateThread(std::function<void()> body, ThreadId* id, bool suspended = false);
+// returns, so a post right after creation reaches it. `stackBytes` 0 takes the system's
+// default stack.
+int CreateThread(std::function<void()> body, ThreadId* id, bool suspended = false,
+                 size_t stackBytes = 0);
 
 // Lets a thread created suspended begin its body. The creator registers the new id first, so
 // that nothing the thread does can come before its registration.

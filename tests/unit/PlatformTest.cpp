@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <limits.h>
+#include <pthread.h>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -36,6 +38,36 @@ platform::ThreadId Start(std::function<void()> body, bool suspended = false) {
     EXPECT_NE(id, 0u);
     return id;
 }
+
+#ifdef __linux__
+// A library thread started with a stack size runs on a stack of that size (the Workers' 256 KiB
+// and one below the system's least, which is raised to it), and one started without runs on the
+// system's default.
+TEST(LibraryThreads, StackSizeIsTheOneAskedFor) {
+    auto stackOf = [](size_t asked) {
+        std::atomic<size_t> seen{0};
+        platform::ThreadId id = 0;
+        EXPECT_EQ(platform::CreateThread(
+                      [&] {
+                          pthread_attr_t attr;
+                          size_t size = 0;
+                          if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+                              pthread_attr_getstacksize(&attr, &size);
+                              pthread_attr_destroy(&attr);
+                          }
+                          seen = size;
+                      },
+                      &id, false, asked),
+                  0);
+        EXPECT_TRUE(WaitUntil([&] { return seen.load() != 0; }));
+        EXPECT_TRUE(platform::WaitForLibraryThreads(5s));
+        return seen.load();
+    };
+    EXPECT_EQ(stackOf(256 * 1024), 256u * 1024);
+    EXPECT_EQ(stackOf(1024), static_cast<size_t>(PTHREAD_STACK_MIN));
+    EXPECT_GT(stackOf(0), 256u * 1024);
+}
+#endif
 
 TEST(LibraryThreads, PostsReachOnlyLiveMailboxes) {
     EXPECT_FALSE(platform::PostThreadMessage(0, 1105));
