@@ -132,6 +132,33 @@ TEST_F(FileTransferSimTest, FilesOfEverySizeRoundTripWholeAndByChunk) {
     }
 }
 
+// A firmware-sized file: two MiB out with SendFile and back with RspGetFile, byte for byte. At
+// one chunk per Worker turn this takes about 25 s each way.
+TEST_F(FileTransferSimTest, TwoMegabytesRoundTripByteForByte) {
+    const std::string content = Bytes(2u << 20, 2);
+    WriteFile("image.bin", content);
+    // The blocking caller waits for the whole stream.
+    int32_t wait = 120000;
+    ASSERT_EQ(RecvWaitTime(1, &wait), 0);
+    ASSERT_EQ(SendFile(kMac, "/fw/image.bin", "image.bin"), 0);
+    ASSERT_TRUE(WaitUntil([&] { return Store().Find("/fw/image.bin").has_value(); }));
+    EXPECT_TRUE(Store().Find("/fw/image.bin")->bytes == content);
+
+    ASSERT_EQ(RspGetFile(77, kMac, "/fw/image.bin", "back.bin"), 0);
+    Response r;
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+            char text[4117] = {};
+            if (GetNextResponse(&r.rspid, text, sizeof text) != 0) return false;
+            r.text = text;
+            return true;
+        },
+        120s));
+    EXPECT_EQ(r.rspid, 77);
+    EXPECT_EQ(r.text, "0000;0012;0;");
+    EXPECT_TRUE(ReadFile("back.bin") == content);
+}
+
 TEST_F(FileTransferSimTest, StatusAndDeleteFollowTheStore) {
     Store().Put("/cfg/a.ini", "x=1\n");
     char permission[4] = {};
