@@ -27,7 +27,8 @@ public:
 
 private:
     intptr_t handle_;
-    intptr_t socketEvent_ = 0;  // the second event of the Windows side
+    // The second event of the Windows side; the POSIX side has no use for it.
+    [[maybe_unused]] intptr_t socketEvent_ = 0;
 };
 
 }  // namespace platform

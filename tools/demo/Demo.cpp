@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -60,10 +61,13 @@ std::atomic<int> eventsByCallback{0};
 std::atomic<int> alarmsByCallback{0};
 std::atomic<int> doorReports{0};
 
-template <class... Args>
-void Say(const char* format, Args... args) {
+// printf under the print lock, checked by the compiler like printf.
+__attribute__((format(printf, 1, 2))) void Say(const char* format, ...) {
     std::lock_guard<std::mutex> g(printLock);
-    std::printf(format, args...);
+    va_list args;
+    va_start(args, format);
+    std::vprintf(format, args);
+    va_end(args);
     std::fflush(stdout);
 }
 
