@@ -239,7 +239,11 @@ TEST_F(FileTransferSimTest, AResetLinkReleasesTheCallerAndLeavesThePartialFile) 
     EXPECT_EQ(GetFile(kMac, "/log/six", "six.bin"), -10003);
     EXPECT_EQ(ReadFile("six.bin"), content.substr(0, 3 * kChunk));
 
-    // The controller comes back; a Rsp stream cut the same way hears "Connection failure".
+    // The controller comes back; a Rsp stream cut the same way hears "Connection failure". The
+    // wait is for the new link's acceptance: until then the listed MAC may still be the ending
+    // Worker's, which would take the command down with it.
+    ASSERT_TRUE(c_->WaitUntil([](const sim::ControllerStats& s) { return s.identifications >= 2; },
+                              15s));
     ASSERT_TRUE(WaitUntil([] {
         char list[64] = {};
         return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
