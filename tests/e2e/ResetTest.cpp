@@ -86,7 +86,7 @@ TEST_F(ResetTest, ResetThreadForConnectedUnconnectedAndInvalidControllers) {
     EXPECT_EQ(c.ReadFrame(), "9990;0010;");
     EXPECT_TRUE(c.WaitClosed());
     EXPECT_TRUE(WaitUntil([] { return Connected().empty(); }));
-    EXPECT_TRUE(LogContains("[Reset::ResetThread] Complete Reset Thread"));
+    EXPECT_TRUE(WaitUntil([] { return LogContains("[Reset::ResetThread] Complete Reset Thread"); }));
 }
 
 TEST_F(ResetTest, RspResetThreadAnswersOnTheResponseQueue) {
@@ -119,7 +119,8 @@ TEST_F(ResetTest, FullResetEndsEverythingAndTheLibraryStartsAgainOnANewValidList
     EXPECT_GE(took, 7.0) << "the reset's pauses are its design";
     EXPECT_EQ(c.ReadFrame(), "9990;0010;");
     EXPECT_TRUE(c.WaitClosed());
-    EXPECT_TRUE(LogContains("[Reset::ResetDLL] Complete Reset DLL"));
+    // The reset thread signals the caller first and logs its end after.
+    EXPECT_TRUE(WaitUntil([] { return LogContains("[Reset::ResetDLL] Complete Reset DLL"); }));
     EXPECT_EQ(Connected(), "");
     char valid[64] = {};
     ASSERT_EQ(GetValidControllers(valid, sizeof valid), 0);
