@@ -246,7 +246,8 @@ TEST_F(ExportPairsTest, OutOfStepRspFormsDriveTheirPartnersMessage) {
 }
 
 // CmdOutputFunction has a method of its own: the Rsp form of its name is CmdOutputFunction2's,
-// whose board code differs from the first generation's, so the pairing is not an accident of every form sending the same message.
+// whose board code differs from the first generation's, so the pairing is not an accident of
+// every form sending the same message.
 TEST_F(ExportPairsTest, RspCmdOutputFunctionIsNotItsNamesakesForm) {
     Observed first = Drive([](std::string&) { return CmdOutputFunction(kMac, 4, 3, 1); }, "0;", 0);
     Observed second = Drive([](std::string&) { return RspCmdOutputFunction(60, kMac, 4, 3, 1); },

@@ -86,7 +86,8 @@ TEST_F(ResetTest, ResetThreadForConnectedUnconnectedAndInvalidControllers) {
     EXPECT_EQ(c.ReadFrame(), "9990;0010;");
     EXPECT_TRUE(c.WaitClosed());
     EXPECT_TRUE(WaitUntil([] { return Connected().empty(); }));
-    EXPECT_TRUE(WaitUntil([] { return LogContains("[Reset::ResetThread] Complete Reset Thread"); }));
+    EXPECT_TRUE(
+        WaitUntil([] { return LogContains("[Reset::ResetThread] Complete Reset Thread"); }));
 }
 
 TEST_F(ResetTest, RspResetThreadAnswersOnTheResponseQueue) {
