@@ -10,6 +10,7 @@ Each class is one CTest test (field.wireshark.<Class>):
                independent reading of the same TCP streams finds
   Malformed    what the simulator never sends: bad headers, impossible lengths, junk, unknown
                codes; each is marked, the frames after it still decode, and nothing throws
+  Random       long random streams of frames, pieces of frames and junk: nothing throws
   Live         a capture made now by zanth-captures and zanth-sim --pcap on a free port decodes
                with the port set in the dissector's preference, and not without it
 
@@ -20,6 +21,7 @@ tshark is run as nobody, on readable copies of the script and the captures.
 import os
 import pathlib
 import pwd
+import random
 import re
 import shutil
 import socket
@@ -484,6 +486,53 @@ class Malformed(TsharkTest):
         path = craft(self.tshark, "mid.pcap", 3001, "h:0055;" + "\\x8f" * 50, "c:0060;" + "\\x11" * 55)
         pdus = self.tshark.pdus(path)
         self.assertEqual([one(p, "zanth.cipher_length") for p in pdus], ["50", "55"])
+
+
+def escaped(data):
+    """Bytes as zanth-pcap-craft takes them."""
+    return "".join(chr(b) if 32 <= b < 127 and b != 92 else f"\\x{b:02x}" for b in data)
+
+
+class Random(TsharkTest):
+    """Streams of good frames, frames cut anywhere, and bytes heavy in digits and ';': the
+    dissector marks what it can't read and never throws, with reassembly on and off."""
+
+    def stream(self, seed, encrypted_after=None):
+        rng = random.Random(seed)
+        known = [code for code, _, _ in library_codes() if code != 1043]
+        alphabet = b"0123456789;;;;^-/:#aZ \x00\xff"
+        pending = {"c": b"", "h": b""}
+        segments = []
+        for i in range(400):
+            side = rng.choice("ch")
+            roll = rng.random()
+            if encrypted_after is not None and i == encrypted_after:
+                data = frame(1043, "02:5A:37:C0:FF:EE;1.0;").encode()
+                side = "c"
+            elif roll < 0.45:
+                payload = bytes(rng.choice(alphabet) for _ in range(rng.randrange(0, 60)))
+                data = f"{rng.choice(known):04d};{len(payload) + 10:04d};".encode() + payload
+            elif roll < 0.6:
+                data = f"{rng.randrange(10000):04d};".encode() + bytes(
+                    rng.choice(alphabet) for _ in range(rng.randrange(0, 30)))
+            else:
+                data = bytes(rng.choice(alphabet) for _ in range(rng.randrange(1, 40)))
+            data = pending[side] + data
+            cut = rng.randrange(1, len(data) + 1) if rng.random() < 0.3 else len(data)
+            pending[side] = data[cut:]
+            segments.append(f"{side}:{escaped(data[:cut])}")
+        return craft(self.tshark, f"random-{seed}.pcap", 3001, *segments)
+
+    def test_clear_link(self):
+        path = self.stream(7)
+        self.assertGreater(len(self.tshark.pdus(path)), 150)
+        self.tshark.pdus(path, ["tcp.desegment_tcp_streams:FALSE"])
+
+    def test_encrypted_link(self):
+        path = self.stream(11, encrypted_after=50)
+        pdus = self.tshark.pdus(path)
+        self.assertTrue(any("zanth.cipher_length" in p["f"] for p in pdus))
+        self.tshark.pdus(path, ["tcp.desegment_tcp_streams:FALSE"])
 
 
 class Live(TsharkTest):
