@@ -24,6 +24,7 @@ import pwd
 import random
 import re
 import shutil
+import signal
 import socket
 import struct
 import subprocess
@@ -548,14 +549,22 @@ class Live(TsharkTest):
         plugins = os.environ.get("ZANTH_PLUGIN_DIR")
         if plugins:
             env["LD_LIBRARY_PATH"] = plugins
-        done = subprocess.run([str(BIN / "zanth-captures"), "--sim", str(BIN / "zanth-sim"),
-                               "--out", str(work / "out"), "--port", str(port),
-                               "--only", "events,reassembly"],
-                              cwd=work, env=env, capture_output=True, text=True, timeout=150)
-        sys.stdout.write(done.stdout)
-        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        # A group of its own, so that a run that hangs is stopped with its simulator.
+        host = subprocess.Popen([str(BIN / "zanth-captures"), "--sim", str(BIN / "zanth-sim"),
+                                 "--out", str(work / "out"), "--port", str(port),
+                                 "--only", "events,reassembly"],
+                                cwd=work, env=env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                text=True, start_new_session=True)
+        try:
+            output, _ = host.communicate(timeout=150)
+        finally:
+            if host.poll() is None:
+                os.killpg(host.pid, signal.SIGKILL)
+                host.wait()
+        sys.stdout.write(output)
+        self.assertEqual(host.returncode, 0, output)
         frames = {name: int(count) for name, count in
-                  re.findall(r"capture: \S+/(\w+)\.pcap, \d+ links, (\d+) frames", done.stdout)}
+                  re.findall(r"capture: \S+/(\w+)\.pcap, \d+ links, (\d+) frames", output)}
         self.assertEqual(set(frames), {"events", "reassembly"})
 
         for name, count in frames.items():

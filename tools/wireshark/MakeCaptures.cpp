@@ -332,18 +332,15 @@ std::string CaptureLine(const std::string& path) {
 void Drain() {
     char text[4200];
     int32_t rspid = 0;
-    while (GetNextLookup(text, sizeof text - 1) == 0) {
-    }
-    while (GetNextPin(text, sizeof text - 1) == 0) {
-    }
-    while (GetNextPostAccess(text, sizeof text - 1) == 0) {
-    }
-    while (GetNextResponse(&rspid, text, sizeof text) == 0) {
-    }
-    while (GetNextEvent(text, sizeof text) == 0) {
-    }
-    while (GetNextAlarm(text, sizeof text) == 0) {
-    }
+    auto empty = [](const std::function<int32_t()>& next) {
+        while (next() == 0) continue;
+    };
+    empty([&] { return GetNextLookup(text, sizeof text - 1); });
+    empty([&] { return GetNextPin(text, sizeof text - 1); });
+    empty([&] { return GetNextPostAccess(text, sizeof text - 1); });
+    empty([&] { return GetNextResponse(&rspid, text, sizeof text); });
+    empty([&] { return GetNextEvent(text, sizeof text); });
+    empty([&] { return GetNextAlarm(text, sizeof text); });
 }
 
 bool Make(const Scenario& s, const std::string& sim, const std::string& out, int port) {
@@ -352,8 +349,10 @@ bool Make(const Scenario& s, const std::string& sim, const std::string& out, int
     std::fflush(stdout);
     std::string file = out + "/" + s.name + ".pcap";
     std::string log = std::string(s.name) + ".sim.txt";
+    // The duration bounds the controller's life should this program be stopped before it.
     std::vector<std::string> args = {
-        sim, "--port", std::to_string(port), "--mac-base", s.mac, "--pcap", file, "--quiet"};
+        sim,      "--port", std::to_string(port), "--mac-base", s.mac,
+        "--pcap", file,     "--duration-s",       "120",        "--quiet"};
     args.insert(args.end(), s.simArgs.begin(), s.simArgs.end());
     pid_t pid = Spawn(args, log);
     if (pid < 0) {

@@ -818,6 +818,13 @@ function zanth.dissector(tvb, pinfo, tree)
     -- A 1043 earlier in this same stretch makes what follows it encrypted.
     local encrypted_here = false
 
+    -- The frames of this stretch in the Info column; what TCP holds back for the next
+    -- segment shows there when it is whole.
+    local function finish()
+        if #summaries > 0 then pinfo.cols.info = table.concat(summaries, ", ") end
+        return len
+    end
+
     local function want_more(at, missing)
         if pinfo.can_desegment > 0 then
             pinfo.desegment_offset = at
@@ -858,7 +865,7 @@ function zanth.dissector(tvb, pinfo, tree)
             if not matches_prefix(head, ENCRYPTED_PATTERN) then
                 offset = skip(offset, offset + 1, "Encrypted frame header is not \"dddd;\"", true)
             elseif avail < ENCRYPTED_HEADER then
-                if want_more(offset) then return len end
+                if want_more(offset) then return finish() end
                 offset = len
             else
                 local total = four_digits(head, 1)
@@ -870,7 +877,7 @@ function zanth.dissector(tvb, pinfo, tree)
                     summaries[#summaries + 1] = "[malformed]"
                     offset = offset + ENCRYPTED_HEADER
                 elseif avail < total then
-                    if want_more(offset, total - avail) then return len end
+                    if want_more(offset, total - avail) then return finish() end
                     offset = len
                 else
                     summaries[#summaries + 1] = dissect_encrypted(tvb, pinfo, tree, st, offset, total)
@@ -881,7 +888,7 @@ function zanth.dissector(tvb, pinfo, tree)
             offset = skip(offset, offset + 1, string.format("Frame header is not \"dddd;dddd;\": %q",
                 (head:gsub("[^\32-\126]", "."))), false)
         elseif avail < CLEAR_HEADER then
-            if want_more(offset) then return len end
+            if want_more(offset) then return finish() end
             offset = len
         else
             local code, total = clear_header(head)
@@ -895,7 +902,7 @@ function zanth.dissector(tvb, pinfo, tree)
                 offset = skip(offset + CLEAR_HEADER, offset + CLEAR_HEADER,
                     "Bytes after a frame of impossible length", false)
             elseif avail < total then
-                if want_more(offset, total - avail) then return len end
+                if want_more(offset, total - avail) then return finish() end
                 offset = len
             else
                 -- The side that sends codes from 1000 up (other than 9980 and 9990) is the
@@ -918,8 +925,7 @@ function zanth.dissector(tvb, pinfo, tree)
             end
         end
     end
-    pinfo.cols.info = table.concat(summaries, ", ")
-    return len
+    return finish()
 end
 
 ---------------------------------------------------------------------------------------------
