@@ -8,7 +8,8 @@ cd "$(dirname "$0")/.."
 mode=asan
 if [ "${1:-}" = "--tsan" ]; then mode=tsan; fi
 
-bash scripts/setup.sh
+# --field: the tests' real peers, tshark among them (the dissector's tests run it).
+bash scripts/setup.sh --field
 jobs=$(nproc 2>/dev/null || echo 2)
 
 if [ "$mode" = asan ]; then

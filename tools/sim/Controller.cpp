@@ -291,6 +291,7 @@ void Controller::Reset() {
         // No linger: close sends a reset instead of the end of the stream.
         linger off{1, 0};
         ::setsockopt(c.fd_, SOL_SOCKET, SO_LINGER, &off, sizeof off);
+        c.resetting_ = true;
         c.CloseLink(DropReason::Requested);
     });
 }

@@ -281,6 +281,11 @@ class Controller {
     void SendScheduledEvent(bool flatOut);
     void ApplySchedule(const Schedule& schedule);
     void SetState(LinkState state);
+    // The link's wire traffic for the simulator's tap (WireEvent in Simulator.h); each does
+    // nothing while no tap is set.
+    void TapOpen(bool controllerDialled);
+    void TapData(bool toHost, std::string_view bytes);
+    void TapClose(bool byController, bool reset);
     void Post(std::function<void(Controller&)> task);
     // Runs `change` on the stats under the simulator's lock and wakes the waiters.
     void Observe(const std::function<void(ControllerStats&)>& change);
@@ -302,6 +307,11 @@ class Controller {
     unsigned char key_[kKeySize] = {};
     std::string in_;
     std::string out_;
+    // The ends of the link as the tap reports them, from its Open to its Close.
+    bool tapped_ = false;
+    bool resetting_ = false;  // Reset() is closing the link with a reset
+    sockaddr_in tapController_{};
+    sockaddr_in tapHost_{};
     Schedule schedule_;
     int backoffMs_ = 0;
     bool flatOutPending_ = false;

@@ -139,6 +139,7 @@ void Controller::FinishConnect() {
         return;
     }
     CancelTimer(TimerKind::ConnectTimeout);
+    TapOpen(true);
     SendIdentification();
 }
 
@@ -149,6 +150,7 @@ void Controller::SendIdentification() {
     // The identification itself travels in clear; every frame after it, the 70 included, is
     // enciphered with the key both ends derive from it.
     out_ += frame;
+    TapData(true, frame);
     if (encrypt) {
         if (!sim_.codec_.DeriveKey(frame, *config_.seed, key_)) {
             CloseLink(DropReason::Error);
@@ -233,6 +235,9 @@ void Controller::CloseLink(DropReason reason) {
     } else if (!config_.reconnect && wasIdentified) {
         next = LinkState::Stopped;
     }
+    // A host that closed or broke the link ended it; anything else is the controller's doing.
+    TapClose(reason != DropReason::PeerClosed && reason != DropReason::Error,
+             reason == DropReason::Error || resetting_);
     // The record changes in one step, and before the socket closes: whoever sees the link end
     // sees why.
     state_ = next;
@@ -310,6 +315,7 @@ void Controller::OnListenerReady() {
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     fd_ = fd;
     Observe([](ControllerStats& s) { ++s.connectAttempts; });
+    TapOpen(false);
     sim_.Watch(fd_, this, false, false);
     SetState(LinkState::AwaitingContact);
 }
@@ -335,12 +341,19 @@ void Controller::OnReadable() {
         if (n > 0) {
             in_.append(buffer, static_cast<size_t>(n));
             std::string frame;
+            std::string raw;
             for (;;) {
+                // The codec takes the frame off the front; a tap needs the bytes as they came.
+                if (tapped_) raw = in_;
                 auto status = sim_.codec_.Decode(in_, encrypted_ ? key_ : nullptr, frame);
                 if (status == WireCodec::Status::NeedMore) break;
                 if (status == WireCodec::Status::Bad) {
+                    TapData(false, raw);
                     CloseLink(DropReason::Protocol);
                     return;
+                }
+                if (tapped_) {
+                    TapData(false, std::string_view(raw).substr(0, raw.size() - in_.size()));
                 }
                 HandleFrame(frame);
                 if (fd_ < 0) return;
@@ -386,10 +399,12 @@ void Controller::Flush() {
 
 void Controller::WriteFrame(int code, std::string_view payload) {
     if (fd_ < 0) return;
+    size_t before = out_.size();
     if (!sim_.codec_.Encode(code, payload, encrypted_ ? key_ : nullptr, out_)) {
         CloseLink(DropReason::Error);
         return;
     }
+    TapData(true, std::string_view(out_).substr(before));
     Observe([code](ControllerStats& s) { ++s.sent[code]; });
     if (sim_.hook_) sim_.Emit(*this, Direction::ToHost, code, ClearFrame(code, payload));
 }
@@ -419,6 +434,52 @@ void Controller::Transmit(const Outgoing& message) {
         expected_.push_back({message.expectedAck, message.flatOut, std::move(delivers)});
         Observe([](ControllerStats& s) { ++s.outstandingAcks; });
     }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Loop thread: the wire tap
+
+void Controller::TapOpen(bool controllerDialled) {
+    if (!sim_.wireTap_ || fd_ < 0) return;
+    sockaddr_in local{};
+    sockaddr_in peer{};
+    socklen_t length = sizeof local;
+    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &length);
+    length = sizeof peer;
+    ::getpeername(fd_, reinterpret_cast<sockaddr*>(&peer), &length);
+    tapController_ = local;
+    tapHost_ = peer;
+    tapped_ = true;
+    WireEvent e;
+    e.kind = WireEvent::Kind::Open;
+    e.direction = controllerDialled ? Direction::ToHost : Direction::FromHost;
+    e.controllerEnd = tapController_;
+    e.hostEnd = tapHost_;
+    sim_.wireTap_(*this, e);
+}
+
+void Controller::TapData(bool toHost, std::string_view bytes) {
+    if (!tapped_ || bytes.empty()) return;
+    WireEvent e;
+    e.kind = WireEvent::Kind::Data;
+    e.direction = toHost ? Direction::ToHost : Direction::FromHost;
+    e.bytes = bytes;
+    e.controllerEnd = tapController_;
+    e.hostEnd = tapHost_;
+    sim_.wireTap_(*this, e);
+}
+
+void Controller::TapClose(bool byController, bool reset) {
+    resetting_ = false;
+    if (!tapped_) return;
+    WireEvent e;
+    e.kind = WireEvent::Kind::Close;
+    e.direction = byController ? Direction::ToHost : Direction::FromHost;
+    e.reset = reset;
+    e.controllerEnd = tapController_;
+    e.hostEnd = tapHost_;
+    tapped_ = false;
+    sim_.wireTap_(*this, e);
 }
 
 }  // namespace zanth::sim

@@ -4,6 +4,7 @@
 //   zanth-sim --listen 4001 --count 4          (waits for the host's ContactController)
 //   zanth-sim --port 3001 --cards site.csv     (every controller starts with the site's cards)
 //   zanth-sim --port 3001 --input 32:0=1       (input 0 of every controller starts on)
+//   zanth-sim --port 3001 --pcap sim.pcap      (every frame both ways into a capture file)
 
 #include <pthread.h>
 #include <signal.h>
@@ -22,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/sim/Capture.h"
 #include "tools/sim/Simulator.h"
 #include "tools/sim/families/Boards.h"
 #include "tools/sim/families/CardDatabase.h"
@@ -64,6 +66,9 @@ struct Options {
     std::optional<int> messageLog;
     // Interface board layouts: for every controller (empty MAC) or for one.
     std::vector<std::pair<std::string, BoardLayout>> boards;
+    // A capture of every link, and how its frames are cut into segments.
+    std::string pcap;
+    PcapOptions pcapOptions;
 };
 
 void Usage(FILE* out) {
@@ -106,9 +111,15 @@ void Usage(FILE* out) {
         "                         that MAC; may be repeated. LAYOUT lists the board addresses\n"
         "                         (0 to 31) of chain 0, then after '/' those of chain 1, e.g.\n"
         "                         0,1,5/16 or /3 (default 0,1/16)\n"
+        "  --pcap FILE            write every frame sent and received to FILE, a pcap capture\n"
+        "                         of TCP segments between the links' real ends\n"
+        "  --pcap-split N         cut the captured segments to at most N bytes (1 to %zu),\n"
+        "                         so that frames span segments\n"
+        "  --pcap-merge N         gather up to N frames of one direction into one segment\n"
+        "                         (1 to 1000; default 1, a segment per frame)\n"
         "  --quiet                only the summary at the end\n",
         CardDatabase::kDefaultCapacity, MessageStore::kDefaultCapacity,
-        MessageStore::kMaxCapacity);
+        MessageStore::kMaxCapacity, PcapWriter::kMaxSegment);
 }
 
 bool ParseInt(const char* text, int low, int high, int* out) {
@@ -223,6 +234,15 @@ int Parse(int argc, char** argv, Options* o) {
             auto layout = Boards::ParseLayout(mac.empty() ? text : text.substr(equals + 1));
             if (layout) o->boards.emplace_back(mac, *layout);
             ok = layout.has_value();
+        } else if (arg == "--pcap") {
+            o->pcap = value;
+            ok = !o->pcap.empty();
+        } else if (arg == "--pcap-split") {
+            ok = ParseInt(value, 1, static_cast<int>(PcapWriter::kMaxSegment), &number);
+            o->pcapOptions.splitBytes = static_cast<size_t>(number);
+        } else if (arg == "--pcap-merge") {
+            ok = ParseInt(value, 1, 1000, &number);
+            o->pcapOptions.mergeMessages = static_cast<size_t>(number);
         } else if (arg == "--card-capacity") {
             ok = ParseInt(value, 0, CardDatabase::kMaxChangeover, &number);
             o->cardCapacity = number;
@@ -364,7 +384,17 @@ int main(int argc, char** argv) {
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+    // Declared first, so that it outlives the simulator whose tap writes into it.
+    Capture capture(o.pcapOptions);
     Simulator sim(SimulatorOptions{o.maxConnecting});
+    if (!o.pcap.empty()) {
+        std::string error;
+        if (!capture.Open(o.pcap, &error)) {
+            std::fprintf(stderr, "zanth-sim: %s\n", error.c_str());
+            return 2;
+        }
+        capture.Attach(sim);
+    }
     try {
         for (int i = 0; i < o.count; ++i) {
             ControllerConfig c;
@@ -452,5 +482,20 @@ int main(int argc, char** argv) {
     sim.Stop();
     PrintSummary(sim, identified,
                  std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    if (!o.pcap.empty()) {
+        capture.Finish();
+        const PcapWriter& w = capture.Writer();
+        if (w.Failed()) {
+            std::fprintf(stderr, "zanth-sim: capture incomplete: %s\n", w.Error().c_str());
+            return 1;
+        }
+        PcapTotals t = w.Totals();
+        std::printf("  capture: %s, %llu links, %llu frames in %llu segments, %llu bytes\n",
+                    o.pcap.c_str(), static_cast<unsigned long long>(t.streams),
+                    static_cast<unsigned long long>(t.messages),
+                    static_cast<unsigned long long>(t.segments),
+                    static_cast<unsigned long long>(t.bytes));
+        std::fflush(stdout);
+    }
     return 0;
 }

@@ -42,6 +42,23 @@ enum class Direction { FromHost, ToHost };
 using FrameHook =
     std::function<void(const Controller&, Direction, int code, std::string_view frame)>;
 
+// A link's traffic as it goes on the wire, enciphered on an encrypted link: for captures
+// (tools/sim/Capture.h). Open comes when the TCP connection is up, Data with every whole frame
+// sent or received (or, from a host whose stream can't be read, the bytes the link was dropped
+// on), Close when the socket closes.
+struct WireEvent {
+    enum class Kind { Open, Data, Close };
+    Kind kind = Kind::Data;
+    // Data: the way the bytes went. Open and Close: ToHost when the controller dialled or
+    // ended the link, FromHost when the host did.
+    Direction direction = Direction::ToHost;
+    std::string_view bytes;
+    bool reset = false;  // Close: a reset rather than an orderly end
+    sockaddr_in controllerEnd{};
+    sockaddr_in hostEnd{};
+};
+using WireTap = std::function<void(const Controller&, const WireEvent&)>;
+
 struct SimulatorTotals {
     size_t controllers = 0;
     size_t identified = 0;
@@ -76,6 +93,8 @@ class Simulator {
     Controller* Find(std::string_view mac);
 
     void SetFrameHook(FrameHook hook) { hook_ = std::move(hook); }
+    // Called on the loop thread; set it before Start.
+    void SetWireTap(WireTap tap) { wireTap_ = std::move(tap); }
 
     SimulatorTotals Totals() const;
     bool WaitAllIdentified(std::chrono::milliseconds timeout) const;
@@ -120,6 +139,7 @@ class Simulator {
     bool stopping_ = false;  // loop thread
     WireCodec codec_;        // loop thread
     FrameHook hook_;
+    WireTap wireTap_;
 
     mutable std::mutex controllersMutex_;
     std::vector<std::unique_ptr<Controller>> controllers_;
