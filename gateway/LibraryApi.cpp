@@ -2,10 +2,21 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+
 namespace zanthd {
 
 bool LibraryApi::Load(const std::string& path, std::string* error) {
-    const char* name = path.empty() ? "libzanth.so.2" : path.c_str();
+    // The library built or installed beside the program comes first: a sanitizer that wraps
+    // dlopen hides the program's own run path from the search.
+    std::string chosen = path;
+    if (chosen.empty()) {
+        std::error_code ec;
+        auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+        auto beside = exe.parent_path().parent_path() / "lib" / "libzanth.so.2";
+        chosen = !ec && std::filesystem::exists(beside, ec) ? beside.string() : "libzanth.so.2";
+    }
+    const char* name = chosen.c_str();
     handle = dlopen(name, RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         const char* why = dlerror();
