@@ -127,6 +127,8 @@ def test_lookups_decided_by_rules_and_journaled(site):
     # One controller presents 1001 at door 1, 2001 at door 2, 3003 at 3 and 4242 at 4, in turn.
     sim = site.sim(g.port, "--count", "1", "--lookup-interval-ms", "200")
     lookups = wait_for(lambda: len(g.records(kind="lookup")) >= 8 and g.records(kind="lookup"), 60, "8 look-ups")
+    # Every decision reaches the controller, which reports what its door did.
+    doors = wait_for(lambda: len(g.records(kind="door")) >= len(lookups) and g.records(kind="door"), 30, "door reports")
     summary = sim.stop()
     by_card = {}
     for l in lookups:
@@ -135,8 +137,6 @@ def test_lookups_decided_by_rules_and_journaled(site):
     assert by_card[1001] == {("grant", "rules", "granted")}
     assert by_card[2001] == {("deny", "rules", "outside the schedule")}
     assert by_card[3003] == {("deny", "rules", "unknown door")}
-    # Every decision reached the controller, which reported what its door did.
-    doors = wait_for(lambda: len(g.records(kind="door")) >= len(lookups) and g.records(kind="door"), 30, "door reports")
     assert {d["fields"]["result"] for d in doors if d["fields"]["card"] == "1001"} == {"granted"}
     assert {d["fields"]["result"] for d in doors if d["fields"]["card"] != "1001"} == {"denied"}
     assert counts(summary, "commands:")[75] >= len(lookups)
@@ -184,16 +184,23 @@ def test_webhook_decides_and_a_slow_or_failing_one_denies(site):
                              ("slow", {("deny", "webhook-timeout")}),
                              ("fail", {("deny", "webhook-error")})):
             Webhook.mode = mode
-            # Look-ups taken from now on: at least four, a whole round of the four cards.
-            start = len(g.records(kind="lookup"))
-            got = wait_for(lambda: len(g.records(kind="lookup")) >= start + 5 and g.records(kind="lookup")[start + 1:],
-                           60, f"look-ups with a {mode} webhook")
+            # From the first look-up decided the new way on, a whole round of the four cards.
+            def round_of_four():
+                recent = g.records(kind="lookup")[seen:]
+                firsts = [i for i, l in enumerate(recent) if (l["decision"], l["source"]) in expect]
+                return len(recent) >= firsts[0] + 4 and recent[firsts[0]:firsts[0] + 4] if firsts else None
+            got = wait_for(round_of_four, 60, f"look-ups with a {mode} webhook")
             decisions = {(l["decision"], l["source"]) for l in got}
-            assert decisions == expect, (mode, decisions)
+            if mode == "fail":
+                # Calls the slow webhook still holds may run out their time meanwhile: every
+                # answer is a deny, and the failures are named as such.
+                assert ("deny", "webhook-error") in decisions and decisions <= expect | {("deny", "webhook-timeout")}
+            else:
+                assert decisions == expect, (mode, decisions)
             if mode == "slow":
                 # Answered by the deadline, not by the webhook: well under its 1.5 s.
                 assert max(l["latency_ms"] for l in got) < 1000
-            seen += len(got)
+            seen = len(g.records(kind="lookup"))
         assert Webhook.asked[0]["mac"] == "00:00:01" and Webhook.asked[0]["door_name"] in ("front", "")
         sim.stop()
         g.stop()
