@@ -110,6 +110,14 @@ def acks(summary):
 
 def sse_count(site, stop, out):
     ids = set()
+    out["ids"] = ids
+    try:
+        sse_follow(site, stop, out, ids)
+    except requests.RequestException:
+        pass  # zanthd killed under the stream (the kill -9 run): the count stops there
+
+
+def sse_follow(site, stop, out, ids):
     with requests.get(f"http://127.0.0.1:{site.http}/api/v1/events/stream",
                       params={"after": 0, "kind": "event"}, stream=True, timeout=60,
                       headers={"Authorization": f"Bearer {TOKEN}"}) as r:
@@ -119,7 +127,6 @@ def sse_count(site, stop, out):
                 ids.add((d["mac"], d["fields"].get("msg_id")))
             if stop.is_set() and len(ids) >= out.get("want", 1 << 60):
                 break
-    out["ids"] = ids
 
 
 def events(bindir, n, seconds, kill):
