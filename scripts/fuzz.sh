@@ -7,7 +7,7 @@
 #
 #   bash scripts/fuzz.sh                  every target for 60 s
 #   bash scripts/fuzz.sh --time 3600      every target for an hour
-#   bash scripts/fuzz.sh --only worker    one target (frame, worker, seedfile, msgfile, reply,
+#   bash scripts/fuzz.sh --only worker    one target (frame, worker, seedfile, msgfile, reply, api,
 #                                         net)
 # Inputs that find new paths are kept in build/fuzz/corpus/<target>, so a later run goes on from
 # there; the committed seeds stay in tests/fuzz/corpus/<target>.
@@ -47,14 +47,17 @@ mkdir -p "$TMPDIR" "$dir/artifacts"
 # Every committed seed and crash input first, once each.
 ctest --test-dir "$dir" -L fuzz --output-on-failure --timeout 300
 
-targets=(frame worker seedfile msgfile reply)
+targets=(frame worker seedfile msgfile reply api)
 failed=()
 passed=0
 for name in "${targets[@]}"; do
     if [ -n "$only" ] && [ "$only" != "$name" ]; then continue; fi
     corpus="$root/$dir/corpus/$name"
     mkdir -p "$corpus"
-    inputs=("$corpus" "$root/tests/fuzz/corpus/$name")
+    seeds="$root/tests/fuzz/corpus/$name"
+    # zanthd's target keeps its seeds beside the gateway.
+    if [ "$name" = api ]; then seeds="$root/gateway/tests/fuzz/corpus"; fi
+    inputs=("$corpus" "$seeds")
     if [ -d "$root/tests/fuzz/regressions/$name" ]; then
         inputs+=("$root/tests/fuzz/regressions/$name")
     fi

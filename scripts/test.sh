@@ -21,7 +21,7 @@ else
     dir=build/tsan
     cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DZANTH_SANITIZE=thread -DZANTH_BUILD_BENCH=OFF
-    filter=(-L "e2e|crypto")
+    filter=(-L "e2e|crypto|gateway")
 fi
 cmake --build "$dir" -j "$jobs"
 

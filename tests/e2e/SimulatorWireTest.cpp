@@ -273,6 +273,7 @@ TEST(SimulatorPayloads, MacsAreNormalisedAndCountedIn24Bits) {
 
 TEST(SimulatorPayloads, EventTextFitsOneHostRecord) {
     sim::MessageRecord r;
+    r.mac = "0A:1B:2C";
     r.msgId = 99999;
     r.time.tm_year = 124;
     r.time.tm_mon = 11;
@@ -284,14 +285,14 @@ TEST(SimulatorPayloads, EventTextFitsOneHostRecord) {
     r.priority = 9;
     r.door = 12;
     r.description = "Door forced;open^now";
-    EXPECT_EQ(sim::MessageText(r), "99999;12/31/2024;23:59:58;255;9;12;Door forced open now;");
+    EXPECT_EQ(sim::MessageText(r), "0A:1B:2C;99999;12/31/2024;23:59:58;255;9;12;Door forced open now;");
     r.description = std::string(300, 'x');
     std::string text = sim::MessageText(r);
     EXPECT_EQ(text.size(), sim::kMessageTextLimit);
     EXPECT_EQ(text.back(), ';');
-    EXPECT_EQ(text.rfind("99999;12/31/2024;23:59:58;255;9;12;xxx", 0), 0u);
+    EXPECT_EQ(text.rfind("0A:1B:2C;99999;12/31/2024;23:59:58;255;9;12;xxx", 0), 0u);
     r.description.clear();
-    EXPECT_EQ(sim::MessageText(r), "99999;12/31/2024;23:59:58;255;9;12;-;");
+    EXPECT_EQ(sim::MessageText(r), "0A:1B:2C;99999;12/31/2024;23:59:58;255;9;12;-;");
 }
 
 TEST(SimulatorPayloads, RecheckAndPinRequestTextsAreReadStrictly) {

@@ -144,6 +144,7 @@ MessageRecord Controller::MakeRecord(int code, int door, std::string_view descri
                                      int eventClass, int priority) {
     MessageRecord r;
     r.code = code;
+    r.mac = Mac();
     // 1 to 99999, then round again, as the host's upload by message ID expects.
     uint32_t n = nextMsgId_.fetch_add(1);
     r.msgId = (n - 1) % kMaxMessageId + 1;

@@ -67,7 +67,7 @@ std::tm LocalTimeNow() {
 
 std::string MessageText(const MessageRecord& r) {
     std::string head =
-        Printf("%u;%02d/%02d/%04d;%02d:%02d:%02d;%d;%d;%d;", r.msgId, r.time.tm_mon + 1,
+        r.mac + Printf(";%u;%02d/%02d/%04d;%02d:%02d:%02d;%d;%d;%d;", r.msgId, r.time.tm_mon + 1,
                r.time.tm_mday, r.time.tm_year + 1900, r.time.tm_hour, r.time.tm_min, r.time.tm_sec,
                r.eventClass, r.priority, r.door);
     std::string description;

@@ -12,9 +12,11 @@
 //                         first nine characters of the first field as the MAC)
 //   1079 controller info  "model;firmware;MAC;serial;"
 //   1061 event, 1060 alarm
-//                         "msgId;MM/DD/YYYY;HH:MM:SS;class;priority;door;description;"
+//                         "MAC;msgId;MM/DD/YYYY;HH:MM:SS;class;priority;door;description;"
 //                         at most 144 bytes (the host keeps 144-byte records; the description is
-//                         cut to fit). msgId counts 1 to 99999 per controller, then wraps.
+//                         cut to fit). msgId counts 1 to 99999 per controller, then wraps. The
+//                         MAC leads, as in every other host-facing text: a host that reads the
+//                         message file learns which controller raised the record.
 //   1069 heartbeat        "MAC;MM/DD/YYYY;HH:MM:SS;HEARTBEAT;"  (the host files it as an alarm)
 //   1065 bundle           "1061;<event text>^1060;<alarm text>^..."  (texts hold no '^')
 //   1073 card look-up     "MAC;door;card;facility;"
@@ -64,6 +66,7 @@ std::string MacPlus(std::string_view base, uint32_t offset);
 // One stored event or alarm.
 struct MessageRecord {
     int code = 0;  // 1061 event, 1060 alarm
+    std::string mac;  // "XX:XX:XX" of the controller that raised it
     uint32_t msgId = 0;
     std::tm time{};
     int eventClass = 0;
