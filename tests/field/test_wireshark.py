@@ -436,7 +436,7 @@ class Malformed(TsharkTest):
                      "h:" + frame(93, "x" * 4190),
                      # an empty field, a field that should be a number and isn't, no last ';'
                      "h:" + frame(75, "1;;0;"),
-                     "c:" + frame(1061, "x;01/02/2024;12"),
+                     "c:" + frame(1061, "C0:FF:EE;x;01/02/2024;12"),
                      "h:0067;0010;")
         pdus = self.tshark.pdus(path)
         sequence = [(int(p["f"]["zanth.code"][0]) if "zanth.code" in p["f"] else None, experts(p))

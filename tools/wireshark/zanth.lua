@@ -404,7 +404,7 @@ local RECORD_READ = { "result", "card", "card_set", "no_format", "pin", "access_
     "reserved", "extended_access", "reserved", "pin_commands", "reserved", "start", "end",
     "escort", "in_elevator", "out_elevator", "reserved", "pin_exempt", "role" }
 local RECORD_BY_CARD = { "card", "card_set", "no_format", "pin" }
-local MESSAGE = { "msgid", "date", "time", "event_class", "priority", "door", "description" }
+local MESSAGE = { "mac", "msgid", "date", "time", "event_class", "priority", "door", "description" }
 local RESULT = { "result" }
 
 local LAYOUTS = {
