@@ -47,7 +47,7 @@ ROLES = ("mac", "rspid", "in", "in_char", "in_text", "writable_text", "out_text"
 CATEGORIES = ("command", "setting", "life", "info", "callback", "queue", "message_file")
 FIELD_KINDS = ("result", "int", "uint", "strict_int", "status", "text", "stamp", "rest", "skip",
                "wire_date", "wire_time")
-RESULT_MAPS = ("low", "none", "board", "mox", "error_log", "transfer")
+RESULT_MAPS = ("low", "none", "leading", "board", "mox", "error_log", "transfer")
 PATTERNS = ("hex", "hex_or_empty", "octal3", "date", "date_or_zero", "time", "time_or_zero")
 OTHER_CODE = ("check_error_code", "no_reply", "zero", "cannot_process")
 DEFAULT_MAX_SIZE = 1048576

@@ -110,7 +110,7 @@ enum class Tokenizer : uint8_t { kTokens, kEvery, kGetline };
 enum class FieldKind : uint8_t {
     kResult, kInt, kUint, kStrictInt, kStatus, kText, kStamp, kRest, kSkip, kWireDate, kWireTime
 };
-enum class ResultMap : uint8_t { kLow, kNone, kBoard, kMox, kErrorLog, kTransfer };
+enum class ResultMap : uint8_t { kLow, kNone, kLeading, kBoard, kMox, kErrorLog, kTransfer };
 enum class Then : uint8_t { kNonNegative, kZero };
 
 struct Field {
@@ -235,12 +235,9 @@ class Slots {
     Slot& operator[](size_t i) { return slots_[i]; }
     const Slot& operator[](size_t i) const { return slots_[i]; }
 
-    const char* Text(size_t i) { return Buffer(i); }
-    char* Buffer(size_t i) {
-        std::vector<char>& b = slots_[i].buffer;
-        if (b.empty()) b.assign(1, '\0');
-        return b.data();
-    }
+    // Prepare gives every text and buffer parameter a buffer of its own before the call.
+    const char* Text(size_t i) { return slots_[i].buffer.data(); }
+    char* Buffer(size_t i) { return slots_[i].buffer.data(); }
     int32_t I32(size_t i) const { return static_cast<int32_t>(slots_[i].number); }
     uint32_t U32(size_t i) const { return static_cast<uint32_t>(slots_[i].number); }
     uint16_t U16(size_t i) const { return static_cast<uint16_t>(slots_[i].number); }
@@ -581,11 +578,12 @@ inline int64_t Integer(const meta::Export& e, const meta::Param& p, const Value&
                                             TypeName(v));
 }
 
-inline std::string Range(const meta::Bounds& b) {
+inline std::string Range(const meta::Bounds& b, bool characters = false) {
     if (b.valueCount != 0) {
         std::string s = "one of ";
         for (uint8_t i = 0; i < b.valueCount; ++i) {
-            s += (i ? ", " : "") + std::to_string(b.values[i]);
+            s += (i ? ", " : "") + (characters ? std::string(1, static_cast<char>(b.values[i]))
+                                               : std::to_string(b.values[i]));
         }
         return s;
     }
@@ -597,8 +595,11 @@ inline void CheckNumber(const meta::Export& e, const meta::Param& p, const meta:
     bool listed = b.valueCount == 0;
     for (uint8_t i = 0; i < b.valueCount; ++i) listed = listed || b.values[i] == value;
     if (value < b.min || value > b.max || !listed) {
-        throw ArgumentError(e.name, p.name, "must be " + Range(b) + " (got " +
-                                                std::to_string(value) + ")");
+        bool characters = p.base == meta::Base::kChar;
+        throw ArgumentError(e.name, p.name,
+                            "must be " + Range(b, characters) + " (got " +
+                                (characters ? std::string(1, static_cast<char>(value))
+                                            : std::to_string(value)) + ")");
     }
 }
 
@@ -991,6 +992,7 @@ inline int32_t Map(meta::ResultMap map, std::string_view field) {
     int32_t r = Atoi(field);
     switch (map) {
         case meta::ResultMap::kNone:
+        case meta::ResultMap::kLeading:
             return r;
         case meta::ResultMap::kBoard:
             if (r == 1) return 0;
@@ -1051,7 +1053,12 @@ inline void Walk(const meta::Layout& l, const meta::Reply& r, std::string_view p
         bool stop = false;
         switch (f.kind) {
             case meta::FieldKind::kResult: {
-                if (!take(&field)) { missing(); stop = true; break; }
+                bool present = take(&field);
+                if (!present || (f.map == meta::ResultMap::kLeading && !StartsWithNumber(field))) {
+                    missing();
+                    stop = true;
+                    break;
+                }
                 d.result = Map(f.map, field);
                 if (f.then == meta::Then::kZero ? Atoi(field) != 0 : d.result < 0) stop = true;
                 break;

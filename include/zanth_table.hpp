@@ -271,7 +271,7 @@ inline constexpr Field kFields_input_status_1[] = {
 };
 inline constexpr Layout kLayout_input_status_1 = {"input_status_1", Tokenizer::kTokens, ';', false, -1, -1, false, 0, kFields_input_status_1, 3, "The first generation: the controller's result, a status field that must be there but is dropped, then the text."};
 inline constexpr Field kFields_leading_number[] = {
-    {FieldKind::kResult, -1, -1, ResultMap::kNone, Then::kNonNegative, false, 1, -1, -10010},
+    {FieldKind::kResult, -1, -1, ResultMap::kLeading, Then::kNonNegative, false, 1, -1, -10010},
 };
 inline constexpr Layout kLayout_leading_number = {"leading_number", Tokenizer::kTokens, ';', false, -1, -1, false, 0, kFields_leading_number, 1, "The first number of the payload is the result, as it stands, whatever the reply's code; a payload without one gives -10010."};
 inline constexpr Field kFields_library_result[] = {
