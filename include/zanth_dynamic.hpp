@@ -1187,7 +1187,25 @@ inline Decoded DecodeReply(std::string_view exportName, std::string_view frame,
     d.layout = match->layout;
     reply::Walk(*match->layout, *match, payload, d);
     d.ok = Succeeded(rule, d.result);
-    if (!d.ok) d.outputs.clear();
+    if (!d.ok) {
+        d.outputs.clear();
+    } else if (!d.raw && blocking != nullptr && blocking->form != meta::Form::kRsp) {
+        // What the reply didn't write, the blocking form leaves as it was: Invoke's zeroed
+        // outputs, and for an input-output the value that went in.
+        for (const meta::Param* p : OutputParams(*blocking, mode)) {
+            if (d.outputs.count(p->name)) continue;
+            auto given = args.find(p->name);
+            if (DirIn(*p, mode) == meta::Dir::kInout && given != args.end()) {
+                d.outputs[p->name] = given->second;
+            } else if (p->base == meta::Base::kText) {
+                d.outputs[p->name] = std::string();
+            } else if (p->base == meta::Base::kBytes) {
+                d.outputs[p->name] = Bytes();
+            } else {
+                d.outputs[p->name] = int64_t{0};
+            }
+        }
+    }
     return d;
 }
 
