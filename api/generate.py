@@ -822,7 +822,8 @@ def code_text(c):
     return f"{c['value']} `{c['name']}`"
 
 
-def render_api_md(model):
+def md_overview(model):
+    """The results, rules, categories and layouts, ahead of the exports."""
     out = ["# libzanth API reference", "",
            "Generated from the API model `api/zanth-api.json` by `api/generate.py`, which reads "
            "`include/zanth.h`, `api/annotations.toml` and `protocol/CodeList.h`; edit those, not "
@@ -843,8 +844,7 @@ def render_api_md(model):
             "taken from the response queue under a Rsp form's rspid decodes into what the "
             "blocking form would have given.", ""]
     out += [f"- Tokeniser `{n}`: {d}" for n, d in model["tokenizers"].items()]
-    out.append("")
-    out += ["| layout | tokeniser | fields | meaning |", "|---|---|---|---|"]
+    out += ["", "| layout | tokeniser | fields | meaning |", "|---|---|---|---|"]
     for name, layout in sorted(model["layouts"].items()):
         fields = []
         for f in layout["fields"]:
@@ -856,72 +856,84 @@ def render_api_md(model):
             if f.get("optional"):
                 text += " (optional on)"
             fields.append(text)
-        extra = ""
-        if "exact_count" in layout:
-            extra = f" exactly {layout['exact_count']}"
         if layout.get("raw"):
             fields = ["raw"]
         if "result" in layout:
             fields = [f"result {layout['result']}"]
         tok = layout["tokenizer"] + (f" '{layout['delimiter']}'" if "delimiter" in layout else "")
-        out.append(f"| `{name}` | {tok}{extra} | {', '.join(fields) or '-'} | {layout['doc']} |")
-    out.append("")
-    last_doc = None
+        if "exact_count" in layout:
+            tok += f" exactly {layout['exact_count']}"
+        out.append(f"| `{name}` | {tok} | {', '.join(fields) or '-'} | {layout['doc']} |")
+    return out + [""]
+
+
+def md_wire(e):
+    wire = e.get("wire")
+    if not wire:
+        return []
+    lines = []
+    sends = [code_text(s) + (f" (mode {s['mode']})" if "mode" in s else "")
+             + (f" ({s['when']})" if "when" in s else "") for s in wire["sends"]]
+    if sends:
+        lines.append("Sends " + "; ".join(sends) + ".")
+    if not wire["awaits_reply"] and e["form"] != "rsp":
+        lines.append("No reply is awaited.")
+    replies = []
+    for r in wire["replies"]:
+        text = f"{code_text(r)} as `{r['layout']}`"
+        if r["outs"]:
+            text += " into " + ", ".join(f"`{o}`" for o in r["outs"])
+        if "mode" in r:
+            text += f" (mode {r['mode']})"
+        replies.append(text)
+    if replies:
+        lines.append("Reply: " + "; ".join(replies) + ".")
+    if wire["other_code"] != "check_error_code":
+        lines.append(f"Another reply code: `{wire['other_code']}`.")
+    return [" ".join(lines), ""]
+
+
+def md_export(e, show_doc):
+    out = [f"### `{e['name']}`", "", "```c", e["decl"], "```", ""]
+    form = {"blocking": "blocking", "rsp": "Rsp form, returns at once; the reply comes under "
+            "`rspid`", "local": "local (no controller)"}[e["form"]]
+    if e.get("rsp_twin"):
+        form += f"; its Rsp form is `{e['rsp_twin']}`"
+    if e.get("blocking_twin"):
+        form += f" of `{e['blocking_twin']}`"
+    facts = [f"Form: {form}.", f"Category: `{e['category']}`.", f"Success: `{e['success']}`."]
+    if e.get("mode_of"):
+        facts.append(f"`{e['mode_of']['export']}` with mode {e['mode_of']['mode']}.")
+    if e.get("alias_of"):
+        facts.append(f"A second name of `{e['alias_of']}`.")
+    if e.get("why"):
+        facts.append(e["why"])
+    out += [" ".join(facts), ""]
+    shown = [p for p in e["params"] if p["role"] != "mac"]
+    if shown:
+        out += ["| parameter | type | role | bounds |", "|---|---|---|---|"]
+        out += [f"| `{p['name']}` | `{p['ctype']}` | {p['role']} | {bounds_text(p)} |"
+                for p in shown]
+        out.append("")
+    out += md_wire(e)
+    if show_doc:
+        out += [e["doc"], ""]
+    return out
+
+
+def render_api_md(model):
+    out = md_overview(model)
     by_family = {}
     for e in model["exports"]:
         by_family.setdefault(e["family"], []).append(e)
+    last_doc = None
     for family in model["families"]:
         out += [f"## {family['title']}", ""]
         if family["notes"]:
             out += [family["notes"], ""]
         for e in by_family.get(family["id"], []):
-            out += [f"### `{e['name']}`", "", "```c", e["decl"], "```", ""]
-            form = {"blocking": "blocking", "rsp": "Rsp form, returns at once; the reply comes "
-                    "under `rspid`", "local": "local (no controller)"}[e["form"]]
-            if e.get("rsp_twin"):
-                form += f"; its Rsp form is `{e['rsp_twin']}`"
-            if e.get("blocking_twin"):
-                form += f" of `{e['blocking_twin']}`"
-            facts = [f"Form: {form}.", f"Category: `{e['category']}`.",
-                     f"Success: `{e['success']}`."]
-            if e.get("mode_of"):
-                facts.append(f"`{e['mode_of']['export']}` with mode {e['mode_of']['mode']}.")
-            if e.get("alias_of"):
-                facts.append(f"A second name of `{e['alias_of']}`.")
-            if e.get("why"):
-                facts.append(e["why"])
-            out += [" ".join(facts), ""]
-            shown = [p for p in e["params"] if p["role"] not in ("mac",)]
-            if shown:
-                out += ["| parameter | type | role | bounds |", "|---|---|---|---|"]
-                for p in shown:
-                    out.append(f"| `{p['name']}` | `{p['ctype']}` | {p['role']} | "
-                               f"{bounds_text(p)} |")
-                out.append("")
-            wire = e.get("wire")
-            if wire:
-                sends = [code_text(s) + (f" (mode {s['mode']})" if "mode" in s else "")
-                         + (f" ({s['when']})" if "when" in s else "") for s in wire["sends"]]
-                lines = []
-                if sends:
-                    lines.append("Sends " + "; ".join(sends) + ".")
-                if not wire["awaits_reply"] and e["form"] != "rsp":
-                    lines.append("No reply is awaited.")
-                replies = []
-                for r in wire["replies"]:
-                    text = f"{code_text(r)} as `{r['layout']}`"
-                    if r["outs"]:
-                        text += " into " + ", ".join(f"`{o}`" for o in r["outs"])
-                    if "mode" in r:
-                        text += f" (mode {r['mode']})"
-                    replies.append(text)
-                if replies:
-                    lines.append("Reply: " + "; ".join(replies) + ".")
-                if wire["other_code"] != "check_error_code":
-                    lines.append(f"Another reply code: `{wire['other_code']}`.")
-                out += [" ".join(lines), ""]
-            if e["doc"] and e["doc"] != last_doc:
-                out += [e["doc"], ""]
+            # A doc the header shares among a group of declarations shows once, at its first.
+            out += md_export(e, bool(e["doc"]) and e["doc"] != last_doc)
             last_doc = e["doc"]
     return "\n".join(out).rstrip() + "\n"
 
@@ -967,160 +979,167 @@ def cpp_bounds(p, prefix):
     return init, values
 
 
+def cpp_bool(value):
+    return "true" if value else "false"
+
+
+def table_results_rules_families(model):
+    out = [f"inline constexpr const char* kLibraryVersion = {cstr(model['library']['version'])};",
+           "", "inline constexpr ResultInfo kResults[] = {"]
+    out += [f"    {{{r['code']}, {cstr(r['name'])}, {cstr(r['meaning'])}}}," for r in model["results"]]
+    out += ["};", ""]
+    rules = model["success_rules"]
+    for name, r in rules.items():
+        if r.get("ok_values"):
+            out.append(f"inline constexpr int32_t kRuleOk_{name}[] = "
+                       f"{{{', '.join(str(v) for v in r['ok_values'])}}};")
+    out.append("inline constexpr RuleInfo kRules[] = {")
+    for name, r in rules.items():
+        ok = f"kRuleOk_{name}" if r.get("ok_values") else "nullptr"
+        out.append(f"    {{Rule::k{camel(name)}, {cstr(name)}, {cpp_bool('ok_min' in r)}, "
+                   f"{r.get('ok_min', 0)}, {ok}, {len(r.get('ok_values', []))}, "
+                   f"{cpp_bool(r.get('always_ok'))}, {cpp_bool('empty' in r)}, "
+                   f"{r.get('empty', 0)}, {cstr(r['doc'])}}},")
+    out += ["};", "", "inline constexpr Family kFamilies[] = {"]
+    out += [f"    {{{cstr(f['id'])}, {cstr(f['title'])}, {cstr(f['notes'])}}},"
+            for f in model["families"]]
+    return out + ["};", ""]
+
+
+def table_layout(name, layout):
+    """A layout's fields; each output is named by its place among the layout's outputs, which a
+    reply entry's `outs` renames."""
+    slots = Builder.layout_outputs(layout)
+    out, fields = [], []
+    for f in layout["fields"]:
+        o = slots.index(f["out"]) if "out" in f else -1
+        o2 = slots.index(f["out2"]) if "out2" in f else -1
+        then = "Zero" if f.get("then") == "zero" else "NonNegative"
+        fields.append(f"    {{FieldKind::k{camel(f['kind'])}, {o}, {o2}, "
+                      f"ResultMap::k{camel(f.get('map', 'low'))}, Then::k{then}, "
+                      f"{cpp_bool(f.get('optional'))}, {f.get('count', 1)}, "
+                      f"{f.get('offset', -1)}, {f.get('missing', -10011)}}},")
+    if fields:
+        out += [f"inline constexpr Field kFields_{name}[] = {{", *fields, "};"]
+    out.append(f"inline constexpr Layout kLayout_{name} = {{{cstr(name)}, "
+               f"Tokenizer::k{camel(layout['tokenizer'])}, '{layout.get('delimiter', ';')}', "
+               f"{cpp_bool(layout.get('raw'))}, {layout.get('exact_count', -1)}, "
+               f"{layout.get('count_mismatch', -1)}, {cpp_bool('result' in layout)}, "
+               f"{layout.get('result', 0)}, {'kFields_' + name if fields else 'nullptr'}, "
+               f"{len(fields)}, {cstr(layout['doc'])}}};")
+    return out
+
+
+CODE_SOURCES = {"list": "kList", "library": "kLibrary", "any": "kAny", "unnamed": "kUnnamed"}
+
+
+def table_params(e):
+    """The export's parameters, with the value lists and mode rules they point at."""
+    n = e["name"]
+    index = {p["name"]: i for i, p in enumerate(e["params"])}
+    out, params = [], []
+    for p in e["params"]:
+        prefix = f"kValues_{n}_{p['name']}"
+        bounds, values = cpp_bounds(p, prefix)
+        out += [values] if values else []
+        modes = "nullptr"
+        if p.get("by_mode"):
+            rules = []
+            for mode, m in p["by_mode"].items():
+                mb, mv = cpp_bounds(dict(m, base=p["base"]), f"{prefix}_mode{mode}")
+                out += [mv] if mv else []
+                rules.append(f"{{{mode}, Dir::k{camel(m['dir'])}, {mb}}}")
+            modes = f"kModes_{n}_{p['name']}"
+            out.append(f"inline constexpr ModeRule {modes}[] = {{" + ", ".join(rules) + "};")
+        params.append(
+            f"    {{{cstr(p['name'])}, {cstr(p['ctype'])}, Role::k{camel(p['role'])}, "
+            f"Base::{BASES[p['base']]}, Dir::{ROLE_DIRS.get(p['role'], 'kIn')}, {bounds}, "
+            f"{index.get(p.get('size_param'), -1)}, {index.get(p.get('of'), -1)}, "
+            f"{index.get(p.get('count_param'), -1)}, {index.get(p.get('mode_param'), -1)}, "
+            f"{p.get('default', 0)}, {p.get('fixed_size', 0)}, {cpp_bool(p.get('frame'))}, "
+            f"{modes}, {len(p.get('by_mode', {}))}, "
+            f"{cstr((p.get('callback') or {}).get('kind'))}}},")
+    if params:
+        out += [f"inline constexpr Param kParams_{n}[] = {{", *params, "};"]
+    return out
+
+
+def table_wire(e):
+    """The export's replies (with their output names) and the codes it sends."""
+    n, wire, out = e["name"], e.get("wire"), []
+    if not wire:
+        return out
+    if wire["replies"]:
+        replies = []
+        for i, r in enumerate(wire["replies"]):
+            outs = f"kOuts_{n}_{i}" if r["outs"] else "nullptr"
+            if r["outs"]:
+                out.append(f"inline constexpr const char* {outs}[] = {{"
+                           + ", ".join(cstr(o) for o in r["outs"]) + "};")
+            replies.append(f"    {{CodeSource::{CODE_SOURCES[r['source']]}, {r['value'] or 0}, "
+                           f"{cstr(r['name'])}, &kLayout_{r['layout']}, {outs}, {len(r['outs'])}, "
+                           f"{cpp_bool('mode' not in r)}, {r.get('mode', 0)}}},")
+        out += [f"inline constexpr Reply kReplies_{n}[] = {{", *replies, "};"]
+    if wire["sends"]:
+        out.append(f"inline constexpr Send kSends_{n}[] = {{")
+        out += [f"    {{CodeSource::{CODE_SOURCES[s['source']]}, {s['value'] or 0}, "
+                f"{cstr(s['name'])}, {cpp_bool('mode' not in s)}, {s.get('mode', 0)}, "
+                f"{cstr(s.get('when'))}}}," for s in wire["sends"]]
+        out.append("};")
+    return out
+
+
+def table_thunk(e):
+    """The C call of one export from the slots the dynamic layer filled."""
+    args = ", ".join(ACCESSORS[p["ctype"]].format(i=i) for i, p in enumerate(e["params"]))
+    unused = "(void)s; " if not e["params"] or all(p["ctype"] == "void*" for p in e["params"]) else ""
+    return f"inline int32_t Call_{e['name']}(Slots& s) {{ {unused}return ::{e['name']}({args}); }}"
+
+
+def table_export(e, family_index, doc_names):
+    n, wire = e["name"], e.get("wire")
+    twin = e.get("rsp_twin") or e.get("blocking_twin")
+    call = "nullptr" if e["category"] == "callback" else f"&detail::Call_{n}"
+    forms = {"blocking": "kBlocking", "rsp": "kRsp", "local": "kLocal"}
+    other = "k" + camel(wire["other_code"]) if wire else "kCheckErrorCode"
+    mode_of = e.get("mode_of") or {}
+    return (f"    {{{cstr(n)}, &kFamilies[{family_index[e['family']]}], {cstr(e['decl'])}, "
+            f"{doc_names[e['doc']]}, Form::{forms[e['form']]}, {cstr(twin)}, "
+            f"Category::k{camel(e['category'])}, Rule::k{camel(e['success'])}, "
+            f"{'kParams_' + n if e['params'] else 'nullptr'}, {len(e['params'])}, {call}, "
+            f"{cpp_bool(wire)}, {cpp_bool(wire and wire['awaits_reply'])}, OtherCode::{other}, "
+            f"{'kSends_' + n if wire and wire['sends'] else 'nullptr'}, "
+            f"{len(wire['sends']) if wire else 0}, "
+            f"{'kReplies_' + n if wire and wire['replies'] else 'nullptr'}, "
+            f"{len(wire['replies']) if wire else 0}, {cpp_bool(e.get('local_files'))}, "
+            f"{cpp_bool(e.get('positive_result'))}, {cstr(mode_of.get('export'))}, "
+            f"{mode_of.get('mode', 0)}, {cstr(e.get('why'))}}},")
+
+
 def render_table_hpp(model):
     out = ["// Generated by api/generate.py from the API model (api/zanth-api.json); don't edit.",
            "// The model as constant tables, and one call thunk per export: the data of the",
            "// dynamic layer in zanth_dynamic.hpp. Included by zanth.hpp.", "",
            "#ifndef ZANTH_HPP_INSIDE", '#error "include zanth.hpp, not zanth_table.hpp"', "#endif",
            "", "namespace zanth {", "namespace meta {", ""]
-    out.append(f"inline constexpr const char* kLibraryVersion = {cstr(model['library']['version'])};")
-    out.append("")
-    out.append("inline constexpr ResultInfo kResults[] = {")
-    out += [f"    {{{r['code']}, {cstr(r['name'])}, {cstr(r['meaning'])}}}," for r in model["results"]]
-    out += ["};", ""]
-    rule_names = list(model["success_rules"])
-    for name in rule_names:
-        r = model["success_rules"][name]
-        if r.get("ok_values"):
-            out.append(f"inline constexpr int32_t kRuleOk_{name}[] = "
-                       f"{{{', '.join(str(v) for v in r['ok_values'])}}};")
-    out.append("inline constexpr RuleInfo kRules[] = {")
-    for name in rule_names:
-        r = model["success_rules"][name]
-        ok = f"kRuleOk_{name}" if r.get("ok_values") else "nullptr"
-        out.append(f"    {{Rule::k{camel(name)}, {cstr(name)}, {str('ok_min' in r).lower()}, "
-                   f"{r.get('ok_min', 0)}, {ok}, {len(r.get('ok_values', []))}, "
-                   f"{str(bool(r.get('always_ok'))).lower()}, {str('empty' in r).lower()}, "
-                   f"{r.get('empty', 0)}, {cstr(r['doc'])}}},")
-    out += ["};", ""]
-    family_index = {}
-    out.append("inline constexpr Family kFamilies[] = {")
-    for i, f in enumerate(model["families"]):
-        family_index[f["id"]] = i
-        out.append(f"    {{{cstr(f['id'])}, {cstr(f['title'])}, {cstr(f['notes'])}}},")
-    out += ["};", ""]
+    out += table_results_rules_families(model)
     for name, layout in sorted(model["layouts"].items()):
-        slots = []
-        for f in layout["fields"]:
-            if "out" in f:
-                slots.append(f["out"])
-            if "out2" in f:
-                slots.append(f["out2"])
-        fields = []
-        for f in layout["fields"]:
-            o = slots.index(f["out"]) if "out" in f else -1
-            o2 = slots.index(f["out2"]) if "out2" in f else -1
-            fields.append(f"    {{FieldKind::k{camel(f['kind'])}, {o}, {o2}, "
-                          f"ResultMap::k{camel(f.get('map', 'low'))}, "
-                          f"Then::k{'Zero' if f.get('then') == 'zero' else 'NonNegative'}, "
-                          f"{str(bool(f.get('optional'))).lower()}, {f.get('count', 1)}, "
-                          f"{f.get('offset', -1)}, {f.get('missing', -10011)}}},")
-        if fields:
-            out.append(f"inline constexpr Field kFields_{name}[] = {{")
-            out += fields
-            out.append("};")
-        delim = layout.get("delimiter", ";")
-        out.append(f"inline constexpr Layout kLayout_{name} = {{{cstr(name)}, "
-                   f"Tokenizer::k{camel(layout['tokenizer'])}, '{delim}', "
-                   f"{str(bool(layout.get('raw'))).lower()}, {layout.get('exact_count', -1)}, "
-                   f"{layout.get('count_mismatch', -1)}, {str('result' in layout).lower()}, "
-                   f"{layout.get('result', 0)}, {'kFields_' + name if fields else 'nullptr'}, "
-                   f"{len(fields)}, {cstr(layout['doc'])}}};")
+        out += table_layout(name, layout)
     out.append("")
-    sources = {"list": "kList", "library": "kLibrary", "any": "kAny", "unnamed": "kUnnamed"}
     for e in model["exports"]:
-        n = e["name"]
-        index = {p["name"]: i for i, p in enumerate(e["params"])}
-        params = []
-        for p in e["params"]:
-            prefix = f"kValues_{n}_{p['name']}"
-            bounds, values = cpp_bounds(p, prefix)
-            if values:
-                out.append(values)
-            modes = "nullptr"
-            if p.get("by_mode"):
-                rules = []
-                for mode, m in p["by_mode"].items():
-                    mb, mv = cpp_bounds(dict(m, base=p["base"]), f"{prefix}_mode{mode}")
-                    if mv:
-                        out.append(mv)
-                    rules.append(f"{{{mode}, Dir::k{camel(m['dir'])}, {mb}}}")
-                out.append(f"inline constexpr ModeRule kModes_{n}_{p['name']}[] = {{"
-                           + ", ".join(rules) + "};")
-                modes = f"kModes_{n}_{p['name']}"
-            d = ROLE_DIRS.get(p["role"], "kIn")
-            params.append(
-                f"    {{{cstr(p['name'])}, {cstr(p['ctype'])}, Role::k{camel(p['role'])}, "
-                f"Base::{BASES[p['base']]}, Dir::{d}, {bounds}, "
-                f"{index.get(p.get('size_param'), -1)}, {index.get(p.get('of'), -1)}, "
-                f"{index.get(p.get('count_param'), -1)}, {index.get(p.get('mode_param'), -1)}, "
-                f"{p.get('default', 0)}, {p.get('fixed_size', 0)}, "
-                f"{str(bool(p.get('frame'))).lower()}, {modes}, {len(p.get('by_mode', {}))}, "
-                f"{cstr((p.get('callback') or {}).get('kind'))}}},")
-        if params:
-            out.append(f"inline constexpr Param kParams_{n}[] = {{")
-            out += params
-            out.append("};")
-        wire = e.get("wire")
-        if wire:
-            if wire["replies"]:
-                replies = []
-                for i, r in enumerate(wire["replies"]):
-                    if r["outs"]:
-                        out.append(f"inline constexpr const char* kOuts_{n}_{i}[] = {{"
-                                   + ", ".join(cstr(o) for o in r["outs"]) + "};")
-                    replies.append(
-                        f"    {{CodeSource::{sources[r['source']]}, {r['value'] or 0}, "
-                        f"{cstr(r['name'])}, &kLayout_{r['layout']}, "
-                        f"{f'kOuts_{n}_{i}' if r['outs'] else 'nullptr'}, {len(r['outs'])}, "
-                        f"{str('mode' not in r).lower()}, {r.get('mode', 0)}}},")
-                out.append(f"inline constexpr Reply kReplies_{n}[] = {{")
-                out += replies
-                out.append("};")
-            if wire["sends"]:
-                out.append(f"inline constexpr Send kSends_{n}[] = {{")
-                for s in wire["sends"]:
-                    out.append(f"    {{CodeSource::{sources[s['source']]}, {s['value'] or 0}, "
-                               f"{cstr(s['name'])}, {str('mode' not in s).lower()}, "
-                               f"{s.get('mode', 0)}, {cstr(s.get('when'))}}},")
-                out.append("};")
+        out += table_params(e) + table_wire(e)
     out += ["", "}  // namespace meta", "", "namespace detail {", ""]
-    for e in model["exports"]:
-        if e["category"] == "callback":
-            continue
-        args = ", ".join(ACCESSORS[p["ctype"]].format(i=i) for i, p in enumerate(e["params"]))
-        out.append(f"inline int32_t Call_{e['name']}(Slots& s) {{ "
-                   f"{'(void)s; ' if not e['params'] else ''}return ::{e['name']}({args}); }}")
+    out += [table_thunk(e) for e in model["exports"] if e["category"] != "callback"]
     out += ["", "}  // namespace detail", "", "namespace meta {", ""]
     # A doc comment the header shares among a group of declarations is written once.
-    docs = {}
+    doc_names = {}
     for e in model["exports"]:
-        if e["doc"] not in docs:
-            docs[e["doc"]] = f"kDoc{len(docs)}"
-            out.append(f"inline constexpr const char* {docs[e['doc']]} = {cstr(e['doc'])};")
+        if e["doc"] not in doc_names:
+            doc_names[e["doc"]] = f"kDoc{len(doc_names)}"
+            out.append(f"inline constexpr const char* {doc_names[e['doc']]} = {cstr(e['doc'])};")
+    family_index = {f["id"]: i for i, f in enumerate(model["families"])}
     out += ["", "inline constexpr Export kExports[] = {"]
-    forms = {"blocking": "kBlocking", "rsp": "kRsp", "local": "kLocal"}
-    others = {"check_error_code": "kCheckErrorCode", "no_reply": "kNoReply", "zero": "kZero",
-              "cannot_process": "kCannotProcess"}
-    for e in model["exports"]:
-        n = e["name"]
-        wire = e.get("wire")
-        twin = e.get("rsp_twin") or e.get("blocking_twin")
-        call = "nullptr" if e["category"] == "callback" else f"&detail::Call_{n}"
-        replies = f"kReplies_{n}" if wire and wire["replies"] else "nullptr"
-        sends = f"kSends_{n}" if wire and wire["sends"] else "nullptr"
-        out.append(
-            f"    {{{cstr(n)}, &kFamilies[{family_index[e['family']]}], {cstr(e['decl'])}, "
-            f"{docs[e['doc']]}, Form::{forms[e['form']]}, {cstr(twin)}, "
-            f"Category::k{camel(e['category'])}, Rule::k{camel(e['success'])}, "
-            f"{'kParams_' + n if e['params'] else 'nullptr'}, {len(e['params'])}, {call}, "
-            f"{str(bool(wire)).lower()}, {str(wire['awaits_reply'] if wire else False).lower()}, "
-            f"OtherCode::{others[wire['other_code']] if wire else 'kCheckErrorCode'}, "
-            f"{sends}, {len(wire['sends']) if wire else 0}, {replies}, "
-            f"{len(wire['replies']) if wire else 0}, {str(bool(e.get('local_files'))).lower()}, "
-            f"{str(bool(e.get('positive_result'))).lower()}, "
-            f"{cstr((e.get('mode_of') or {}).get('export'))}, "
-            f"{(e.get('mode_of') or {}).get('mode', 0)}, {cstr(e.get('why'))}}},")
+    out += [table_export(e, family_index, doc_names) for e in model["exports"]]
     out += ["};", "", f"inline constexpr size_t kExportCount = {len(model['exports'])};", "",
             "}  // namespace meta", "}  // namespace zanth", ""]
     return "\n".join(out)
