@@ -521,6 +521,9 @@ class Builder:
             base = base_of(p["ctype"], role)
             entry["role"] = role
             entry["base"] = base
+            entry["dir"] = ("by_mode" if role == "mode_dependent" else
+                            "out" if role.startswith("out_") else
+                            "inout" if role.startswith("inout_") else "in")
             if role == "callback":
                 entry["callback"] = {"shape": p["ctype"], "kind": spec.pop("kind", None),
                                      "padded": spec.pop("padded", False)}
@@ -951,8 +954,8 @@ def camel(name):
     return "".join(part.capitalize() for part in name.split("_"))
 
 
-ROLE_DIRS = {"out_text": "kOut", "out_bytes": "kOut", "out_int32": "kOut", "out_uint32": "kOut",
-             "out_uint64": "kOut", "inout_text": "kInout", "inout_int32": "kInout"}
+# A mode-dependent parameter's direction is in its mode rules; its own is not read.
+DIRS = {"in": "kIn", "out": "kOut", "inout": "kInout", "by_mode": "kIn"}
 BASES = {"int32": "kInt32", "uint32": "kUint32", "uint16": "kUint16", "uint64": "kUint64",
          "char": "kChar", "text": "kText", "bytes": "kBytes", "callback": "kCallback",
          "handle": "kHandle"}
@@ -1053,7 +1056,7 @@ def table_params(e):
             out.append(f"inline constexpr ModeRule {modes}[] = {{" + ", ".join(rules) + "};")
         params.append(
             f"    {{{cstr(p['name'])}, {cstr(p['ctype'])}, Role::k{camel(p['role'])}, "
-            f"Base::{BASES[p['base']]}, Dir::{ROLE_DIRS.get(p['role'], 'kIn')}, {bounds}, "
+            f"Base::{BASES[p['base']]}, Dir::{DIRS[p['dir']]}, {bounds}, "
             f"{index.get(p.get('size_param'), -1)}, {index.get(p.get('of'), -1)}, "
             f"{index.get(p.get('count_param'), -1)}, {index.get(p.get('mode_param'), -1)}, "
             f"{p.get('default', 0)}, {p.get('fixed_size', 0)}, {cpp_bool(p.get('frame'))}, "
