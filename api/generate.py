@@ -1092,11 +1092,36 @@ def table_wire(e):
     return out
 
 
+def table_exports_loaded(model):
+    """The exports as a table of pointers, for a host that loads the library at run time
+    (ZANTH_HPP_LOAD_AT_RUNTIME): each typed from its declaration, filled by zanth::Load."""
+    names = [e["name"] for e in model["exports"]]
+    out = ["#ifdef ZANTH_HPP_LOAD_AT_RUNTIME", "struct LoadedExports {"]
+    out += [f"    decltype(&::{n}) {n} = nullptr;" for n in names]
+    out += ["    bool ready = false;", "};", "",
+            "inline LoadedExports& LoadedTable() {", "    static LoadedExports table;",
+            "    return table;", "}", "",
+            "// The table once zanth::Load has filled it; calling an export before is a host's mistake.",
+            "inline LoadedExports& Loaded() {", "    LoadedExports& t = LoadedTable();",
+            "    if (!t.ready) throw std::logic_error(\"zanth::Load must be called first\");",
+            "    return t;", "}", "",
+            "// Fills every entry through `find` (a name to its address); false, with the first",
+            "// missing name, when the library lacks one.",
+            "template <typename Find>",
+            "inline bool ResolveExports(LoadedExports& t, Find&& find, const char** missing) {"]
+    for n in names:
+        out.append(f"    if (!(t.{n} = reinterpret_cast<decltype(t.{n})>(find(\"{n}\")))) "
+                   f"return *missing = \"{n}\", false;")
+    out += ["    return true;", "}", "#endif", ""]
+    return out
+
+
 def table_thunk(e):
     """The C call of one export from the slots the dynamic layer filled."""
     args = ", ".join(ACCESSORS[p["ctype"]].format(i=i) for i, p in enumerate(e["params"]))
     unused = "(void)s; " if not e["params"] or all(p["ctype"] == "void*" for p in e["params"]) else ""
-    return f"inline int32_t Call_{e['name']}(Slots& s) {{ {unused}return ::{e['name']}({args}); }}"
+    return (f"inline int32_t Call_{e['name']}(Slots& s) {{ {unused}"
+            f"return ZANTH_CALL({e['name']})({args}); }}")
 
 
 def table_export(e, family_index, doc_names):
@@ -1132,6 +1157,7 @@ def render_table_hpp(model):
     for e in model["exports"]:
         out += table_params(e) + table_wire(e)
     out += ["", "}  // namespace meta", "", "namespace detail {", ""]
+    out += table_exports_loaded(model)
     out += [table_thunk(e) for e in model["exports"] if e["category"] != "callback"]
     out += ["", "}  // namespace detail", "", "namespace meta {", ""]
     # A doc comment the header shares among a group of declarations is written once.
@@ -1308,7 +1334,7 @@ class Wrapper:
         returns = f"std::optional<{value_type}>" if poll else value_type
         lines.append(self.signature(returns) + " {")
         lines += [f"    {line}" for line in self.prep]
-        lines.append(f"    const int32_t result = ::{n}({', '.join(self.call)});")
+        lines.append(f"    const int32_t result = ZANTH_CALL({n})({', '.join(self.call)});")
         if e["success"] == "status_rsp":
             lines.append("    return result;  // says nothing: the reply, if any, comes under rspid")
         else:

@@ -96,6 +96,18 @@ inline bool operator!=(const CardRecord& a, const CardRecord& b) { return !(a ==
 
 }  // namespace zanth
 
+// How the layer reaches the exports. By default it calls them by name, and the host links
+// libzanth. The library opens its log and message files in the working directory (or the
+// per-user log folder) the moment it is loaded, so a program that must first choose where those
+// go (a command line, a daemon) defines ZANTH_HPP_LOAD_AT_RUNTIME before including this header,
+// links nothing, and calls zanth::Load once it is ready: the exports are then reached through a
+// table of pointers that Load fills.
+#ifdef ZANTH_HPP_LOAD_AT_RUNTIME
+#define ZANTH_CALL(name) (::zanth::detail::Loaded().name)
+#else
+#define ZANTH_CALL(name) ::name
+#endif
+
 #define ZANTH_HPP_INSIDE
 #include "zanth_dynamic.hpp"
 
@@ -153,6 +165,53 @@ T Narrow(const char* exportName, const char* name, uint64_t value, uint64_t max)
 
 #include "zanth_api.hpp"
 #undef ZANTH_HPP_INSIDE
+
+#ifdef ZANTH_HPP_LOAD_AT_RUNTIME
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
+namespace zanth {
+
+// Loads the library (a path, or a bare name for the system's search) and resolves every export.
+// Call it once, after the working directory and the per-user store are where the library's
+// files belong; a second call does nothing. Throws std::runtime_error naming the library or the
+// missing export.
+inline void Load(const std::string& library) {
+    detail::LoadedExports& t = detail::LoadedTable();
+    if (t.ready) return;
+#ifdef _WIN32
+    HMODULE handle = ::LoadLibraryA(library.c_str());
+    if (handle == nullptr) {
+        throw std::runtime_error("can't load " + library + " (error " +
+                                 std::to_string(::GetLastError()) + ")");
+    }
+    auto find = [handle](const char* name) {
+        return reinterpret_cast<void*>(::GetProcAddress(handle, name));
+    };
+#else
+    void* handle = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        const char* why = ::dlerror();
+        throw std::runtime_error("can't load " + library + ": " + (why ? why : "unknown error"));
+    }
+    auto find = [handle](const char* name) { return ::dlsym(handle, name); };
+#endif
+    const char* missing = nullptr;
+    if (!detail::ResolveExports(t, find, &missing)) {
+        throw std::runtime_error(library + " lacks the export " + missing);
+    }
+    // The library stays loaded for the process's life: its threads may still run at exit.
+    t.ready = true;
+}
+
+// True once Load has succeeded.
+inline bool Loaded() { return detail::LoadedTable().ready; }
+
+}  // namespace zanth
+#endif
 
 namespace zanth {
 
@@ -355,7 +414,7 @@ class Session {
     ~Session() {
         // No host callback starts after this, and those under way end first.
         Clear();
-        ::Shutdown();
+        ZANTH_CALL(Shutdown)();
         active() = false;
     }
 
@@ -434,18 +493,18 @@ class Session {
         if (!o.valid.empty()) lib::SetValidControllers(o.valid);
         // Each kind is registered once per process: the trampoline stays, the handler changes.
         // Registering again would cost the library two seconds and change nothing.
-        Register(detail::kHereIAm, bool(o.onHereIAm), [] { return ::SetHereIAmCallback(&detail::TextTrampoline<detail::kHereIAm>); });
-        Register(detail::kLookup, bool(o.onLookup), [] { return ::SetLookupCallback(&detail::TextTrampoline<detail::kLookup>); });
-        Register(detail::kKeyPad, bool(o.onKeyPad), [] { return ::SetKeyPadDataCallback(&detail::TextTrampoline<detail::kKeyPad>); });
-        Register(detail::kCommandKey, bool(o.onCommandKey), [] { return ::SetCommandKeyDataCallback(&detail::TextTrampoline<detail::kCommandKey>); });
-        Register(detail::kAlarm, bool(o.onAlarm), [] { return ::SetAlarmCallback(&detail::TextTrampoline<detail::kAlarm>); });
-        Register(detail::kEvent, bool(o.onEvent), [] { return ::SetEventCallback(&detail::TextTrampoline<detail::kEvent>); });
-        Register(detail::kPostAccess, bool(o.onPostAccess), [] { return ::SetPostAccessCallback(&detail::TextTrampoline<detail::kPostAccess>); });
-        Register(detail::kSmartCard, bool(o.onSmartCard), [] { return ::SetSmartCardDataCallback(&detail::TextTrampoline<detail::kSmartCard>); });
-        Register(detail::kResponse, bool(o.onResponse), [] { return ::SetResponseCallback(&detail::ResponseTrampoline); });
-        Register(detail::kConnected, bool(o.onConnected), [] { return ::SetConnectedControllersCallback(&detail::TextTrampoline<detail::kConnected>); });
-        Register(detail::kDisconnected, bool(o.onDisconnected), [] { return ::SetDisconnectedControllersCallback(&detail::TextTrampoline<detail::kDisconnected>); });
-        int32_t result = ::Initialization(o.port, nullptr, nullptr);
+        Register(detail::kHereIAm, bool(o.onHereIAm), [] { return ZANTH_CALL(SetHereIAmCallback)(&detail::TextTrampoline<detail::kHereIAm>); });
+        Register(detail::kLookup, bool(o.onLookup), [] { return ZANTH_CALL(SetLookupCallback)(&detail::TextTrampoline<detail::kLookup>); });
+        Register(detail::kKeyPad, bool(o.onKeyPad), [] { return ZANTH_CALL(SetKeyPadDataCallback)(&detail::TextTrampoline<detail::kKeyPad>); });
+        Register(detail::kCommandKey, bool(o.onCommandKey), [] { return ZANTH_CALL(SetCommandKeyDataCallback)(&detail::TextTrampoline<detail::kCommandKey>); });
+        Register(detail::kAlarm, bool(o.onAlarm), [] { return ZANTH_CALL(SetAlarmCallback)(&detail::TextTrampoline<detail::kAlarm>); });
+        Register(detail::kEvent, bool(o.onEvent), [] { return ZANTH_CALL(SetEventCallback)(&detail::TextTrampoline<detail::kEvent>); });
+        Register(detail::kPostAccess, bool(o.onPostAccess), [] { return ZANTH_CALL(SetPostAccessCallback)(&detail::TextTrampoline<detail::kPostAccess>); });
+        Register(detail::kSmartCard, bool(o.onSmartCard), [] { return ZANTH_CALL(SetSmartCardDataCallback)(&detail::TextTrampoline<detail::kSmartCard>); });
+        Register(detail::kResponse, bool(o.onResponse), [] { return ZANTH_CALL(SetResponseCallback)(&detail::ResponseTrampoline); });
+        Register(detail::kConnected, bool(o.onConnected), [] { return ZANTH_CALL(SetConnectedControllersCallback)(&detail::TextTrampoline<detail::kConnected>); });
+        Register(detail::kDisconnected, bool(o.onDisconnected), [] { return ZANTH_CALL(SetDisconnectedControllersCallback)(&detail::TextTrampoline<detail::kDisconnected>); });
+        int32_t result = ZANTH_CALL(Initialization)(o.port, nullptr, nullptr);
         if (result != 0) throw Error("Initialization", result);
     }
 

@@ -27,35 +27,35 @@ namespace lib {
 
 // int32_t Initialization(int32_t port, void* parentWindow, void* instance);
 inline int32_t Initialization(int32_t port) {
-    const int32_t result = ::Initialization(port, nullptr, nullptr);
+    const int32_t result = ZANTH_CALL(Initialization)(port, nullptr, nullptr);
     detail::CheckResult("Initialization", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t Shutdown(void);
 inline int32_t Shutdown() {
-    const int32_t result = ::Shutdown();
+    const int32_t result = ZANTH_CALL(Shutdown)();
     detail::CheckResult("Shutdown", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t Terminate(const char* mac);
 inline int32_t Terminate(const std::string& mac) {
-    const int32_t result = ::Terminate(mac.c_str());
+    const int32_t result = ZANTH_CALL(Terminate)(mac.c_str());
     detail::CheckResult("Terminate", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetValidControllers(const char* list);
 inline int32_t SetValidControllers(const std::string& list) {
-    const int32_t result = ::SetValidControllers(list.c_str());
+    const int32_t result = ZANTH_CALL(SetValidControllers)(list.c_str());
     detail::CheckResult("SetValidControllers", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetValidGateways(const char* list);
 inline int32_t SetValidGateways(const std::string& list) {
-    const int32_t result = ::SetValidGateways(list.c_str());
+    const int32_t result = ZANTH_CALL(SetValidGateways)(list.c_str());
     detail::CheckResult("SetValidGateways", meta::Rule::kZero, result);
     return result;
 }
@@ -63,7 +63,7 @@ inline int32_t SetValidGateways(const std::string& list) {
 // int32_t GetValidControllers(char* buffer, int32_t size);
 inline std::string GetValidControllers() {
     detail::OutText o_buffer(65536);
-    const int32_t result = ::GetValidControllers(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetValidControllers)(o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetValidControllers", meta::Rule::kZero, result);
     return o_buffer.str();
 }
@@ -71,7 +71,7 @@ inline std::string GetValidControllers() {
 // int32_t GetValidGateways(char* buffer, int32_t size);
 inline std::string GetValidGateways() {
     detail::OutText o_buffer(65536);
-    const int32_t result = ::GetValidGateways(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetValidGateways)(o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetValidGateways", meta::Rule::kZero, result);
     return o_buffer.str();
 }
@@ -79,7 +79,7 @@ inline std::string GetValidGateways() {
 // int32_t GetDLLVersion(char* buffer, int32_t size);
 inline std::string GetDLLVersion() {
     detail::OutText o_buffer(64);
-    const int32_t result = ::GetDLLVersion(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetDLLVersion)(o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetDLLVersion", meta::Rule::kZero, result);
     return o_buffer.str();
 }
@@ -87,7 +87,7 @@ inline std::string GetDLLVersion() {
 // int32_t DebugLevel(int32_t mode, int32_t* level);
 inline int32_t DebugLevel(int32_t mode, int32_t level = 0) {
     int32_t v_level = level;
-    const int32_t result = ::DebugLevel(mode, &v_level);
+    const int32_t result = ZANTH_CALL(DebugLevel)(mode, &v_level);
     detail::CheckResult("DebugLevel", meta::Rule::kZero, result);
     return v_level;
 }
@@ -95,7 +95,7 @@ inline int32_t DebugLevel(int32_t mode, int32_t level = 0) {
 // int32_t RecvWaitTime(int32_t mode, int32_t* value);
 inline int32_t RecvWaitTime(int32_t mode, int32_t value = 0) {
     int32_t v_value = value;
-    const int32_t result = ::RecvWaitTime(mode, &v_value);
+    const int32_t result = ZANTH_CALL(RecvWaitTime)(mode, &v_value);
     detail::CheckResult("RecvWaitTime", meta::Rule::kZero, result);
     return v_value;
 }
@@ -103,7 +103,7 @@ inline int32_t RecvWaitTime(int32_t mode, int32_t value = 0) {
 // int32_t ControllerInfo(const char* mac, char* buffer, int32_t size);
 inline std::string ControllerInfo(const std::string& mac) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::ControllerInfo(mac.c_str(), o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(ControllerInfo)(mac.c_str(), o_buffer.data(), o_buffer.size());
     detail::CheckResult("ControllerInfo", meta::Rule::kController, result);
     return o_buffer.str();
 }
@@ -111,49 +111,49 @@ inline std::string ControllerInfo(const std::string& mac) {
 // int32_t GatewayInfo(const char* mac, char* buffer, int32_t size);
 inline std::string GatewayInfo(const std::string& mac) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::GatewayInfo(mac.c_str(), o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GatewayInfo)(mac.c_str(), o_buffer.data(), o_buffer.size());
     detail::CheckResult("GatewayInfo", meta::Rule::kController, result);
     return o_buffer.str();
 }
 
 // int32_t RspControllerInfo(uint32_t rspid, const char* mac);
 inline int32_t RspControllerInfo(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspControllerInfo(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspControllerInfo)(rspid, mac.c_str());
     detail::CheckResult("RspControllerInfo", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGatewayInfo(uint32_t rspid, const char* mac);
 inline int32_t RspGatewayInfo(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGatewayInfo(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGatewayInfo)(rspid, mac.c_str());
     detail::CheckResult("RspGatewayInfo", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ContactController(const char* iphostname, int32_t port);
 inline int32_t ContactController(const std::string& iphostname, int32_t port) {
-    const int32_t result = ::ContactController(iphostname.c_str(), port);
+    const int32_t result = ZANTH_CALL(ContactController)(iphostname.c_str(), port);
     detail::CheckResult("ContactController", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ContactGateway(const char* iphostname, int32_t port);
 inline int32_t ContactGateway(const std::string& iphostname, int32_t port) {
-    const int32_t result = ::ContactGateway(iphostname.c_str(), port);
+    const int32_t result = ZANTH_CALL(ContactGateway)(iphostname.c_str(), port);
     detail::CheckResult("ContactGateway", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspContactController(uint32_t rspid, const char* iphostname, int32_t port);
 inline int32_t RspContactController(uint32_t rspid, const std::string& iphostname, int32_t port) {
-    const int32_t result = ::RspContactController(rspid, iphostname.c_str(), port);
+    const int32_t result = ZANTH_CALL(RspContactController)(rspid, iphostname.c_str(), port);
     detail::CheckResult("RspContactController", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspContactGateway(uint32_t rspid, const char* iphostname, int32_t port);
 inline int32_t RspContactGateway(uint32_t rspid, const std::string& iphostname, int32_t port) {
-    const int32_t result = ::RspContactGateway(rspid, iphostname.c_str(), port);
+    const int32_t result = ZANTH_CALL(RspContactGateway)(rspid, iphostname.c_str(), port);
     detail::CheckResult("RspContactGateway", meta::Rule::kZero, result);
     return result;
 }
@@ -163,7 +163,7 @@ inline int32_t RspContactGateway(uint32_t rspid, const std::string& iphostname, 
 // int32_t GetConnectedControllers(char* buffer, int32_t size);
 inline std::string GetConnectedControllers() {
     detail::OutText o_buffer(65536);
-    const int32_t result = ::GetConnectedControllers(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetConnectedControllers)(o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetConnectedControllers", meta::Rule::kZero, result);
     return o_buffer.str();
 }
@@ -171,7 +171,7 @@ inline std::string GetConnectedControllers() {
 // int32_t GetConnectedGateways(char* buffer, int32_t size);
 inline std::string GetConnectedGateways() {
     detail::OutText o_buffer(65536);
-    const int32_t result = ::GetConnectedGateways(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetConnectedGateways)(o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetConnectedGateways", meta::Rule::kZero, result);
     return o_buffer.str();
 }
@@ -179,7 +179,7 @@ inline std::string GetConnectedGateways() {
 // int32_t GetEncryptionDLLVersion(char* buffer, int32_t size);
 inline std::string GetEncryptionDLLVersion() {
     detail::OutText o_buffer(256);
-    const int32_t result = ::GetEncryptionDLLVersion(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetEncryptionDLLVersion)(o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetEncryptionDLLVersion", meta::Rule::kZero, result);
     return o_buffer.str();
 }
@@ -187,14 +187,14 @@ inline std::string GetEncryptionDLLVersion() {
 // int32_t GetLogFilePath(char* path);
 inline std::string GetLogFilePath() {
     detail::OutText o_path(256);
-    const int32_t result = ::GetLogFilePath(o_path.data());
+    const int32_t result = ZANTH_CALL(GetLogFilePath)(o_path.data());
     detail::CheckResult("GetLogFilePath", meta::Rule::kZero, result);
     return o_path.str();
 }
 
 // int32_t SetLogFilePath(const char* path);
 inline int32_t SetLogFilePath(const std::string& path) {
-    const int32_t result = ::SetLogFilePath(path.c_str());
+    const int32_t result = ZANTH_CALL(SetLogFilePath)(path.c_str());
     detail::CheckResult("SetLogFilePath", meta::Rule::kZero, result);
     return result;
 }
@@ -202,7 +202,7 @@ inline int32_t SetLogFilePath(const std::string& path) {
 // int32_t LogFilePath(int32_t mode, char* path);
 inline std::string LogFilePath(int32_t mode, const std::string& path = {}) {
     detail::OutText o_path(path, 256);
-    const int32_t result = ::LogFilePath(mode, o_path.data());
+    const int32_t result = ZANTH_CALL(LogFilePath)(mode, o_path.data());
     detail::CheckResult("LogFilePath", meta::Rule::kZero, result);
     return o_path.str();
 }
@@ -211,21 +211,21 @@ inline std::string LogFilePath(int32_t mode, const std::string& path = {}) {
 
 // int32_t ResetDLL(void);
 inline int32_t ResetDLL() {
-    const int32_t result = ::ResetDLL();
+    const int32_t result = ZANTH_CALL(ResetDLL)();
     detail::CheckResult("ResetDLL", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ResetThread(const char* mac);
 inline int32_t ResetThread(const std::string& mac) {
-    const int32_t result = ::ResetThread(mac.c_str());
+    const int32_t result = ZANTH_CALL(ResetThread)(mac.c_str());
     detail::CheckResult("ResetThread", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspResetThread(uint32_t rspid, const char* mac);
 inline int32_t RspResetThread(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspResetThread(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspResetThread)(rspid, mac.c_str());
     detail::CheckResult("RspResetThread", meta::Rule::kZero, result);
     return result;
 }
@@ -233,7 +233,7 @@ inline int32_t RspResetThread(uint32_t rspid, const std::string& mac) {
 // int32_t ResetDLLTime(int32_t mode, int32_t* value);
 inline int32_t ResetDLLTime(int32_t mode, int32_t value = 0) {
     int32_t v_value = value;
-    const int32_t result = ::ResetDLLTime(mode, &v_value);
+    const int32_t result = ZANTH_CALL(ResetDLLTime)(mode, &v_value);
     detail::CheckResult("ResetDLLTime", meta::Rule::kZero, result);
     return v_value;
 }
@@ -242,77 +242,77 @@ inline int32_t ResetDLLTime(int32_t mode, int32_t value = 0) {
 
 // int32_t SetHereIAmCallback(ZanthTextCallback callback);
 inline int32_t SetHereIAmCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetHereIAmCallback(callback);
+    const int32_t result = ZANTH_CALL(SetHereIAmCallback)(callback);
     detail::CheckResult("SetHereIAmCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetLookupCallback(ZanthTextCallback callback);
 inline int32_t SetLookupCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetLookupCallback(callback);
+    const int32_t result = ZANTH_CALL(SetLookupCallback)(callback);
     detail::CheckResult("SetLookupCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetKeyPadDataCallback(ZanthTextCallback callback);
 inline int32_t SetKeyPadDataCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetKeyPadDataCallback(callback);
+    const int32_t result = ZANTH_CALL(SetKeyPadDataCallback)(callback);
     detail::CheckResult("SetKeyPadDataCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetCommandKeyDataCallback(ZanthTextCallback callback);
 inline int32_t SetCommandKeyDataCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetCommandKeyDataCallback(callback);
+    const int32_t result = ZANTH_CALL(SetCommandKeyDataCallback)(callback);
     detail::CheckResult("SetCommandKeyDataCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetAlarmCallback(ZanthTextCallback callback);
 inline int32_t SetAlarmCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetAlarmCallback(callback);
+    const int32_t result = ZANTH_CALL(SetAlarmCallback)(callback);
     detail::CheckResult("SetAlarmCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetEventCallback(ZanthTextCallback callback);
 inline int32_t SetEventCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetEventCallback(callback);
+    const int32_t result = ZANTH_CALL(SetEventCallback)(callback);
     detail::CheckResult("SetEventCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetPostAccessCallback(ZanthTextCallback callback);
 inline int32_t SetPostAccessCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetPostAccessCallback(callback);
+    const int32_t result = ZANTH_CALL(SetPostAccessCallback)(callback);
     detail::CheckResult("SetPostAccessCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetSmartCardDataCallback(ZanthTextCallback callback);
 inline int32_t SetSmartCardDataCallback(ZanthTextCallback callback) {
-    const int32_t result = ::SetSmartCardDataCallback(callback);
+    const int32_t result = ZANTH_CALL(SetSmartCardDataCallback)(callback);
     detail::CheckResult("SetSmartCardDataCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetResponseCallback(ZanthResponseCallback callback);
 inline int32_t SetResponseCallback(ZanthResponseCallback callback) {
-    const int32_t result = ::SetResponseCallback(callback);
+    const int32_t result = ZANTH_CALL(SetResponseCallback)(callback);
     detail::CheckResult("SetResponseCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetConnectedControllersCallback(ZanthConnectionCallback callback);
 inline int32_t SetConnectedControllersCallback(ZanthConnectionCallback callback) {
-    const int32_t result = ::SetConnectedControllersCallback(callback);
+    const int32_t result = ZANTH_CALL(SetConnectedControllersCallback)(callback);
     detail::CheckResult("SetConnectedControllersCallback", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callback);
 inline int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callback) {
-    const int32_t result = ::SetDisconnectedControllersCallback(callback);
+    const int32_t result = ZANTH_CALL(SetDisconnectedControllersCallback)(callback);
     detail::CheckResult("SetDisconnectedControllersCallback", meta::Rule::kZero, result);
     return result;
 }
@@ -320,7 +320,7 @@ inline int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callba
 // int32_t GetNextHereIAm(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextHereIAm() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextHereIAm(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextHereIAm)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextHereIAm", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -328,7 +328,7 @@ inline std::optional<std::string> GetNextHereIAm() {
 // int32_t GetNextLookup(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextLookup() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextLookup(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextLookup)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextLookup", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -336,7 +336,7 @@ inline std::optional<std::string> GetNextLookup() {
 // int32_t GetNextPin(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextPin() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextPin(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextPin)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextPin", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -344,7 +344,7 @@ inline std::optional<std::string> GetNextPin() {
 // int32_t GetNextPostAccess(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextPostAccess() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextPostAccess(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextPostAccess)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextPostAccess", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -352,7 +352,7 @@ inline std::optional<std::string> GetNextPostAccess() {
 // int32_t GetNextKeyPadData(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextKeyPadData() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextKeyPadData(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextKeyPadData)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextKeyPadData", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -360,7 +360,7 @@ inline std::optional<std::string> GetNextKeyPadData() {
 // int32_t GetNextCommandKeyData(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextCommandKeyData() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextCommandKeyData(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextCommandKeyData)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextCommandKeyData", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -368,7 +368,7 @@ inline std::optional<std::string> GetNextCommandKeyData() {
 // int32_t GetNextSmartCardData(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextSmartCardData() {
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextSmartCardData(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextSmartCardData)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextSmartCardData", meta::Rule::kPoll, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -382,7 +382,7 @@ struct GetNextResponseResult {
 inline std::optional<GetNextResponseResult> GetNextResponse() {
     int32_t v_rspid = 0;
     detail::OutText o_buffer(4117);
-    const int32_t result = ::GetNextResponse(&v_rspid, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextResponse)(&v_rspid, o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextResponse", meta::Rule::kPoll, result)) return std::nullopt;
     GetNextResponseResult out;
     out.result = result;
@@ -394,7 +394,7 @@ inline std::optional<GetNextResponseResult> GetNextResponse() {
 // int32_t GetNumberHereIAm(int32_t* count);
 inline int32_t GetNumberHereIAm() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberHereIAm(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberHereIAm)(&v_count);
     detail::CheckResult("GetNumberHereIAm", meta::Rule::kZero, result);
     return v_count;
 }
@@ -402,7 +402,7 @@ inline int32_t GetNumberHereIAm() {
 // int32_t GetNumberLookups(int32_t* count);
 inline int32_t GetNumberLookups() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberLookups(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberLookups)(&v_count);
     detail::CheckResult("GetNumberLookups", meta::Rule::kZero, result);
     return v_count;
 }
@@ -410,7 +410,7 @@ inline int32_t GetNumberLookups() {
 // int32_t GetNumberPin(int32_t* count);
 inline int32_t GetNumberPin() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberPin(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberPin)(&v_count);
     detail::CheckResult("GetNumberPin", meta::Rule::kZero, result);
     return v_count;
 }
@@ -418,7 +418,7 @@ inline int32_t GetNumberPin() {
 // int32_t GetNumberPostAccess(int32_t* count);
 inline int32_t GetNumberPostAccess() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberPostAccess(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberPostAccess)(&v_count);
     detail::CheckResult("GetNumberPostAccess", meta::Rule::kZero, result);
     return v_count;
 }
@@ -426,7 +426,7 @@ inline int32_t GetNumberPostAccess() {
 // int32_t GetNumberKeyPadData(int32_t* count);
 inline int32_t GetNumberKeyPadData() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberKeyPadData(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberKeyPadData)(&v_count);
     detail::CheckResult("GetNumberKeyPadData", meta::Rule::kZero, result);
     return v_count;
 }
@@ -434,7 +434,7 @@ inline int32_t GetNumberKeyPadData() {
 // int32_t GetNumberCommandKeyData(int32_t* count);
 inline int32_t GetNumberCommandKeyData() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberCommandKeyData(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberCommandKeyData)(&v_count);
     detail::CheckResult("GetNumberCommandKeyData", meta::Rule::kZero, result);
     return v_count;
 }
@@ -442,7 +442,7 @@ inline int32_t GetNumberCommandKeyData() {
 // int32_t GetNumberSmartCardData(int32_t* count);
 inline int32_t GetNumberSmartCardData() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberSmartCardData(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberSmartCardData)(&v_count);
     detail::CheckResult("GetNumberSmartCardData", meta::Rule::kZero, result);
     return v_count;
 }
@@ -450,7 +450,7 @@ inline int32_t GetNumberSmartCardData() {
 // int32_t GetNumberResponse(int32_t* count);
 inline int32_t GetNumberResponse() {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberResponse(&v_count);
+    const int32_t result = ZANTH_CALL(GetNumberResponse)(&v_count);
     detail::CheckResult("GetNumberResponse", meta::Rule::kZero, result);
     return v_count;
 }
@@ -460,7 +460,7 @@ inline int32_t GetNumberResponse() {
 // int32_t GetNextEvent(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextEvent() {
     detail::OutText o_buffer(144);
-    const int32_t result = ::GetNextEvent(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextEvent)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextEvent", meta::Rule::kPollFile, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -468,7 +468,7 @@ inline std::optional<std::string> GetNextEvent() {
 // int32_t GetNextAlarm(char* buffer, int32_t size);
 inline std::optional<std::string> GetNextAlarm() {
     detail::OutText o_buffer(144);
-    const int32_t result = ::GetNextAlarm(o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetNextAlarm)(o_buffer.data(), o_buffer.size());
     if (detail::CheckResult("GetNextAlarm", meta::Rule::kPollFile, result)) return std::nullopt;
     return o_buffer.str();
 }
@@ -476,7 +476,7 @@ inline std::optional<std::string> GetNextAlarm() {
 // int32_t NumberUnreadEvents(uint64_t* count);
 inline uint64_t NumberUnreadEvents() {
     uint64_t v_count = 0;
-    const int32_t result = ::NumberUnreadEvents(&v_count);
+    const int32_t result = ZANTH_CALL(NumberUnreadEvents)(&v_count);
     detail::CheckResult("NumberUnreadEvents", meta::Rule::kZero, result);
     return v_count;
 }
@@ -484,7 +484,7 @@ inline uint64_t NumberUnreadEvents() {
 // int32_t NumberUnreadAlarms(uint64_t* count);
 inline uint64_t NumberUnreadAlarms() {
     uint64_t v_count = 0;
-    const int32_t result = ::NumberUnreadAlarms(&v_count);
+    const int32_t result = ZANTH_CALL(NumberUnreadAlarms)(&v_count);
     detail::CheckResult("NumberUnreadAlarms", meta::Rule::kZero, result);
     return v_count;
 }
@@ -492,7 +492,7 @@ inline uint64_t NumberUnreadAlarms() {
 // int32_t EventLogSize(int32_t mode, uint64_t* value);
 inline uint64_t EventLogSize(int32_t mode, uint64_t value = 0) {
     uint64_t v_value = value;
-    const int32_t result = ::EventLogSize(mode, &v_value);
+    const int32_t result = ZANTH_CALL(EventLogSize)(mode, &v_value);
     detail::CheckResult("EventLogSize", meta::Rule::kZero, result);
     return v_value;
 }
@@ -500,7 +500,7 @@ inline uint64_t EventLogSize(int32_t mode, uint64_t value = 0) {
 // int32_t AlarmLogSize(int32_t mode, uint64_t* value);
 inline uint64_t AlarmLogSize(int32_t mode, uint64_t value = 0) {
     uint64_t v_value = value;
-    const int32_t result = ::AlarmLogSize(mode, &v_value);
+    const int32_t result = ZANTH_CALL(AlarmLogSize)(mode, &v_value);
     detail::CheckResult("AlarmLogSize", meta::Rule::kZero, result);
     return v_value;
 }
@@ -515,7 +515,7 @@ inline int32_t AddModCardRecord(const std::string& mac, const CardRecord& record
     detail::Writable w_startTime(record.startTime, 0);
     detail::Writable w_endDate(record.endDate, 0);
     detail::Writable w_endTime(record.endTime, 0);
-    const int32_t result = ::AddModCardRecord(mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup);
+    const int32_t result = ZANTH_CALL(AddModCardRecord)(mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup);
     detail::CheckResult("AddModCardRecord", meta::Rule::kController, result);
     return result;
 }
@@ -528,7 +528,7 @@ inline int32_t RspAddModCardRecord(uint32_t rspid, const std::string& mac, const
     detail::Writable w_startTime(record.startTime, 0);
     detail::Writable w_endDate(record.endDate, 0);
     detail::Writable w_endTime(record.endTime, 0);
-    const int32_t result = ::RspAddModCardRecord(rspid, mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup);
+    const int32_t result = ZANTH_CALL(RspAddModCardRecord)(rspid, mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup);
     detail::CheckResult("RspAddModCardRecord", meta::Rule::kZero, result);
     return result;
 }
@@ -541,7 +541,7 @@ inline int32_t AddModCardRecord2(const std::string& mac, const CardRecord& recor
     detail::Writable w_startTime(record.startTime, 0);
     detail::Writable w_endDate(record.endDate, 0);
     detail::Writable w_endTime(record.endTime, 0);
-    const int32_t result = ::AddModCardRecord2(mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt);
+    const int32_t result = ZANTH_CALL(AddModCardRecord2)(mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt);
     detail::CheckResult("AddModCardRecord2", meta::Rule::kController, result);
     return result;
 }
@@ -554,7 +554,7 @@ inline int32_t RspAddModCardRecord2(uint32_t rspid, const std::string& mac, cons
     detail::Writable w_startTime(record.startTime, 0);
     detail::Writable w_endDate(record.endDate, 0);
     detail::Writable w_endTime(record.endTime, 0);
-    const int32_t result = ::RspAddModCardRecord2(rspid, mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt);
+    const int32_t result = ZANTH_CALL(RspAddModCardRecord2)(rspid, mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt);
     detail::CheckResult("RspAddModCardRecord2", meta::Rule::kZero, result);
     return result;
 }
@@ -567,7 +567,7 @@ inline int32_t AddModCardRecord3(const std::string& mac, const CardRecord& recor
     detail::Writable w_startTime(record.startTime, 0);
     detail::Writable w_endDate(record.endDate, 0);
     detail::Writable w_endTime(record.endTime, 0);
-    const int32_t result = ::AddModCardRecord3(mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt, detail::Narrow<uint16_t>("AddModCardRecord3", "cardRole", record.cardRole, 65535));
+    const int32_t result = ZANTH_CALL(AddModCardRecord3)(mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt, detail::Narrow<uint16_t>("AddModCardRecord3", "cardRole", record.cardRole, 65535));
     detail::CheckResult("AddModCardRecord3", meta::Rule::kController, result);
     return result;
 }
@@ -580,7 +580,7 @@ inline int32_t RspAddModCardRecord3(uint32_t rspid, const std::string& mac, cons
     detail::Writable w_startTime(record.startTime, 0);
     detail::Writable w_endDate(record.endDate, 0);
     detail::Writable w_endTime(record.endTime, 0);
-    const int32_t result = ::RspAddModCardRecord3(rspid, mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt, detail::Narrow<uint16_t>("RspAddModCardRecord3", "cardRole", record.cardRole, 65535));
+    const int32_t result = ZANTH_CALL(RspAddModCardRecord3)(rspid, mac.c_str(), record.cardSetId, record.noFormat, w_cardNumber.data(), w_pin.data(), record.accessType, record.uniqueId, record.accessGroup1, record.accessGroup2, record.accessGroup3, record.accessGroup4, record.accessGroup5, record.accessGroup6, record.accessGroup7, record.accessGroup8, record.extendedAccess, record.passbackExempt, record.pinCommands, w_startDate.data(), w_startTime.data(), w_endDate.data(), w_endTime.data(), record.escortId, record.inScheduleElevatorGroup, record.outScheduleElevatorGroup, record.pinExempt, detail::Narrow<uint16_t>("RspAddModCardRecord3", "cardRole", record.cardRole, 65535));
     detail::CheckResult("RspAddModCardRecord3", meta::Rule::kZero, result);
     return result;
 }
@@ -612,7 +612,7 @@ inline CardRecord GetCardRecord(const std::string& mac, int32_t cardSetId, int32
     int32_t v_inScheduleElevatorGroup = 0;
     int32_t v_outScheduleElevatorGroup = 0;
     int32_t v_field7Value = 0;
-    const int32_t result = ::GetCardRecord(mac.c_str(), &v_cardSetId, &v_noFormat, o_cardNumber.data(), o_cardNumber.size(), o_pin.data(), o_pin.size(), &v_accessType, &v_uniqueId, &v_accessGroup1, &v_accessGroup2, &v_accessGroup3, &v_accessGroup4, &v_accessGroup5, &v_accessGroup6, &v_accessGroup7, &v_accessGroup8, &v_extendedAccess, &v_passbackExempt, &v_pinCommands, o_startDate.data(), o_startDate.size(), o_startTime.data(), o_startTime.size(), o_endDate.data(), o_endDate.size(), o_endTime.data(), o_endTime.size(), &v_escortId, &v_inScheduleElevatorGroup, &v_outScheduleElevatorGroup, &v_field7Value);
+    const int32_t result = ZANTH_CALL(GetCardRecord)(mac.c_str(), &v_cardSetId, &v_noFormat, o_cardNumber.data(), o_cardNumber.size(), o_pin.data(), o_pin.size(), &v_accessType, &v_uniqueId, &v_accessGroup1, &v_accessGroup2, &v_accessGroup3, &v_accessGroup4, &v_accessGroup5, &v_accessGroup6, &v_accessGroup7, &v_accessGroup8, &v_extendedAccess, &v_passbackExempt, &v_pinCommands, o_startDate.data(), o_startDate.size(), o_startTime.data(), o_startTime.size(), o_endDate.data(), o_endDate.size(), o_endTime.data(), o_endTime.size(), &v_escortId, &v_inScheduleElevatorGroup, &v_outScheduleElevatorGroup, &v_field7Value);
     detail::CheckResult("GetCardRecord", meta::Rule::kController, result);
     CardRecord record;
     record.cardSetId = v_cardSetId;
@@ -647,7 +647,7 @@ inline CardRecord GetCardRecord(const std::string& mac, int32_t cardSetId, int32
 inline int32_t RspGetCardRecord(uint32_t rspid, const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::RspGetCardRecord(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(RspGetCardRecord)(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("RspGetCardRecord", meta::Rule::kZero, result);
     return result;
 }
@@ -680,7 +680,7 @@ inline CardRecord GetCardRecord2(const std::string& mac, int32_t cardSetId, int3
     int32_t v_outScheduleElevatorGroup = 0;
     int32_t v_field7Value = 0;
     int32_t v_pinExempt = 0;
-    const int32_t result = ::GetCardRecord2(mac.c_str(), &v_cardSetId, &v_noFormat, o_cardNumber.data(), o_cardNumber.size(), o_pin.data(), o_pin.size(), &v_accessType, &v_uniqueId, &v_accessGroup1, &v_accessGroup2, &v_accessGroup3, &v_accessGroup4, &v_accessGroup5, &v_accessGroup6, &v_accessGroup7, &v_accessGroup8, &v_extendedAccess, &v_passbackExempt, &v_pinCommands, o_startDate.data(), o_startDate.size(), o_startTime.data(), o_startTime.size(), o_endDate.data(), o_endDate.size(), o_endTime.data(), o_endTime.size(), &v_escortId, &v_inScheduleElevatorGroup, &v_outScheduleElevatorGroup, &v_field7Value, &v_pinExempt);
+    const int32_t result = ZANTH_CALL(GetCardRecord2)(mac.c_str(), &v_cardSetId, &v_noFormat, o_cardNumber.data(), o_cardNumber.size(), o_pin.data(), o_pin.size(), &v_accessType, &v_uniqueId, &v_accessGroup1, &v_accessGroup2, &v_accessGroup3, &v_accessGroup4, &v_accessGroup5, &v_accessGroup6, &v_accessGroup7, &v_accessGroup8, &v_extendedAccess, &v_passbackExempt, &v_pinCommands, o_startDate.data(), o_startDate.size(), o_startTime.data(), o_startTime.size(), o_endDate.data(), o_endDate.size(), o_endTime.data(), o_endTime.size(), &v_escortId, &v_inScheduleElevatorGroup, &v_outScheduleElevatorGroup, &v_field7Value, &v_pinExempt);
     detail::CheckResult("GetCardRecord2", meta::Rule::kController, result);
     CardRecord record;
     record.cardSetId = v_cardSetId;
@@ -716,7 +716,7 @@ inline CardRecord GetCardRecord2(const std::string& mac, int32_t cardSetId, int3
 inline int32_t RspGetCardRecord2(uint32_t rspid, const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::RspGetCardRecord2(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(RspGetCardRecord2)(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("RspGetCardRecord2", meta::Rule::kZero, result);
     return result;
 }
@@ -750,7 +750,7 @@ inline CardRecord GetCardRecord4(const std::string& mac, int32_t cardSetId, int3
     int32_t v_field7Value = 0;
     int32_t v_pinExempt = 0;
     uint32_t v_role = 0;
-    const int32_t result = ::GetCardRecord4(mac.c_str(), &v_cardSetId, &v_noFormat, o_cardNumber.data(), o_cardNumber.size(), o_pin.data(), o_pin.size(), &v_accessType, &v_uniqueId, &v_accessGroup1, &v_accessGroup2, &v_accessGroup3, &v_accessGroup4, &v_accessGroup5, &v_accessGroup6, &v_accessGroup7, &v_accessGroup8, &v_extendedAccess, &v_passbackExempt, &v_pinCommands, o_startDate.data(), o_startDate.size(), o_startTime.data(), o_startTime.size(), o_endDate.data(), o_endDate.size(), o_endTime.data(), o_endTime.size(), &v_escortId, &v_inScheduleElevatorGroup, &v_outScheduleElevatorGroup, &v_field7Value, &v_pinExempt, &v_role);
+    const int32_t result = ZANTH_CALL(GetCardRecord4)(mac.c_str(), &v_cardSetId, &v_noFormat, o_cardNumber.data(), o_cardNumber.size(), o_pin.data(), o_pin.size(), &v_accessType, &v_uniqueId, &v_accessGroup1, &v_accessGroup2, &v_accessGroup3, &v_accessGroup4, &v_accessGroup5, &v_accessGroup6, &v_accessGroup7, &v_accessGroup8, &v_extendedAccess, &v_passbackExempt, &v_pinCommands, o_startDate.data(), o_startDate.size(), o_startTime.data(), o_startTime.size(), o_endDate.data(), o_endDate.size(), o_endTime.data(), o_endTime.size(), &v_escortId, &v_inScheduleElevatorGroup, &v_outScheduleElevatorGroup, &v_field7Value, &v_pinExempt, &v_role);
     detail::CheckResult("GetCardRecord4", meta::Rule::kController, result);
     CardRecord record;
     record.cardSetId = v_cardSetId;
@@ -787,7 +787,7 @@ inline CardRecord GetCardRecord4(const std::string& mac, int32_t cardSetId, int3
 inline int32_t RspGetCardRecord4(uint32_t rspid, const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::RspGetCardRecord4(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(RspGetCardRecord4)(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("RspGetCardRecord4", meta::Rule::kZero, result);
     return result;
 }
@@ -796,7 +796,7 @@ inline int32_t RspGetCardRecord4(uint32_t rspid, const std::string& mac, int32_t
 inline int32_t DeleteCardRecord(const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::DeleteCardRecord(mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(DeleteCardRecord)(mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("DeleteCardRecord", meta::Rule::kController, result);
     return result;
 }
@@ -805,21 +805,21 @@ inline int32_t DeleteCardRecord(const std::string& mac, int32_t cardSetId, int32
 inline int32_t RspDeleteCardRecord(uint32_t rspid, const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::RspDeleteCardRecord(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(RspDeleteCardRecord)(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("RspDeleteCardRecord", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t DeleteCardRecord2(const char* mac, uint32_t uniqueId);
 inline int32_t DeleteCardRecord2(const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::DeleteCardRecord2(mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(DeleteCardRecord2)(mac.c_str(), uniqueId);
     detail::CheckResult("DeleteCardRecord2", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspDeleteCardRecord2(uint32_t rspid, const char* mac, uint32_t uniqueId);
 inline int32_t RspDeleteCardRecord2(uint32_t rspid, const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::RspDeleteCardRecord2(rspid, mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(RspDeleteCardRecord2)(rspid, mac.c_str(), uniqueId);
     detail::CheckResult("RspDeleteCardRecord2", meta::Rule::kZero, result);
     return result;
 }
@@ -828,7 +828,7 @@ inline int32_t RspDeleteCardRecord2(uint32_t rspid, const std::string& mac, uint
 inline int32_t UndeleteCardRecord(const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::UndeleteCardRecord(mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(UndeleteCardRecord)(mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("UndeleteCardRecord", meta::Rule::kController, result);
     return result;
 }
@@ -837,21 +837,21 @@ inline int32_t UndeleteCardRecord(const std::string& mac, int32_t cardSetId, int
 inline int32_t RspUndeleteCardRecord(uint32_t rspid, const std::string& mac, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::RspUndeleteCardRecord(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(RspUndeleteCardRecord)(rspid, mac.c_str(), cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("RspUndeleteCardRecord", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UndeleteCardRecord2(const char* mac, uint32_t uniqueId);
 inline int32_t UndeleteCardRecord2(const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::UndeleteCardRecord2(mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(UndeleteCardRecord2)(mac.c_str(), uniqueId);
     detail::CheckResult("UndeleteCardRecord2", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUndeleteCardRecord2(uint32_t rspid, const char* mac, uint32_t uniqueId);
 inline int32_t RspUndeleteCardRecord2(uint32_t rspid, const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::RspUndeleteCardRecord2(rspid, mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(RspUndeleteCardRecord2)(rspid, mac.c_str(), uniqueId);
     detail::CheckResult("RspUndeleteCardRecord2", meta::Rule::kZero, result);
     return result;
 }
@@ -860,7 +860,7 @@ inline int32_t RspUndeleteCardRecord2(uint32_t rspid, const std::string& mac, ui
 inline int32_t UpdateCardRecord(const std::string& mac, int32_t mode, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::UpdateCardRecord(mac.c_str(), mode, cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(UpdateCardRecord)(mac.c_str(), mode, cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("UpdateCardRecord", meta::Rule::kController, result);
     return result;
 }
@@ -869,7 +869,7 @@ inline int32_t UpdateCardRecord(const std::string& mac, int32_t mode, int32_t ca
 inline int32_t RspUpdateCardRecord(uint32_t rspid, const std::string& mac, int32_t mode, int32_t cardSetId, int32_t noFormat, const std::string& cardNumber, const std::string& pin) {
     detail::Writable w_cardNumber(cardNumber, 2);
     detail::Writable w_pin(pin, 2);
-    const int32_t result = ::RspUpdateCardRecord(rspid, mac.c_str(), mode, cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
+    const int32_t result = ZANTH_CALL(RspUpdateCardRecord)(rspid, mac.c_str(), mode, cardSetId, noFormat, w_cardNumber.data(), w_pin.data());
     detail::CheckResult("RspUpdateCardRecord", meta::Rule::kZero, result);
     return result;
 }
@@ -893,7 +893,7 @@ inline GetCardholderStatusResult GetCardholderStatus(const std::string& mac, uin
     int32_t v_statusValue2 = 0;
     int32_t v_statusValue3 = 0;
     int32_t v_statusValue4 = 0;
-    const int32_t result = ::GetCardholderStatus(mac.c_str(), uniqueId, o_statusDate.data(), o_statusDate.size(), o_statusTime.data(), o_statusTime.size(), &v_statusValue1, &v_statusValue2, &v_statusValue3, &v_statusValue4);
+    const int32_t result = ZANTH_CALL(GetCardholderStatus)(mac.c_str(), uniqueId, o_statusDate.data(), o_statusDate.size(), o_statusTime.data(), o_statusTime.size(), &v_statusValue1, &v_statusValue2, &v_statusValue3, &v_statusValue4);
     detail::CheckResult("GetCardholderStatus", meta::Rule::kController, result);
     GetCardholderStatusResult out;
     out.result = result;
@@ -925,7 +925,7 @@ inline GetCardholderStatus2Result GetCardholderStatus2(const std::string& mac, u
     int32_t v_statusValue3 = 0;
     int32_t v_statusValue4 = 0;
     int32_t v_statusValue5 = 0;
-    const int32_t result = ::GetCardholderStatus2(mac.c_str(), uniqueId, o_statusDate.data(), o_statusDate.size(), o_statusTime.data(), o_statusTime.size(), &v_statusValue1, &v_statusValue2, &v_statusValue3, &v_statusValue4, &v_statusValue5);
+    const int32_t result = ZANTH_CALL(GetCardholderStatus2)(mac.c_str(), uniqueId, o_statusDate.data(), o_statusDate.size(), o_statusTime.data(), o_statusTime.size(), &v_statusValue1, &v_statusValue2, &v_statusValue3, &v_statusValue4, &v_statusValue5);
     detail::CheckResult("GetCardholderStatus2", meta::Rule::kController, result);
     GetCardholderStatus2Result out;
     out.result = result;
@@ -964,7 +964,7 @@ inline GetCardholderStatus3Result GetCardholderStatus3(const std::string& mac, u
     int32_t v_statusValue6 = 0;
     int32_t v_statusValue7 = 0;
     int32_t v_statusValue8 = 0;
-    const int32_t result = ::GetCardholderStatus3(mac.c_str(), uniqueId, o_statusDate.data(), o_statusDate.size(), o_statusTime.data(), o_statusTime.size(), &v_statusValue1, &v_statusValue2, &v_statusValue3, &v_statusValue4, &v_statusValue5, &v_statusValue6, &v_statusValue7, &v_statusValue8);
+    const int32_t result = ZANTH_CALL(GetCardholderStatus3)(mac.c_str(), uniqueId, o_statusDate.data(), o_statusDate.size(), o_statusTime.data(), o_statusTime.size(), &v_statusValue1, &v_statusValue2, &v_statusValue3, &v_statusValue4, &v_statusValue5, &v_statusValue6, &v_statusValue7, &v_statusValue8);
     detail::CheckResult("GetCardholderStatus3", meta::Rule::kController, result);
     GetCardholderStatus3Result out;
     out.result = result;
@@ -983,49 +983,49 @@ inline GetCardholderStatus3Result GetCardholderStatus3(const std::string& mac, u
 
 // int32_t RspGetCardholderStatus(uint32_t rspid, const char* mac, uint32_t uniqueId);
 inline int32_t RspGetCardholderStatus(uint32_t rspid, const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::RspGetCardholderStatus(rspid, mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(RspGetCardholderStatus)(rspid, mac.c_str(), uniqueId);
     detail::CheckResult("RspGetCardholderStatus", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ResetCardholderStatus(const char* mac, int32_t mode, uint32_t uniqueId);
 inline int32_t ResetCardholderStatus(const std::string& mac, int32_t mode, uint32_t uniqueId) {
-    const int32_t result = ::ResetCardholderStatus(mac.c_str(), mode, uniqueId);
+    const int32_t result = ZANTH_CALL(ResetCardholderStatus)(mac.c_str(), mode, uniqueId);
     detail::CheckResult("ResetCardholderStatus", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspResetCardholderStatus(uint32_t rspid, const char* mac, int32_t mode, uint32_t uniqueId);
 inline int32_t RspResetCardholderStatus(uint32_t rspid, const std::string& mac, int32_t mode, uint32_t uniqueId) {
-    const int32_t result = ::RspResetCardholderStatus(rspid, mac.c_str(), mode, uniqueId);
+    const int32_t result = ZANTH_CALL(RspResetCardholderStatus)(rspid, mac.c_str(), mode, uniqueId);
     detail::CheckResult("RspResetCardholderStatus", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ResetOneCardholderStatus(const char* mac, uint32_t uniqueId);
 inline int32_t ResetOneCardholderStatus(const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::ResetOneCardholderStatus(mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(ResetOneCardholderStatus)(mac.c_str(), uniqueId);
     detail::CheckResult("ResetOneCardholderStatus", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspResetOneCardholderStatus(uint32_t rspid, const char* mac, uint32_t uniqueId);
 inline int32_t RspResetOneCardholderStatus(uint32_t rspid, const std::string& mac, uint32_t uniqueId) {
-    const int32_t result = ::RspResetOneCardholderStatus(rspid, mac.c_str(), uniqueId);
+    const int32_t result = ZANTH_CALL(RspResetOneCardholderStatus)(rspid, mac.c_str(), uniqueId);
     detail::CheckResult("RspResetOneCardholderStatus", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ResetAllCardholderStatus(const char* mac);
 inline int32_t ResetAllCardholderStatus(const std::string& mac) {
-    const int32_t result = ::ResetAllCardholderStatus(mac.c_str());
+    const int32_t result = ZANTH_CALL(ResetAllCardholderStatus)(mac.c_str());
     detail::CheckResult("ResetAllCardholderStatus", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspResetAllCardholderStatus(uint32_t rspid, const char* mac);
 inline int32_t RspResetAllCardholderStatus(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspResetAllCardholderStatus(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspResetAllCardholderStatus)(rspid, mac.c_str());
     detail::CheckResult("RspResetAllCardholderStatus", meta::Rule::kZero, result);
     return result;
 }
@@ -1034,56 +1034,56 @@ inline int32_t RspResetAllCardholderStatus(uint32_t rspid, const std::string& ma
 
 // int32_t ExecuteChangeOverDB(const char* mac, int32_t numberOfCardholders);
 inline int32_t ExecuteChangeOverDB(const std::string& mac, int32_t numberOfCardholders) {
-    const int32_t result = ::ExecuteChangeOverDB(mac.c_str(), numberOfCardholders);
+    const int32_t result = ZANTH_CALL(ExecuteChangeOverDB)(mac.c_str(), numberOfCardholders);
     detail::CheckResult("ExecuteChangeOverDB", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspExecuteChangeOverDB(uint32_t rspid, const char* mac, int32_t numberOfCardholders);
 inline int32_t RspExecuteChangeOverDB(uint32_t rspid, const std::string& mac, int32_t numberOfCardholders) {
-    const int32_t result = ::RspExecuteChangeOverDB(rspid, mac.c_str(), numberOfCardholders);
+    const int32_t result = ZANTH_CALL(RspExecuteChangeOverDB)(rspid, mac.c_str(), numberOfCardholders);
     detail::CheckResult("RspExecuteChangeOverDB", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ExecuteDBChangeover(const char* mac, int32_t numberOfCardholders);
 inline int32_t ExecuteDBChangeover(const std::string& mac, int32_t numberOfCardholders) {
-    const int32_t result = ::ExecuteDBChangeover(mac.c_str(), numberOfCardholders);
+    const int32_t result = ZANTH_CALL(ExecuteDBChangeover)(mac.c_str(), numberOfCardholders);
     detail::CheckResult("ExecuteDBChangeover", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspExecuteDBChangeover(uint32_t rspid, const char* mac, int32_t numberOfCardholders);
 inline int32_t RspExecuteDBChangeover(uint32_t rspid, const std::string& mac, int32_t numberOfCardholders) {
-    const int32_t result = ::RspExecuteDBChangeover(rspid, mac.c_str(), numberOfCardholders);
+    const int32_t result = ZANTH_CALL(RspExecuteDBChangeover)(rspid, mac.c_str(), numberOfCardholders);
     detail::CheckResult("RspExecuteDBChangeover", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ExecutePreindexDB(const char* mac);
 inline int32_t ExecutePreindexDB(const std::string& mac) {
-    const int32_t result = ::ExecutePreindexDB(mac.c_str());
+    const int32_t result = ZANTH_CALL(ExecutePreindexDB)(mac.c_str());
     detail::CheckResult("ExecutePreindexDB", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspExecutePreindexDB(uint32_t rspid, const char* mac);
 inline int32_t RspExecutePreindexDB(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspExecutePreindexDB(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspExecutePreindexDB)(rspid, mac.c_str());
     detail::CheckResult("RspExecutePreindexDB", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ExecuteReloadDB(const char* mac);
 inline int32_t ExecuteReloadDB(const std::string& mac) {
-    const int32_t result = ::ExecuteReloadDB(mac.c_str());
+    const int32_t result = ZANTH_CALL(ExecuteReloadDB)(mac.c_str());
     detail::CheckResult("ExecuteReloadDB", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspExecuteReloadDB(uint32_t rspid, const char* mac);
 inline int32_t RspExecuteReloadDB(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspExecuteReloadDB(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspExecuteReloadDB)(rspid, mac.c_str());
     detail::CheckResult("RspExecuteReloadDB", meta::Rule::kZero, result);
     return result;
 }
@@ -1097,7 +1097,7 @@ struct GetNumberOfCardsResult {
 inline GetNumberOfCardsResult GetNumberOfCards(const std::string& mac) {
     int32_t v_firstCount = 0;
     int32_t v_secondCount = 0;
-    const int32_t result = ::GetNumberOfCards(mac.c_str(), &v_firstCount, &v_secondCount);
+    const int32_t result = ZANTH_CALL(GetNumberOfCards)(mac.c_str(), &v_firstCount, &v_secondCount);
     detail::CheckResult("GetNumberOfCards", meta::Rule::kController, result);
     GetNumberOfCardsResult out;
     out.result = result;
@@ -1108,7 +1108,7 @@ inline GetNumberOfCardsResult GetNumberOfCards(const std::string& mac) {
 
 // int32_t RspGetNumberOfCards(uint32_t rspid, const char* mac);
 inline int32_t RspGetNumberOfCards(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetNumberOfCards(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetNumberOfCards)(rspid, mac.c_str());
     detail::CheckResult("RspGetNumberOfCards", meta::Rule::kZero, result);
     return result;
 }
@@ -1116,14 +1116,14 @@ inline int32_t RspGetNumberOfCards(uint32_t rspid, const std::string& mac) {
 // int32_t GetNumberDelRecords(const char* mac, int32_t* count);
 inline int32_t GetNumberDelRecords(const std::string& mac) {
     int32_t v_count = 0;
-    const int32_t result = ::GetNumberDelRecords(mac.c_str(), &v_count);
+    const int32_t result = ZANTH_CALL(GetNumberDelRecords)(mac.c_str(), &v_count);
     detail::CheckResult("GetNumberDelRecords", meta::Rule::kController, result);
     return v_count;
 }
 
 // int32_t RspGetNumberDelRecords(uint32_t rspid, const char* mac);
 inline int32_t RspGetNumberDelRecords(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetNumberDelRecords(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetNumberDelRecords)(rspid, mac.c_str());
     detail::CheckResult("RspGetNumberDelRecords", meta::Rule::kZero, result);
     return result;
 }
@@ -1132,35 +1132,35 @@ inline int32_t RspGetNumberDelRecords(uint32_t rspid, const std::string& mac) {
 
 // int32_t RecheckLookupCard(const char* mac, const char* data);
 inline int32_t RecheckLookupCard(const std::string& mac, const std::string& data) {
-    const int32_t result = ::RecheckLookupCard(mac.c_str(), data.c_str());
+    const int32_t result = ZANTH_CALL(RecheckLookupCard)(mac.c_str(), data.c_str());
     detail::CheckResult("RecheckLookupCard", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspRecheckLookupCard(uint32_t rspid, const char* mac, const char* data);
 inline int32_t RspRecheckLookupCard(uint32_t rspid, const std::string& mac, const std::string& data) {
-    const int32_t result = ::RspRecheckLookupCard(rspid, mac.c_str(), data.c_str());
+    const int32_t result = ZANTH_CALL(RspRecheckLookupCard)(rspid, mac.c_str(), data.c_str());
     detail::CheckResult("RspRecheckLookupCard", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RequestPin(const char* mac, uint32_t pinValue1, uint32_t pinValue2, uint32_t pinValue3);
 inline int32_t RequestPin(const std::string& mac, uint32_t pinValue1, uint32_t pinValue2, uint32_t pinValue3) {
-    const int32_t result = ::RequestPin(mac.c_str(), pinValue1, pinValue2, pinValue3);
+    const int32_t result = ZANTH_CALL(RequestPin)(mac.c_str(), pinValue1, pinValue2, pinValue3);
     detail::CheckResult("RequestPin", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspRequestPin(uint32_t rspid, const char* mac, uint32_t pinValue1, uint32_t pinValue2, uint32_t pinValue3);
 inline int32_t RspRequestPin(uint32_t rspid, const std::string& mac, uint32_t pinValue1, uint32_t pinValue2, uint32_t pinValue3) {
-    const int32_t result = ::RspRequestPin(rspid, mac.c_str(), pinValue1, pinValue2, pinValue3);
+    const int32_t result = ZANTH_CALL(RspRequestPin)(rspid, mac.c_str(), pinValue1, pinValue2, pinValue3);
     detail::CheckResult("RspRequestPin", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SendPostAccessMsg(const char* mac, const char* message);
 inline int32_t SendPostAccessMsg(const std::string& mac, const std::string& message) {
-    const int32_t result = ::SendPostAccessMsg(mac.c_str(), message.c_str());
+    const int32_t result = ZANTH_CALL(SendPostAccessMsg)(mac.c_str(), message.c_str());
     detail::CheckResult("SendPostAccessMsg", meta::Rule::kController, result);
     return result;
 }
@@ -1169,14 +1169,14 @@ inline int32_t SendPostAccessMsg(const std::string& mac, const std::string& mess
 
 // int32_t UpdateSchedule(const char* mac, const char* scheduleText1, const char* scheduleText2, const char* scheduleText3, const char* scheduleText4, const char* scheduleText5, int32_t scheduleValue1, int32_t scheduleValue2, int32_t scheduleValue3, int32_t scheduleValue4, int32_t scheduleValue5, int32_t scheduleValue6);
 inline int32_t UpdateSchedule(const std::string& mac, const std::string& scheduleText1, const std::string& scheduleText2, const std::string& scheduleText3, const std::string& scheduleText4, const std::string& scheduleText5, int32_t scheduleValue1, int32_t scheduleValue2, int32_t scheduleValue3, int32_t scheduleValue4, int32_t scheduleValue5, int32_t scheduleValue6) {
-    const int32_t result = ::UpdateSchedule(mac.c_str(), scheduleText1.c_str(), scheduleText2.c_str(), scheduleText3.c_str(), scheduleText4.c_str(), scheduleText5.c_str(), scheduleValue1, scheduleValue2, scheduleValue3, scheduleValue4, scheduleValue5, scheduleValue6);
+    const int32_t result = ZANTH_CALL(UpdateSchedule)(mac.c_str(), scheduleText1.c_str(), scheduleText2.c_str(), scheduleText3.c_str(), scheduleText4.c_str(), scheduleText5.c_str(), scheduleValue1, scheduleValue2, scheduleValue3, scheduleValue4, scheduleValue5, scheduleValue6);
     detail::CheckResult("UpdateSchedule", meta::Rule::kStatus, result);
     return result;
 }
 
 // int32_t RspUpdateSchedule(uint32_t rspid, const char* mac, const char* scheduleText1, const char* scheduleText2, const char* scheduleText3, const char* scheduleText4, const char* scheduleText5, int32_t scheduleValue1, int32_t scheduleValue2, int32_t scheduleValue3, int32_t scheduleValue4, int32_t scheduleValue5, int32_t scheduleValue6);
 inline int32_t RspUpdateSchedule(uint32_t rspid, const std::string& mac, const std::string& scheduleText1, const std::string& scheduleText2, const std::string& scheduleText3, const std::string& scheduleText4, const std::string& scheduleText5, int32_t scheduleValue1, int32_t scheduleValue2, int32_t scheduleValue3, int32_t scheduleValue4, int32_t scheduleValue5, int32_t scheduleValue6) {
-    const int32_t result = ::RspUpdateSchedule(rspid, mac.c_str(), scheduleText1.c_str(), scheduleText2.c_str(), scheduleText3.c_str(), scheduleText4.c_str(), scheduleText5.c_str(), scheduleValue1, scheduleValue2, scheduleValue3, scheduleValue4, scheduleValue5, scheduleValue6);
+    const int32_t result = ZANTH_CALL(RspUpdateSchedule)(rspid, mac.c_str(), scheduleText1.c_str(), scheduleText2.c_str(), scheduleText3.c_str(), scheduleText4.c_str(), scheduleText5.c_str(), scheduleValue1, scheduleValue2, scheduleValue3, scheduleValue4, scheduleValue5, scheduleValue6);
     return result;  // says nothing: the reply, if any, comes under rspid
 }
 
@@ -1205,7 +1205,7 @@ inline GetScheduleResult GetSchedule(const std::string& mac, int32_t scheduleId)
     int32_t v_scheduleValue3 = 0;
     int32_t v_scheduleValue4 = 0;
     int32_t v_scheduleValue5 = 0;
-    const int32_t result = ::GetSchedule(mac.c_str(), scheduleId, o_scheduleText1.data(), o_scheduleText2.data(), o_scheduleText3.data(), o_scheduleText4.data(), o_scheduleText5.data(), &v_scheduleValue1, &v_scheduleValue2, &v_scheduleValue3, &v_scheduleValue4, &v_scheduleValue5);
+    const int32_t result = ZANTH_CALL(GetSchedule)(mac.c_str(), scheduleId, o_scheduleText1.data(), o_scheduleText2.data(), o_scheduleText3.data(), o_scheduleText4.data(), o_scheduleText5.data(), &v_scheduleValue1, &v_scheduleValue2, &v_scheduleValue3, &v_scheduleValue4, &v_scheduleValue5);
     detail::CheckResult("GetSchedule", meta::Rule::kZero, result);
     GetScheduleResult out;
     out.result = result;
@@ -1224,21 +1224,21 @@ inline GetScheduleResult GetSchedule(const std::string& mac, int32_t scheduleId)
 
 // int32_t RspGetSchedule(uint32_t rspid, const char* mac, int32_t scheduleId);
 inline int32_t RspGetSchedule(uint32_t rspid, const std::string& mac, int32_t scheduleId) {
-    const int32_t result = ::RspGetSchedule(rspid, mac.c_str(), scheduleId);
+    const int32_t result = ZANTH_CALL(RspGetSchedule)(rspid, mac.c_str(), scheduleId);
     detail::CheckResult("RspGetSchedule", meta::Rule::kResultRsp, result);
     return result;
 }
 
 // int32_t DeleteSchedule(const char* mac, int32_t scheduleId);
 inline int32_t DeleteSchedule(const std::string& mac, int32_t scheduleId) {
-    const int32_t result = ::DeleteSchedule(mac.c_str(), scheduleId);
+    const int32_t result = ZANTH_CALL(DeleteSchedule)(mac.c_str(), scheduleId);
     detail::CheckResult("DeleteSchedule", meta::Rule::kStatus, result);
     return result;
 }
 
 // int32_t RspDeleteSchedule(uint32_t rspid, const char* mac, int32_t scheduleId);
 inline int32_t RspDeleteSchedule(uint32_t rspid, const std::string& mac, int32_t scheduleId) {
-    const int32_t result = ::RspDeleteSchedule(rspid, mac.c_str(), scheduleId);
+    const int32_t result = ZANTH_CALL(RspDeleteSchedule)(rspid, mac.c_str(), scheduleId);
     return result;  // says nothing: the reply, if any, comes under rspid
 }
 
@@ -1246,14 +1246,14 @@ inline int32_t RspDeleteSchedule(uint32_t rspid, const std::string& mac, int32_t
 
 // int32_t UpdateContactIDRecord(const char* mac, const char* contactText1, int32_t contactValue1, int32_t contactValue2, int32_t contactValue3, int32_t contactValue4, int32_t contactValue5, int32_t contactValue6, int32_t contactValue7, const char* contactText2, const char* contactText3);
 inline int32_t UpdateContactIDRecord(const std::string& mac, const std::string& contactText1, int32_t contactValue1, int32_t contactValue2, int32_t contactValue3, int32_t contactValue4, int32_t contactValue5, int32_t contactValue6, int32_t contactValue7, const std::string& contactText2, const std::string& contactText3) {
-    const int32_t result = ::UpdateContactIDRecord(mac.c_str(), contactText1.c_str(), contactValue1, contactValue2, contactValue3, contactValue4, contactValue5, contactValue6, contactValue7, contactText2.c_str(), contactText3.c_str());
+    const int32_t result = ZANTH_CALL(UpdateContactIDRecord)(mac.c_str(), contactText1.c_str(), contactValue1, contactValue2, contactValue3, contactValue4, contactValue5, contactValue6, contactValue7, contactText2.c_str(), contactText3.c_str());
     detail::CheckResult("UpdateContactIDRecord", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspUpdateContactIDRecord(uint32_t rspid, const char* mac, const char* contactText1, int32_t contactValue1, int32_t contactValue2, int32_t contactValue3, int32_t contactValue4, int32_t contactValue5, int32_t contactValue6, int32_t contactValue7, const char* contactText2, const char* contactText3);
 inline int32_t RspUpdateContactIDRecord(uint32_t rspid, const std::string& mac, const std::string& contactText1, int32_t contactValue1, int32_t contactValue2, int32_t contactValue3, int32_t contactValue4, int32_t contactValue5, int32_t contactValue6, int32_t contactValue7, const std::string& contactText2, const std::string& contactText3) {
-    const int32_t result = ::RspUpdateContactIDRecord(rspid, mac.c_str(), contactText1.c_str(), contactValue1, contactValue2, contactValue3, contactValue4, contactValue5, contactValue6, contactValue7, contactText2.c_str(), contactText3.c_str());
+    const int32_t result = ZANTH_CALL(RspUpdateContactIDRecord)(rspid, mac.c_str(), contactText1.c_str(), contactValue1, contactValue2, contactValue3, contactValue4, contactValue5, contactValue6, contactValue7, contactText2.c_str(), contactText3.c_str());
     detail::CheckResult("RspUpdateContactIDRecord", meta::Rule::kZero, result);
     return result;
 }
@@ -1283,7 +1283,7 @@ inline GetContactIDRecordResult GetContactIDRecord(const std::string& mac, int32
     int32_t v_contactValue7 = 0;
     detail::OutText o_contactText2(4088);
     detail::OutText o_contactText3(4088);
-    const int32_t result = ::GetContactIDRecord(mac.c_str(), o_contactText1.data(), &v_contactValue1, &v_contactValue2, &v_contactValue3, &v_contactValue4, &v_contactValue5, &v_contactValue6, &v_contactValue7, o_contactText2.data(), o_contactText3.data());
+    const int32_t result = ZANTH_CALL(GetContactIDRecord)(mac.c_str(), o_contactText1.data(), &v_contactValue1, &v_contactValue2, &v_contactValue3, &v_contactValue4, &v_contactValue5, &v_contactValue6, &v_contactValue7, o_contactText2.data(), o_contactText3.data());
     detail::CheckResult("GetContactIDRecord", meta::Rule::kZero, result);
     GetContactIDRecordResult out;
     out.result = result;
@@ -1302,35 +1302,35 @@ inline GetContactIDRecordResult GetContactIDRecord(const std::string& mac, int32
 
 // int32_t RspGetContactIDRecord(uint32_t rspid, const char* mac, int32_t contactValue3);
 inline int32_t RspGetContactIDRecord(uint32_t rspid, const std::string& mac, int32_t contactValue3) {
-    const int32_t result = ::RspGetContactIDRecord(rspid, mac.c_str(), contactValue3);
+    const int32_t result = ZANTH_CALL(RspGetContactIDRecord)(rspid, mac.c_str(), contactValue3);
     detail::CheckResult("RspGetContactIDRecord", meta::Rule::kResultRsp, result);
     return result;
 }
 
 // int32_t DeleteContactIDRecord(const char* mac, int32_t contactId);
 inline int32_t DeleteContactIDRecord(const std::string& mac, int32_t contactId) {
-    const int32_t result = ::DeleteContactIDRecord(mac.c_str(), contactId);
+    const int32_t result = ZANTH_CALL(DeleteContactIDRecord)(mac.c_str(), contactId);
     detail::CheckResult("DeleteContactIDRecord", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspDeleteContactIDRecord(uint32_t rspid, const char* mac, int32_t contactId);
 inline int32_t RspDeleteContactIDRecord(uint32_t rspid, const std::string& mac, int32_t contactId) {
-    const int32_t result = ::RspDeleteContactIDRecord(rspid, mac.c_str(), contactId);
+    const int32_t result = ZANTH_CALL(RspDeleteContactIDRecord)(rspid, mac.c_str(), contactId);
     detail::CheckResult("RspDeleteContactIDRecord", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UpdateContactIDGroupRecord(const char* mac, int32_t groupId, const char* groupText, int32_t groupValue);
 inline int32_t UpdateContactIDGroupRecord(const std::string& mac, int32_t groupId, const std::string& groupText, int32_t groupValue) {
-    const int32_t result = ::UpdateContactIDGroupRecord(mac.c_str(), groupId, groupText.c_str(), groupValue);
+    const int32_t result = ZANTH_CALL(UpdateContactIDGroupRecord)(mac.c_str(), groupId, groupText.c_str(), groupValue);
     detail::CheckResult("UpdateContactIDGroupRecord", meta::Rule::kStatus, result);
     return result;
 }
 
 // int32_t RspUpdateContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId, const char* groupText, int32_t groupValue);
 inline int32_t RspUpdateContactIDGroupRecord(uint32_t rspid, const std::string& mac, int32_t groupId, const std::string& groupText, int32_t groupValue) {
-    const int32_t result = ::RspUpdateContactIDGroupRecord(rspid, mac.c_str(), groupId, groupText.c_str(), groupValue);
+    const int32_t result = ZANTH_CALL(RspUpdateContactIDGroupRecord)(rspid, mac.c_str(), groupId, groupText.c_str(), groupValue);
     return result;  // says nothing: the reply, if any, comes under rspid
 }
 
@@ -1343,7 +1343,7 @@ struct GetContactIDGroupRecordResult {
 inline GetContactIDGroupRecordResult GetContactIDGroupRecord(const std::string& mac, int32_t groupId) {
     detail::OutText o_groupText(4088);
     int32_t v_groupValue = 0;
-    const int32_t result = ::GetContactIDGroupRecord(mac.c_str(), groupId, o_groupText.data(), &v_groupValue);
+    const int32_t result = ZANTH_CALL(GetContactIDGroupRecord)(mac.c_str(), groupId, o_groupText.data(), &v_groupValue);
     detail::CheckResult("GetContactIDGroupRecord", meta::Rule::kZero, result);
     GetContactIDGroupRecordResult out;
     out.result = result;
@@ -1354,62 +1354,62 @@ inline GetContactIDGroupRecordResult GetContactIDGroupRecord(const std::string& 
 
 // int32_t RspGetContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId);
 inline int32_t RspGetContactIDGroupRecord(uint32_t rspid, const std::string& mac, int32_t groupId) {
-    const int32_t result = ::RspGetContactIDGroupRecord(rspid, mac.c_str(), groupId);
+    const int32_t result = ZANTH_CALL(RspGetContactIDGroupRecord)(rspid, mac.c_str(), groupId);
     detail::CheckResult("RspGetContactIDGroupRecord", meta::Rule::kResultRsp, result);
     return result;
 }
 
 // int32_t DeleteContactIDGroupRecord(const char* mac, int32_t groupId);
 inline int32_t DeleteContactIDGroupRecord(const std::string& mac, int32_t groupId) {
-    const int32_t result = ::DeleteContactIDGroupRecord(mac.c_str(), groupId);
+    const int32_t result = ZANTH_CALL(DeleteContactIDGroupRecord)(mac.c_str(), groupId);
     detail::CheckResult("DeleteContactIDGroupRecord", meta::Rule::kStatus, result);
     return result;
 }
 
 // int32_t RspDeleteContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId);
 inline int32_t RspDeleteContactIDGroupRecord(uint32_t rspid, const std::string& mac, int32_t groupId) {
-    const int32_t result = ::RspDeleteContactIDGroupRecord(rspid, mac.c_str(), groupId);
+    const int32_t result = ZANTH_CALL(RspDeleteContactIDGroupRecord)(rspid, mac.c_str(), groupId);
     return result;  // says nothing: the reply, if any, comes under rspid
 }
 
 // int32_t UpdateContactIDCommRecord(const char* mac, int32_t commId, const char* commText, uint16_t commValue);
 inline int32_t UpdateContactIDCommRecord(const std::string& mac, int32_t commId, const std::string& commText, uint16_t commValue) {
-    const int32_t result = ::UpdateContactIDCommRecord(mac.c_str(), commId, commText.c_str(), commValue);
+    const int32_t result = ZANTH_CALL(UpdateContactIDCommRecord)(mac.c_str(), commId, commText.c_str(), commValue);
     detail::CheckResult("UpdateContactIDCommRecord", meta::Rule::kStatus, result);
     return result;
 }
 
 // int32_t RspUpdateContactIDCommRecord(uint32_t rspid, const char* mac, int32_t commId, const char* commText, uint16_t commValue);
 inline int32_t RspUpdateContactIDCommRecord(uint32_t rspid, const std::string& mac, int32_t commId, const std::string& commText, uint16_t commValue) {
-    const int32_t result = ::RspUpdateContactIDCommRecord(rspid, mac.c_str(), commId, commText.c_str(), commValue);
+    const int32_t result = ZANTH_CALL(RspUpdateContactIDCommRecord)(rspid, mac.c_str(), commId, commText.c_str(), commValue);
     return result;  // says nothing: the reply, if any, comes under rspid
 }
 
 // int32_t GetContactIDCommRecord(const char* mac, int32_t commId, char* commText);
 inline std::string GetContactIDCommRecord(const std::string& mac, int32_t commId) {
     detail::OutText o_commText(4088);
-    const int32_t result = ::GetContactIDCommRecord(mac.c_str(), commId, o_commText.data());
+    const int32_t result = ZANTH_CALL(GetContactIDCommRecord)(mac.c_str(), commId, o_commText.data());
     detail::CheckResult("GetContactIDCommRecord", meta::Rule::kZero, result);
     return o_commText.str();
 }
 
 // int32_t RspGetContactIDCommRecord(uint32_t rspid, const char* mac, int32_t commId);
 inline int32_t RspGetContactIDCommRecord(uint32_t rspid, const std::string& mac, int32_t commId) {
-    const int32_t result = ::RspGetContactIDCommRecord(rspid, mac.c_str(), commId);
+    const int32_t result = ZANTH_CALL(RspGetContactIDCommRecord)(rspid, mac.c_str(), commId);
     detail::CheckResult("RspGetContactIDCommRecord", meta::Rule::kResultRsp, result);
     return result;
 }
 
 // int32_t DeleteContactIDCommRecord(const char* mac, const char* commText, int32_t commId);
 inline int32_t DeleteContactIDCommRecord(const std::string& mac, const std::string& commText, int32_t commId) {
-    const int32_t result = ::DeleteContactIDCommRecord(mac.c_str(), commText.c_str(), commId);
+    const int32_t result = ZANTH_CALL(DeleteContactIDCommRecord)(mac.c_str(), commText.c_str(), commId);
     detail::CheckResult("DeleteContactIDCommRecord", meta::Rule::kStatus, result);
     return result;
 }
 
 // int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const char* mac, const char* commText, int32_t commId);
 inline int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const std::string& mac, const std::string& commText, int32_t commId) {
-    const int32_t result = ::RspDeleteContactIDCommRecord(rspid, mac.c_str(), commText.c_str(), commId);
+    const int32_t result = ZANTH_CALL(RspDeleteContactIDCommRecord)(rspid, mac.c_str(), commText.c_str(), commId);
     return result;  // says nothing: the reply, if any, comes under rspid
 }
 
@@ -1417,14 +1417,14 @@ inline int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const std::string& m
 
 // int32_t RspSmartCardRawMode(uint32_t rspid, const char* mac, int32_t value, const char* data);
 inline int32_t RspSmartCardRawMode(uint32_t rspid, const std::string& mac, int32_t value, const std::string& data) {
-    const int32_t result = ::RspSmartCardRawMode(rspid, mac.c_str(), value, data.c_str());
+    const int32_t result = ZANTH_CALL(RspSmartCardRawMode)(rspid, mac.c_str(), value, data.c_str());
     detail::CheckResult("RspSmartCardRawMode", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSmartCardCommandMode(uint32_t rspid, const char* mac, int32_t value, const char* data);
 inline int32_t RspSmartCardCommandMode(uint32_t rspid, const std::string& mac, int32_t value, const std::string& data) {
-    const int32_t result = ::RspSmartCardCommandMode(rspid, mac.c_str(), value, data.c_str());
+    const int32_t result = ZANTH_CALL(RspSmartCardCommandMode)(rspid, mac.c_str(), value, data.c_str());
     detail::CheckResult("RspSmartCardCommandMode", meta::Rule::kZero, result);
     return result;
 }
@@ -1433,35 +1433,35 @@ inline int32_t RspSmartCardCommandMode(uint32_t rspid, const std::string& mac, i
 
 // int32_t CmdOutputFunction(const char* mac, int32_t target, int32_t bitOrFunctionCode, int32_t state);
 inline int32_t CmdOutputFunction(const std::string& mac, int32_t target, int32_t bitOrFunctionCode, int32_t state) {
-    const int32_t result = ::CmdOutputFunction(mac.c_str(), target, bitOrFunctionCode, state);
+    const int32_t result = ZANTH_CALL(CmdOutputFunction)(mac.c_str(), target, bitOrFunctionCode, state);
     detail::CheckResult("CmdOutputFunction", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t CmdOutputFunction2(const char* mac, int32_t target, int32_t bitOrFunctionCode, int32_t state);
 inline int32_t CmdOutputFunction2(const std::string& mac, int32_t target, int32_t bitOrFunctionCode, int32_t state) {
-    const int32_t result = ::CmdOutputFunction2(mac.c_str(), target, bitOrFunctionCode, state);
+    const int32_t result = ZANTH_CALL(CmdOutputFunction2)(mac.c_str(), target, bitOrFunctionCode, state);
     detail::CheckResult("CmdOutputFunction2", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspCmdOutputFunction(uint32_t rspid, const char* mac, int32_t target, int32_t bitOrFunctionCode, int32_t state);
 inline int32_t RspCmdOutputFunction(uint32_t rspid, const std::string& mac, int32_t target, int32_t bitOrFunctionCode, int32_t state) {
-    const int32_t result = ::RspCmdOutputFunction(rspid, mac.c_str(), target, bitOrFunctionCode, state);
+    const int32_t result = ZANTH_CALL(RspCmdOutputFunction)(rspid, mac.c_str(), target, bitOrFunctionCode, state);
     detail::CheckResult("RspCmdOutputFunction", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t CmdOutputFunction3(const char* mac, int32_t target, int32_t bitOrFunctionCode, int32_t state);
 inline int32_t CmdOutputFunction3(const std::string& mac, int32_t target, int32_t bitOrFunctionCode, int32_t state) {
-    const int32_t result = ::CmdOutputFunction3(mac.c_str(), target, bitOrFunctionCode, state);
+    const int32_t result = ZANTH_CALL(CmdOutputFunction3)(mac.c_str(), target, bitOrFunctionCode, state);
     detail::CheckResult("CmdOutputFunction3", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspCmdOutputFunction2(uint32_t rspid, const char* mac, int32_t target, int32_t bitOrFunctionCode, int32_t state);
 inline int32_t RspCmdOutputFunction2(uint32_t rspid, const std::string& mac, int32_t target, int32_t bitOrFunctionCode, int32_t state) {
-    const int32_t result = ::RspCmdOutputFunction2(rspid, mac.c_str(), target, bitOrFunctionCode, state);
+    const int32_t result = ZANTH_CALL(RspCmdOutputFunction2)(rspid, mac.c_str(), target, bitOrFunctionCode, state);
     detail::CheckResult("RspCmdOutputFunction2", meta::Rule::kZero, result);
     return result;
 }
@@ -1473,7 +1473,7 @@ struct GetSavedOutputsResult {
 };
 inline GetSavedOutputsResult GetSavedOutputs(const std::string& mac, int32_t interface) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::GetSavedOutputs(mac.c_str(), interface, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetSavedOutputs)(mac.c_str(), interface, o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetSavedOutputs", meta::Rule::kController, result);
     GetSavedOutputsResult out;
     out.result = result;
@@ -1483,21 +1483,21 @@ inline GetSavedOutputsResult GetSavedOutputs(const std::string& mac, int32_t int
 
 // int32_t RspGetSavedOutputs(uint32_t rspid, const char* mac, int32_t interface);
 inline int32_t RspGetSavedOutputs(uint32_t rspid, const std::string& mac, int32_t interface) {
-    const int32_t result = ::RspGetSavedOutputs(rspid, mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(RspGetSavedOutputs)(rspid, mac.c_str(), interface);
     detail::CheckResult("RspGetSavedOutputs", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t DriveSavedOutputs(const char* mac, int32_t interface);
 inline int32_t DriveSavedOutputs(const std::string& mac, int32_t interface) {
-    const int32_t result = ::DriveSavedOutputs(mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(DriveSavedOutputs)(mac.c_str(), interface);
     detail::CheckResult("DriveSavedOutputs", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspDriveSavedOutputs(uint32_t rspid, const char* mac, int32_t interface);
 inline int32_t RspDriveSavedOutputs(uint32_t rspid, const std::string& mac, int32_t interface) {
-    const int32_t result = ::RspDriveSavedOutputs(rspid, mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(RspDriveSavedOutputs)(rspid, mac.c_str(), interface);
     detail::CheckResult("RspDriveSavedOutputs", meta::Rule::kZero, result);
     return result;
 }
@@ -1507,14 +1507,14 @@ inline int32_t RspDriveSavedOutputs(uint32_t rspid, const std::string& mac, int3
 // int32_t LocalFcnCode(const char* mac, uint32_t output, int32_t* value);
 inline int32_t LocalFcnCode(const std::string& mac, uint32_t output) {
     int32_t v_value = 0;
-    const int32_t result = ::LocalFcnCode(mac.c_str(), output, &v_value);
+    const int32_t result = ZANTH_CALL(LocalFcnCode)(mac.c_str(), output, &v_value);
     detail::CheckResult("LocalFcnCode", meta::Rule::kController, result);
     return v_value;
 }
 
 // int32_t RspLocalFcnCode(uint32_t rspid, const char* mac, uint32_t output);
 inline int32_t RspLocalFcnCode(uint32_t rspid, const std::string& mac, uint32_t output) {
-    const int32_t result = ::RspLocalFcnCode(rspid, mac.c_str(), output);
+    const int32_t result = ZANTH_CALL(RspLocalFcnCode)(rspid, mac.c_str(), output);
     detail::CheckResult("RspLocalFcnCode", meta::Rule::kZero, result);
     return result;
 }
@@ -1522,7 +1522,7 @@ inline int32_t RspLocalFcnCode(uint32_t rspid, const std::string& mac, uint32_t 
 // int32_t GetInputStatus(const char* mac, int32_t target, char* buffer, int32_t size);
 inline std::string GetInputStatus(const std::string& mac, int32_t target) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::GetInputStatus(mac.c_str(), target, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetInputStatus)(mac.c_str(), target, o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetInputStatus", meta::Rule::kController, result);
     return o_buffer.str();
 }
@@ -1536,7 +1536,7 @@ struct GetInputStatus2Result {
 inline GetInputStatus2Result GetInputStatus2(const std::string& mac, int32_t target) {
     int32_t v_status = 0;
     detail::OutText o_buffer(4097);
-    const int32_t result = ::GetInputStatus2(mac.c_str(), target, &v_status, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetInputStatus2)(mac.c_str(), target, &v_status, o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetInputStatus2", meta::Rule::kController, result);
     GetInputStatus2Result out;
     out.result = result;
@@ -1547,7 +1547,7 @@ inline GetInputStatus2Result GetInputStatus2(const std::string& mac, int32_t tar
 
 // int32_t RspGetInputStatus(uint32_t rspid, const char* mac, int32_t target);
 inline int32_t RspGetInputStatus(uint32_t rspid, const std::string& mac, int32_t target) {
-    const int32_t result = ::RspGetInputStatus(rspid, mac.c_str(), target);
+    const int32_t result = ZANTH_CALL(RspGetInputStatus)(rspid, mac.c_str(), target);
     detail::CheckResult("RspGetInputStatus", meta::Rule::kZero, result);
     return result;
 }
@@ -1561,7 +1561,7 @@ struct GetInputStatus3Result {
 inline GetInputStatus3Result GetInputStatus3(const std::string& mac, int32_t target) {
     int32_t v_status = 0;
     detail::OutText o_buffer(4097);
-    const int32_t result = ::GetInputStatus3(mac.c_str(), target, &v_status, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetInputStatus3)(mac.c_str(), target, &v_status, o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetInputStatus3", meta::Rule::kController, result);
     GetInputStatus3Result out;
     out.result = result;
@@ -1572,7 +1572,7 @@ inline GetInputStatus3Result GetInputStatus3(const std::string& mac, int32_t tar
 
 // int32_t RspGetInputStatus2(uint32_t rspid, const char* mac, int32_t target);
 inline int32_t RspGetInputStatus2(uint32_t rspid, const std::string& mac, int32_t target) {
-    const int32_t result = ::RspGetInputStatus2(rspid, mac.c_str(), target);
+    const int32_t result = ZANTH_CALL(RspGetInputStatus2)(rspid, mac.c_str(), target);
     detail::CheckResult("RspGetInputStatus2", meta::Rule::kZero, result);
     return result;
 }
@@ -1580,14 +1580,14 @@ inline int32_t RspGetInputStatus2(uint32_t rspid, const std::string& mac, int32_
 // int32_t ReadA2D(const char* mac, int32_t target, int32_t adNumber, char* buffer, int32_t size);
 inline std::string ReadA2D(const std::string& mac, int32_t target, int32_t adNumber) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::ReadA2D(mac.c_str(), target, adNumber, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(ReadA2D)(mac.c_str(), target, adNumber, o_buffer.data(), o_buffer.size());
     detail::CheckResult("ReadA2D", meta::Rule::kController, result);
     return o_buffer.str();
 }
 
 // int32_t RspReadA2D(uint32_t rspid, const char* mac, int32_t target, int32_t adNumber);
 inline int32_t RspReadA2D(uint32_t rspid, const std::string& mac, int32_t target, int32_t adNumber) {
-    const int32_t result = ::RspReadA2D(rspid, mac.c_str(), target, adNumber);
+    const int32_t result = ZANTH_CALL(RspReadA2D)(rspid, mac.c_str(), target, adNumber);
     detail::CheckResult("RspReadA2D", meta::Rule::kZero, result);
     return result;
 }
@@ -1595,14 +1595,14 @@ inline int32_t RspReadA2D(uint32_t rspid, const std::string& mac, int32_t target
 // int32_t ReadA2D_2(const char* mac, int32_t target, int32_t adNumber, char* buffer, int32_t size);
 inline std::string ReadA2D_2(const std::string& mac, int32_t target, int32_t adNumber) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::ReadA2D_2(mac.c_str(), target, adNumber, o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(ReadA2D_2)(mac.c_str(), target, adNumber, o_buffer.data(), o_buffer.size());
     detail::CheckResult("ReadA2D_2", meta::Rule::kController, result);
     return o_buffer.str();
 }
 
 // int32_t RspReadA2D_2(uint32_t rspid, const char* mac, int32_t target, int32_t adNumber);
 inline int32_t RspReadA2D_2(uint32_t rspid, const std::string& mac, int32_t target, int32_t adNumber) {
-    const int32_t result = ::RspReadA2D_2(rspid, mac.c_str(), target, adNumber);
+    const int32_t result = ZANTH_CALL(RspReadA2D_2)(rspid, mac.c_str(), target, adNumber);
     detail::CheckResult("RspReadA2D_2", meta::Rule::kZero, result);
     return result;
 }
@@ -1620,7 +1620,7 @@ inline LocalA2DLimitsResult LocalA2DLimits(const std::string& mac, int32_t mode,
     detail::OutText o_lowerHigh(lowerHigh, 4097);
     detail::OutText o_upperLow(upperLow, 4097);
     detail::OutText o_lowerLow(lowerLow, 4097);
-    const int32_t result = ::LocalA2DLimits(mac.c_str(), mode, adNumber, o_upperHigh.data(), o_upperHigh.size(), o_lowerHigh.data(), o_lowerHigh.size(), o_upperLow.data(), o_upperLow.size(), o_lowerLow.data(), o_lowerLow.size());
+    const int32_t result = ZANTH_CALL(LocalA2DLimits)(mac.c_str(), mode, adNumber, o_upperHigh.data(), o_upperHigh.size(), o_lowerHigh.data(), o_lowerHigh.size(), o_upperLow.data(), o_upperLow.size(), o_lowerLow.data(), o_lowerLow.size());
     detail::CheckResult("LocalA2DLimits", meta::Rule::kController, result);
     LocalA2DLimitsResult out;
     out.result = result;
@@ -1644,7 +1644,7 @@ inline GetLocalA2DLimitsResult GetLocalA2DLimits(const std::string& mac, int32_t
     detail::OutText o_lowerHigh(4097);
     detail::OutText o_upperLow(4097);
     detail::OutText o_lowerLow(4097);
-    const int32_t result = ::GetLocalA2DLimits(mac.c_str(), adNumber, o_upperHigh.data(), o_upperHigh.size(), o_lowerHigh.data(), o_lowerHigh.size(), o_upperLow.data(), o_upperLow.size(), o_lowerLow.data(), o_lowerLow.size());
+    const int32_t result = ZANTH_CALL(GetLocalA2DLimits)(mac.c_str(), adNumber, o_upperHigh.data(), o_upperHigh.size(), o_lowerHigh.data(), o_lowerHigh.size(), o_upperLow.data(), o_upperLow.size(), o_lowerLow.data(), o_lowerLow.size());
     detail::CheckResult("GetLocalA2DLimits", meta::Rule::kController, result);
     GetLocalA2DLimitsResult out;
     out.result = result;
@@ -1657,28 +1657,28 @@ inline GetLocalA2DLimitsResult GetLocalA2DLimits(const std::string& mac, int32_t
 
 // int32_t SetLocalA2DLimits(const char* mac, int32_t adNumber, const char* upperHigh, const char* lowerHigh, const char* upperLow, const char* lowerLow);
 inline int32_t SetLocalA2DLimits(const std::string& mac, int32_t adNumber, const std::string& upperHigh, const std::string& lowerHigh, const std::string& upperLow, const std::string& lowerLow) {
-    const int32_t result = ::SetLocalA2DLimits(mac.c_str(), adNumber, upperHigh.c_str(), lowerHigh.c_str(), upperLow.c_str(), lowerLow.c_str());
+    const int32_t result = ZANTH_CALL(SetLocalA2DLimits)(mac.c_str(), adNumber, upperHigh.c_str(), lowerHigh.c_str(), upperLow.c_str(), lowerLow.c_str());
     detail::CheckResult("SetLocalA2DLimits", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspLocalA2DLimits(uint32_t rspid, const char* mac, int32_t mode, int32_t adNumber, const char* upperHigh, const char* lowerHigh, const char* upperLow, const char* lowerLow);
 inline int32_t RspLocalA2DLimits(uint32_t rspid, const std::string& mac, int32_t mode, int32_t adNumber, const std::string& upperHigh, const std::string& lowerHigh, const std::string& upperLow, const std::string& lowerLow) {
-    const int32_t result = ::RspLocalA2DLimits(rspid, mac.c_str(), mode, adNumber, upperHigh.c_str(), lowerHigh.c_str(), upperLow.c_str(), lowerLow.c_str());
+    const int32_t result = ZANTH_CALL(RspLocalA2DLimits)(rspid, mac.c_str(), mode, adNumber, upperHigh.c_str(), lowerHigh.c_str(), upperLow.c_str(), lowerLow.c_str());
     detail::CheckResult("RspLocalA2DLimits", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber);
 inline int32_t RspGetLocalA2DLimits(uint32_t rspid, const std::string& mac, int32_t adNumber) {
-    const int32_t result = ::RspGetLocalA2DLimits(rspid, mac.c_str(), adNumber);
+    const int32_t result = ZANTH_CALL(RspGetLocalA2DLimits)(rspid, mac.c_str(), adNumber);
     detail::CheckResult("RspGetLocalA2DLimits", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber, const char* upperHigh, const char* lowerHigh, const char* upperLow, const char* lowerLow);
 inline int32_t RspSetLocalA2DLimits(uint32_t rspid, const std::string& mac, int32_t adNumber, const std::string& upperHigh, const std::string& lowerHigh, const std::string& upperLow, const std::string& lowerLow) {
-    const int32_t result = ::RspSetLocalA2DLimits(rspid, mac.c_str(), adNumber, upperHigh.c_str(), lowerHigh.c_str(), upperLow.c_str(), lowerLow.c_str());
+    const int32_t result = ZANTH_CALL(RspSetLocalA2DLimits)(rspid, mac.c_str(), adNumber, upperHigh.c_str(), lowerHigh.c_str(), upperLow.c_str(), lowerLow.c_str());
     detail::CheckResult("RspSetLocalA2DLimits", meta::Rule::kZero, result);
     return result;
 }
@@ -1686,7 +1686,7 @@ inline int32_t RspSetLocalA2DLimits(uint32_t rspid, const std::string& mac, int3
 // int32_t LocalDebounce(const char* mac, int32_t mode, int32_t number, int32_t* value);
 inline int32_t LocalDebounce(const std::string& mac, int32_t mode, int32_t number, int32_t value = 0) {
     int32_t v_value = value;
-    const int32_t result = ::LocalDebounce(mac.c_str(), mode, number, &v_value);
+    const int32_t result = ZANTH_CALL(LocalDebounce)(mac.c_str(), mode, number, &v_value);
     detail::CheckResult("LocalDebounce", meta::Rule::kController, result);
     return v_value;
 }
@@ -1694,35 +1694,35 @@ inline int32_t LocalDebounce(const std::string& mac, int32_t mode, int32_t numbe
 // int32_t GetLocalDebounce(const char* mac, int32_t number, int32_t* value);
 inline int32_t GetLocalDebounce(const std::string& mac, int32_t number) {
     int32_t v_value = 0;
-    const int32_t result = ::GetLocalDebounce(mac.c_str(), number, &v_value);
+    const int32_t result = ZANTH_CALL(GetLocalDebounce)(mac.c_str(), number, &v_value);
     detail::CheckResult("GetLocalDebounce", meta::Rule::kController, result);
     return v_value;
 }
 
 // int32_t SetLocalDebounce(const char* mac, int32_t number, int32_t value);
 inline int32_t SetLocalDebounce(const std::string& mac, int32_t number, int32_t value) {
-    const int32_t result = ::SetLocalDebounce(mac.c_str(), number, value);
+    const int32_t result = ZANTH_CALL(SetLocalDebounce)(mac.c_str(), number, value);
     detail::CheckResult("SetLocalDebounce", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspLocalDebounce(uint32_t rspid, const char* mac, int32_t mode, int32_t number, int32_t value);
 inline int32_t RspLocalDebounce(uint32_t rspid, const std::string& mac, int32_t mode, int32_t number, int32_t value) {
-    const int32_t result = ::RspLocalDebounce(rspid, mac.c_str(), mode, number, value);
+    const int32_t result = ZANTH_CALL(RspLocalDebounce)(rspid, mac.c_str(), mode, number, value);
     detail::CheckResult("RspLocalDebounce", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetLocalDebounce(uint32_t rspid, const char* mac, int32_t number);
 inline int32_t RspGetLocalDebounce(uint32_t rspid, const std::string& mac, int32_t number) {
-    const int32_t result = ::RspGetLocalDebounce(rspid, mac.c_str(), number);
+    const int32_t result = ZANTH_CALL(RspGetLocalDebounce)(rspid, mac.c_str(), number);
     detail::CheckResult("RspGetLocalDebounce", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSetLocalDebounce(uint32_t rspid, const char* mac, int32_t number, int32_t value);
 inline int32_t RspSetLocalDebounce(uint32_t rspid, const std::string& mac, int32_t number, int32_t value) {
-    const int32_t result = ::RspSetLocalDebounce(rspid, mac.c_str(), number, value);
+    const int32_t result = ZANTH_CALL(RspSetLocalDebounce)(rspid, mac.c_str(), number, value);
     detail::CheckResult("RspSetLocalDebounce", meta::Rule::kZero, result);
     return result;
 }
@@ -1730,7 +1730,7 @@ inline int32_t RspSetLocalDebounce(uint32_t rspid, const std::string& mac, int32
 // int32_t LocalRelayTimer(const char* mac, int32_t mode, int32_t relay, int32_t* value);
 inline int32_t LocalRelayTimer(const std::string& mac, int32_t mode, int32_t relay, int32_t value = 0) {
     int32_t v_value = value;
-    const int32_t result = ::LocalRelayTimer(mac.c_str(), mode, relay, &v_value);
+    const int32_t result = ZANTH_CALL(LocalRelayTimer)(mac.c_str(), mode, relay, &v_value);
     detail::CheckResult("LocalRelayTimer", meta::Rule::kController, result);
     return v_value;
 }
@@ -1738,35 +1738,35 @@ inline int32_t LocalRelayTimer(const std::string& mac, int32_t mode, int32_t rel
 // int32_t GetLocalRelayTimer(const char* mac, int32_t relay, int32_t* value);
 inline int32_t GetLocalRelayTimer(const std::string& mac, int32_t relay) {
     int32_t v_value = 0;
-    const int32_t result = ::GetLocalRelayTimer(mac.c_str(), relay, &v_value);
+    const int32_t result = ZANTH_CALL(GetLocalRelayTimer)(mac.c_str(), relay, &v_value);
     detail::CheckResult("GetLocalRelayTimer", meta::Rule::kController, result);
     return v_value;
 }
 
 // int32_t SetLocalRelayTimer(const char* mac, int32_t relay, int32_t value);
 inline int32_t SetLocalRelayTimer(const std::string& mac, int32_t relay, int32_t value) {
-    const int32_t result = ::SetLocalRelayTimer(mac.c_str(), relay, value);
+    const int32_t result = ZANTH_CALL(SetLocalRelayTimer)(mac.c_str(), relay, value);
     detail::CheckResult("SetLocalRelayTimer", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspLocalRelayTimer(uint32_t rspid, const char* mac, int32_t mode, int32_t relay, int32_t value);
 inline int32_t RspLocalRelayTimer(uint32_t rspid, const std::string& mac, int32_t mode, int32_t relay, int32_t value) {
-    const int32_t result = ::RspLocalRelayTimer(rspid, mac.c_str(), mode, relay, value);
+    const int32_t result = ZANTH_CALL(RspLocalRelayTimer)(rspid, mac.c_str(), mode, relay, value);
     detail::CheckResult("RspLocalRelayTimer", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetLocalRelayTimer(uint32_t rspid, const char* mac, int32_t relay);
 inline int32_t RspGetLocalRelayTimer(uint32_t rspid, const std::string& mac, int32_t relay) {
-    const int32_t result = ::RspGetLocalRelayTimer(rspid, mac.c_str(), relay);
+    const int32_t result = ZANTH_CALL(RspGetLocalRelayTimer)(rspid, mac.c_str(), relay);
     detail::CheckResult("RspGetLocalRelayTimer", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSetLocalRelayTimer(uint32_t rspid, const char* mac, int32_t relay, int32_t value);
 inline int32_t RspSetLocalRelayTimer(uint32_t rspid, const std::string& mac, int32_t relay, int32_t value) {
-    const int32_t result = ::RspSetLocalRelayTimer(rspid, mac.c_str(), relay, value);
+    const int32_t result = ZANTH_CALL(RspSetLocalRelayTimer)(rspid, mac.c_str(), relay, value);
     detail::CheckResult("RspSetLocalRelayTimer", meta::Rule::kZero, result);
     return result;
 }
@@ -1774,7 +1774,7 @@ inline int32_t RspSetLocalRelayTimer(uint32_t rspid, const std::string& mac, int
 // int32_t LogicalInput(const char* mac, int32_t mode, int32_t number, int32_t* value);
 inline int32_t LogicalInput(const std::string& mac, int32_t mode, int32_t number, int32_t value = 0) {
     int32_t v_value = value;
-    const int32_t result = ::LogicalInput(mac.c_str(), mode, number, &v_value);
+    const int32_t result = ZANTH_CALL(LogicalInput)(mac.c_str(), mode, number, &v_value);
     detail::CheckResult("LogicalInput", meta::Rule::kController, result);
     return v_value;
 }
@@ -1782,35 +1782,35 @@ inline int32_t LogicalInput(const std::string& mac, int32_t mode, int32_t number
 // int32_t GetLogicalInput(const char* mac, int32_t number, int32_t* value);
 inline int32_t GetLogicalInput(const std::string& mac, int32_t number) {
     int32_t v_value = 0;
-    const int32_t result = ::GetLogicalInput(mac.c_str(), number, &v_value);
+    const int32_t result = ZANTH_CALL(GetLogicalInput)(mac.c_str(), number, &v_value);
     detail::CheckResult("GetLogicalInput", meta::Rule::kController, result);
     return v_value;
 }
 
 // int32_t SetLogicalInput(const char* mac, int32_t number, int32_t value);
 inline int32_t SetLogicalInput(const std::string& mac, int32_t number, int32_t value) {
-    const int32_t result = ::SetLogicalInput(mac.c_str(), number, value);
+    const int32_t result = ZANTH_CALL(SetLogicalInput)(mac.c_str(), number, value);
     detail::CheckResult("SetLogicalInput", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspLogicalInput(uint32_t rspid, const char* mac, int32_t mode, int32_t number, int32_t value);
 inline int32_t RspLogicalInput(uint32_t rspid, const std::string& mac, int32_t mode, int32_t number, int32_t value) {
-    const int32_t result = ::RspLogicalInput(rspid, mac.c_str(), mode, number, value);
+    const int32_t result = ZANTH_CALL(RspLogicalInput)(rspid, mac.c_str(), mode, number, value);
     detail::CheckResult("RspLogicalInput", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetLogicalInput(uint32_t rspid, const char* mac, int32_t number);
 inline int32_t RspGetLogicalInput(uint32_t rspid, const std::string& mac, int32_t number) {
-    const int32_t result = ::RspGetLogicalInput(rspid, mac.c_str(), number);
+    const int32_t result = ZANTH_CALL(RspGetLogicalInput)(rspid, mac.c_str(), number);
     detail::CheckResult("RspGetLogicalInput", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSetLogicalInput(uint32_t rspid, const char* mac, int32_t number, int32_t value);
 inline int32_t RspSetLogicalInput(uint32_t rspid, const std::string& mac, int32_t number, int32_t value) {
-    const int32_t result = ::RspSetLogicalInput(rspid, mac.c_str(), number, value);
+    const int32_t result = ZANTH_CALL(RspSetLogicalInput)(rspid, mac.c_str(), number, value);
     detail::CheckResult("RspSetLogicalInput", meta::Rule::kZero, result);
     return result;
 }
@@ -1818,14 +1818,14 @@ inline int32_t RspSetLogicalInput(uint32_t rspid, const std::string& mac, int32_
 // int32_t LocalPollDelay(const char* mac, int32_t mode, int32_t* value);
 inline int32_t LocalPollDelay(const std::string& mac, int32_t mode, int32_t value = 0) {
     int32_t v_value = value;
-    const int32_t result = ::LocalPollDelay(mac.c_str(), mode, &v_value);
+    const int32_t result = ZANTH_CALL(LocalPollDelay)(mac.c_str(), mode, &v_value);
     detail::CheckResult("LocalPollDelay", meta::Rule::kController, result);
     return v_value;
 }
 
 // int32_t RspLocalPollDelay(uint32_t rspid, const char* mac, int32_t mode, int32_t value);
 inline int32_t RspLocalPollDelay(uint32_t rspid, const std::string& mac, int32_t mode, int32_t value) {
-    const int32_t result = ::RspLocalPollDelay(rspid, mac.c_str(), mode, value);
+    const int32_t result = ZANTH_CALL(RspLocalPollDelay)(rspid, mac.c_str(), mode, value);
     detail::CheckResult("RspLocalPollDelay", meta::Rule::kZero, result);
     return result;
 }
@@ -1835,7 +1835,7 @@ inline int32_t RspLocalPollDelay(uint32_t rspid, const std::string& mac, int32_t
 // int32_t DiscoverInterfaces(const char* mac, char* buffer, int32_t size);
 inline std::string DiscoverInterfaces(const std::string& mac) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::DiscoverInterfaces(mac.c_str(), o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(DiscoverInterfaces)(mac.c_str(), o_buffer.data(), o_buffer.size());
     detail::CheckResult("DiscoverInterfaces", meta::Rule::kController, result);
     return o_buffer.str();
 }
@@ -1843,56 +1843,56 @@ inline std::string DiscoverInterfaces(const std::string& mac) {
 // int32_t DiscoverInterfaces2(const char* mac, char* buffer, int32_t size);
 inline std::string DiscoverInterfaces2(const std::string& mac) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::DiscoverInterfaces2(mac.c_str(), o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(DiscoverInterfaces2)(mac.c_str(), o_buffer.data(), o_buffer.size());
     detail::CheckResult("DiscoverInterfaces2", meta::Rule::kController, result);
     return o_buffer.str();
 }
 
 // int32_t RspDiscoverInterfaces(uint32_t rspid, const char* mac, int32_t chain);
 inline int32_t RspDiscoverInterfaces(uint32_t rspid, const std::string& mac, int32_t chain) {
-    const int32_t result = ::RspDiscoverInterfaces(rspid, mac.c_str(), chain);
+    const int32_t result = ZANTH_CALL(RspDiscoverInterfaces)(rspid, mac.c_str(), chain);
     detail::CheckResult("RspDiscoverInterfaces", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t DownloadInterfaceCode(const char* mac, int32_t interface, int32_t mode);
 inline int32_t DownloadInterfaceCode(const std::string& mac, int32_t interface, int32_t mode) {
-    const int32_t result = ::DownloadInterfaceCode(mac.c_str(), interface, mode);
+    const int32_t result = ZANTH_CALL(DownloadInterfaceCode)(mac.c_str(), interface, mode);
     detail::CheckResult("DownloadInterfaceCode", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspDownloadInterfaceCode(uint32_t rspid, const char* mac, int32_t interface, int32_t mode);
 inline int32_t RspDownloadInterfaceCode(uint32_t rspid, const std::string& mac, int32_t interface, int32_t mode) {
-    const int32_t result = ::RspDownloadInterfaceCode(rspid, mac.c_str(), interface, mode);
+    const int32_t result = ZANTH_CALL(RspDownloadInterfaceCode)(rspid, mac.c_str(), interface, mode);
     detail::CheckResult("RspDownloadInterfaceCode", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t DownloadInterfaceProgram(const char* mac, int32_t interface);
 inline int32_t DownloadInterfaceProgram(const std::string& mac, int32_t interface) {
-    const int32_t result = ::DownloadInterfaceProgram(mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(DownloadInterfaceProgram)(mac.c_str(), interface);
     detail::CheckResult("DownloadInterfaceProgram", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspDownloadInterfaceProgram(uint32_t rspid, const char* mac, int32_t interface);
 inline int32_t RspDownloadInterfaceProgram(uint32_t rspid, const std::string& mac, int32_t interface) {
-    const int32_t result = ::RspDownloadInterfaceProgram(rspid, mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(RspDownloadInterfaceProgram)(rspid, mac.c_str(), interface);
     detail::CheckResult("RspDownloadInterfaceProgram", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t DownloadInterfaceEEPROM(const char* mac, int32_t interface);
 inline int32_t DownloadInterfaceEEPROM(const std::string& mac, int32_t interface) {
-    const int32_t result = ::DownloadInterfaceEEPROM(mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(DownloadInterfaceEEPROM)(mac.c_str(), interface);
     detail::CheckResult("DownloadInterfaceEEPROM", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspDownloadInterfaceEEPROM(uint32_t rspid, const char* mac, int32_t interface);
 inline int32_t RspDownloadInterfaceEEPROM(uint32_t rspid, const std::string& mac, int32_t interface) {
-    const int32_t result = ::RspDownloadInterfaceEEPROM(rspid, mac.c_str(), interface);
+    const int32_t result = ZANTH_CALL(RspDownloadInterfaceEEPROM)(rspid, mac.c_str(), interface);
     detail::CheckResult("RspDownloadInterfaceEEPROM", meta::Rule::kZero, result);
     return result;
 }
@@ -1900,14 +1900,14 @@ inline int32_t RspDownloadInterfaceEEPROM(uint32_t rspid, const std::string& mac
 // int32_t ReadInterfaceMemory(const char* mac, int32_t interface, int32_t memoryType, const char* address, int32_t numberOfBytes, char* data, int32_t size);
 inline std::string ReadInterfaceMemory(const std::string& mac, int32_t interface, int32_t memoryType, const std::string& address, int32_t numberOfBytes) {
     detail::OutText o_data(4097);
-    const int32_t result = ::ReadInterfaceMemory(mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes, o_data.data(), o_data.size());
+    const int32_t result = ZANTH_CALL(ReadInterfaceMemory)(mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes, o_data.data(), o_data.size());
     detail::CheckResult("ReadInterfaceMemory", meta::Rule::kController, result);
     return o_data.str();
 }
 
 // int32_t RspReadInterfaceMemory(uint32_t rspid, const char* mac, int32_t interface, int32_t memoryType, const char* address, int32_t numberOfBytes);
 inline int32_t RspReadInterfaceMemory(uint32_t rspid, const std::string& mac, int32_t interface, int32_t memoryType, const std::string& address, int32_t numberOfBytes) {
-    const int32_t result = ::RspReadInterfaceMemory(rspid, mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes);
+    const int32_t result = ZANTH_CALL(RspReadInterfaceMemory)(rspid, mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes);
     detail::CheckResult("RspReadInterfaceMemory", meta::Rule::kZero, result);
     return result;
 }
@@ -1915,56 +1915,56 @@ inline int32_t RspReadInterfaceMemory(uint32_t rspid, const std::string& mac, in
 // int32_t ReadInterfaceMemory_2(const char* mac, int32_t interface, int32_t memoryType, const char* address, int32_t numberOfBytes, char* data, int32_t size, char outputType);
 inline std::string ReadInterfaceMemory_2(const std::string& mac, int32_t interface, int32_t memoryType, const std::string& address, int32_t numberOfBytes, char outputType) {
     detail::OutText o_data(4097);
-    const int32_t result = ::ReadInterfaceMemory_2(mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes, o_data.data(), o_data.size(), outputType);
+    const int32_t result = ZANTH_CALL(ReadInterfaceMemory_2)(mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes, o_data.data(), o_data.size(), outputType);
     detail::CheckResult("ReadInterfaceMemory_2", meta::Rule::kController, result);
     return o_data.str();
 }
 
 // int32_t RspReadInterfaceMemory_2(uint32_t rspid, const char* mac, int32_t interface, int32_t memoryType, const char* address, int32_t numberOfBytes, char outputType);
 inline int32_t RspReadInterfaceMemory_2(uint32_t rspid, const std::string& mac, int32_t interface, int32_t memoryType, const std::string& address, int32_t numberOfBytes, char outputType) {
-    const int32_t result = ::RspReadInterfaceMemory_2(rspid, mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes, outputType);
+    const int32_t result = ZANTH_CALL(RspReadInterfaceMemory_2)(rspid, mac.c_str(), interface, memoryType, address.c_str(), numberOfBytes, outputType);
     detail::CheckResult("RspReadInterfaceMemory_2", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t WriteEEPROM(const char* mac, int32_t interface, const char* address, int32_t numberOfBytes, const char* data, int32_t bIsLastWrite);
 inline int32_t WriteEEPROM(const std::string& mac, int32_t interface, const std::string& address, int32_t numberOfBytes, const std::string& data, int32_t bIsLastWrite) {
-    const int32_t result = ::WriteEEPROM(mac.c_str(), interface, address.c_str(), numberOfBytes, data.c_str(), bIsLastWrite);
+    const int32_t result = ZANTH_CALL(WriteEEPROM)(mac.c_str(), interface, address.c_str(), numberOfBytes, data.c_str(), bIsLastWrite);
     detail::CheckResult("WriteEEPROM", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspWriteEEPROM(uint32_t rspid, const char* mac, int32_t interface, const char* address, int32_t numberOfBytes, const char* data, int32_t bIsLastWrite);
 inline int32_t RspWriteEEPROM(uint32_t rspid, const std::string& mac, int32_t interface, const std::string& address, int32_t numberOfBytes, const std::string& data, int32_t bIsLastWrite) {
-    const int32_t result = ::RspWriteEEPROM(rspid, mac.c_str(), interface, address.c_str(), numberOfBytes, data.c_str(), bIsLastWrite);
+    const int32_t result = ZANTH_CALL(RspWriteEEPROM)(rspid, mac.c_str(), interface, address.c_str(), numberOfBytes, data.c_str(), bIsLastWrite);
     detail::CheckResult("RspWriteEEPROM", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetInterfaceInternalID(const char* mac, int32_t interface, const char* id);
 inline int32_t SetInterfaceInternalID(const std::string& mac, int32_t interface, const std::string& id) {
-    const int32_t result = ::SetInterfaceInternalID(mac.c_str(), interface, id.c_str());
+    const int32_t result = ZANTH_CALL(SetInterfaceInternalID)(mac.c_str(), interface, id.c_str());
     detail::CheckResult("SetInterfaceInternalID", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspSetInterfaceInternalID(uint32_t rspid, const char* mac, int32_t interface, const char* id);
 inline int32_t RspSetInterfaceInternalID(uint32_t rspid, const std::string& mac, int32_t interface, const std::string& id) {
-    const int32_t result = ::RspSetInterfaceInternalID(rspid, mac.c_str(), interface, id.c_str());
+    const int32_t result = ZANTH_CALL(RspSetInterfaceInternalID)(rspid, mac.c_str(), interface, id.c_str());
     detail::CheckResult("RspSetInterfaceInternalID", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetHardwareID(const char* mac, int32_t interface, const char* id);
 inline int32_t SetHardwareID(const std::string& mac, int32_t interface, const std::string& id) {
-    const int32_t result = ::SetHardwareID(mac.c_str(), interface, id.c_str());
+    const int32_t result = ZANTH_CALL(SetHardwareID)(mac.c_str(), interface, id.c_str());
     detail::CheckResult("SetHardwareID", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspSetHardwareID(uint32_t rspid, const char* mac, int32_t interface, const char* id);
 inline int32_t RspSetHardwareID(uint32_t rspid, const std::string& mac, int32_t interface, const std::string& id) {
-    const int32_t result = ::RspSetHardwareID(rspid, mac.c_str(), interface, id.c_str());
+    const int32_t result = ZANTH_CALL(RspSetHardwareID)(rspid, mac.c_str(), interface, id.c_str());
     detail::CheckResult("RspSetHardwareID", meta::Rule::kZero, result);
     return result;
 }
@@ -1972,14 +1972,14 @@ inline int32_t RspSetHardwareID(uint32_t rspid, const std::string& mac, int32_t 
 // int32_t GetMoxModuleRevs(const char* mac, char* buffer, int32_t size);
 inline std::string GetMoxModuleRevs(const std::string& mac) {
     detail::OutText o_buffer(4097);
-    const int32_t result = ::GetMoxModuleRevs(mac.c_str(), o_buffer.data(), o_buffer.size());
+    const int32_t result = ZANTH_CALL(GetMoxModuleRevs)(mac.c_str(), o_buffer.data(), o_buffer.size());
     detail::CheckResult("GetMoxModuleRevs", meta::Rule::kController, result);
     return o_buffer.str();
 }
 
 // int32_t RspGetMoxModuleRevs(uint32_t rspid, const char* mac);
 inline int32_t RspGetMoxModuleRevs(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetMoxModuleRevs(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetMoxModuleRevs)(rspid, mac.c_str());
     detail::CheckResult("RspGetMoxModuleRevs", meta::Rule::kZero, result);
     return result;
 }
@@ -1987,28 +1987,28 @@ inline int32_t RspGetMoxModuleRevs(uint32_t rspid, const std::string& mac) {
 // int32_t GetMoxOperationMode(const char* mac, int32_t* mode);
 inline int32_t GetMoxOperationMode(const std::string& mac) {
     int32_t v_mode = 0;
-    const int32_t result = ::GetMoxOperationMode(mac.c_str(), &v_mode);
+    const int32_t result = ZANTH_CALL(GetMoxOperationMode)(mac.c_str(), &v_mode);
     detail::CheckResult("GetMoxOperationMode", meta::Rule::kController, result);
     return v_mode;
 }
 
 // int32_t RspGetMoxOperationMode(uint32_t rspid, const char* mac);
 inline int32_t RspGetMoxOperationMode(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetMoxOperationMode(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetMoxOperationMode)(rspid, mac.c_str());
     detail::CheckResult("RspGetMoxOperationMode", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetMoxOperationMode(const char* mac, const char* password, int32_t mode);
 inline int32_t SetMoxOperationMode(const std::string& mac, const std::string& password, int32_t mode) {
-    const int32_t result = ::SetMoxOperationMode(mac.c_str(), password.c_str(), mode);
+    const int32_t result = ZANTH_CALL(SetMoxOperationMode)(mac.c_str(), password.c_str(), mode);
     detail::CheckResult("SetMoxOperationMode", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspSetMoxOperationMode(uint32_t rspid, const char* mac, const char* password, int32_t mode);
 inline int32_t RspSetMoxOperationMode(uint32_t rspid, const std::string& mac, const std::string& password, int32_t mode) {
-    const int32_t result = ::RspSetMoxOperationMode(rspid, mac.c_str(), password.c_str(), mode);
+    const int32_t result = ZANTH_CALL(RspSetMoxOperationMode)(rspid, mac.c_str(), password.c_str(), mode);
     detail::CheckResult("RspSetMoxOperationMode", meta::Rule::kZero, result);
     return result;
 }
@@ -2017,140 +2017,140 @@ inline int32_t RspSetMoxOperationMode(uint32_t rspid, const std::string& mac, co
 
 // int32_t RebootBoard(const char* mac, int32_t target);
 inline int32_t RebootBoard(const std::string& mac, int32_t target) {
-    const int32_t result = ::RebootBoard(mac.c_str(), target);
+    const int32_t result = ZANTH_CALL(RebootBoard)(mac.c_str(), target);
     detail::CheckResult("RebootBoard", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspRebootBoard(uint32_t rspid, const char* mac, int32_t target);
 inline int32_t RspRebootBoard(uint32_t rspid, const std::string& mac, int32_t target) {
-    const int32_t result = ::RspRebootBoard(rspid, mac.c_str(), target);
+    const int32_t result = ZANTH_CALL(RspRebootBoard)(rspid, mac.c_str(), target);
     detail::CheckResult("RspRebootBoard", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RebootBoard2(const char* mac, int32_t target);
 inline int32_t RebootBoard2(const std::string& mac, int32_t target) {
-    const int32_t result = ::RebootBoard2(mac.c_str(), target);
+    const int32_t result = ZANTH_CALL(RebootBoard2)(mac.c_str(), target);
     detail::CheckResult("RebootBoard2", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspRebootBoard2(uint32_t rspid, const char* mac, int32_t target);
 inline int32_t RspRebootBoard2(uint32_t rspid, const std::string& mac, int32_t target) {
-    const int32_t result = ::RspRebootBoard2(rspid, mac.c_str(), target);
+    const int32_t result = ZANTH_CALL(RspRebootBoard2)(rspid, mac.c_str(), target);
     detail::CheckResult("RspRebootBoard2", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RestartStopTask(const char* mac, int32_t mode, int32_t task);
 inline int32_t RestartStopTask(const std::string& mac, int32_t mode, int32_t task) {
-    const int32_t result = ::RestartStopTask(mac.c_str(), mode, task);
+    const int32_t result = ZANTH_CALL(RestartStopTask)(mac.c_str(), mode, task);
     detail::CheckResult("RestartStopTask", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspRestartStopTask(uint32_t rspid, const char* mac, int32_t mode, int32_t task);
 inline int32_t RspRestartStopTask(uint32_t rspid, const std::string& mac, int32_t mode, int32_t task) {
-    const int32_t result = ::RspRestartStopTask(rspid, mac.c_str(), mode, task);
+    const int32_t result = ZANTH_CALL(RspRestartStopTask)(rspid, mac.c_str(), mode, task);
     detail::CheckResult("RspRestartStopTask", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RestartTask(const char* mac, int32_t task);
 inline int32_t RestartTask(const std::string& mac, int32_t task) {
-    const int32_t result = ::RestartTask(mac.c_str(), task);
+    const int32_t result = ZANTH_CALL(RestartTask)(mac.c_str(), task);
     detail::CheckResult("RestartTask", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspRestartTask(uint32_t rspid, const char* mac, int32_t task);
 inline int32_t RspRestartTask(uint32_t rspid, const std::string& mac, int32_t task) {
-    const int32_t result = ::RspRestartTask(rspid, mac.c_str(), task);
+    const int32_t result = ZANTH_CALL(RspRestartTask)(rspid, mac.c_str(), task);
     detail::CheckResult("RspRestartTask", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t StopTask(const char* mac, int32_t task);
 inline int32_t StopTask(const std::string& mac, int32_t task) {
-    const int32_t result = ::StopTask(mac.c_str(), task);
+    const int32_t result = ZANTH_CALL(StopTask)(mac.c_str(), task);
     detail::CheckResult("StopTask", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspStopTask(uint32_t rspid, const char* mac, int32_t task);
 inline int32_t RspStopTask(uint32_t rspid, const std::string& mac, int32_t task) {
-    const int32_t result = ::RspStopTask(rspid, mac.c_str(), task);
+    const int32_t result = ZANTH_CALL(RspStopTask)(rspid, mac.c_str(), task);
     detail::CheckResult("RspStopTask", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t EnableDHCP(const char* mac, const char* text);
 inline int32_t EnableDHCP(const std::string& mac, const std::string& text) {
-    const int32_t result = ::EnableDHCP(mac.c_str(), text.c_str());
+    const int32_t result = ZANTH_CALL(EnableDHCP)(mac.c_str(), text.c_str());
     detail::CheckResult("EnableDHCP", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspEnableDHCP(uint32_t rspid, const char* mac, const char* text);
 inline int32_t RspEnableDHCP(uint32_t rspid, const std::string& mac, const std::string& text) {
-    const int32_t result = ::RspEnableDHCP(rspid, mac.c_str(), text.c_str());
+    const int32_t result = ZANTH_CALL(RspEnableDHCP)(rspid, mac.c_str(), text.c_str());
     detail::CheckResult("RspEnableDHCP", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t EnableStaticIP(const char* mac, const char* text1, const char* text2, const char* text3, const char* text4, const char* text5, const char* text6, const char* text7, const char* text8);
 inline int32_t EnableStaticIP(const std::string& mac, const std::string& text1, const std::string& text2, const std::string& text3, const std::string& text4, const std::string& text5, const std::string& text6, const std::string& text7, const std::string& text8) {
-    const int32_t result = ::EnableStaticIP(mac.c_str(), text1.c_str(), text2.c_str(), text3.c_str(), text4.c_str(), text5.c_str(), text6.c_str(), text7.c_str(), text8.c_str());
+    const int32_t result = ZANTH_CALL(EnableStaticIP)(mac.c_str(), text1.c_str(), text2.c_str(), text3.c_str(), text4.c_str(), text5.c_str(), text6.c_str(), text7.c_str(), text8.c_str());
     detail::CheckResult("EnableStaticIP", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspEnableStaticIP(uint32_t rspid, const char* mac, const char* text1, const char* text2, const char* text3, const char* text4, const char* text5, const char* text6, const char* text7, const char* text8);
 inline int32_t RspEnableStaticIP(uint32_t rspid, const std::string& mac, const std::string& text1, const std::string& text2, const std::string& text3, const std::string& text4, const std::string& text5, const std::string& text6, const std::string& text7, const std::string& text8) {
-    const int32_t result = ::RspEnableStaticIP(rspid, mac.c_str(), text1.c_str(), text2.c_str(), text3.c_str(), text4.c_str(), text5.c_str(), text6.c_str(), text7.c_str(), text8.c_str());
+    const int32_t result = ZANTH_CALL(RspEnableStaticIP)(rspid, mac.c_str(), text1.c_str(), text2.c_str(), text3.c_str(), text4.c_str(), text5.c_str(), text6.c_str(), text7.c_str(), text8.c_str());
     detail::CheckResult("RspEnableStaticIP", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetPassword(const char* mac, const char* username, const char* password);
 inline int32_t SetPassword(const std::string& mac, const std::string& username, const std::string& password) {
-    const int32_t result = ::SetPassword(mac.c_str(), username.c_str(), password.c_str());
+    const int32_t result = ZANTH_CALL(SetPassword)(mac.c_str(), username.c_str(), password.c_str());
     detail::CheckResult("SetPassword", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspSetPassword(uint32_t rspid, const char* mac, const char* username, const char* password);
 inline int32_t RspSetPassword(uint32_t rspid, const std::string& mac, const std::string& username, const std::string& password) {
-    const int32_t result = ::RspSetPassword(rspid, mac.c_str(), username.c_str(), password.c_str());
+    const int32_t result = ZANTH_CALL(RspSetPassword)(rspid, mac.c_str(), username.c_str(), password.c_str());
     detail::CheckResult("RspSetPassword", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t FirmwareCommand(const char* mac, uint32_t value);
 inline int32_t FirmwareCommand(const std::string& mac, uint32_t value) {
-    const int32_t result = ::FirmwareCommand(mac.c_str(), value);
+    const int32_t result = ZANTH_CALL(FirmwareCommand)(mac.c_str(), value);
     detail::CheckResult("FirmwareCommand", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspFirmwareCommand(uint32_t rspid, const char* mac, uint32_t value);
 inline int32_t RspFirmwareCommand(uint32_t rspid, const std::string& mac, uint32_t value) {
-    const int32_t result = ::RspFirmwareCommand(rspid, mac.c_str(), value);
+    const int32_t result = ZANTH_CALL(RspFirmwareCommand)(rspid, mac.c_str(), value);
     detail::CheckResult("RspFirmwareCommand", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t GetErrorLog(const char* mac, const char* pcPathFile);
 inline int32_t GetErrorLog(const std::string& mac, const std::string& pcPathFile) {
-    const int32_t result = ::GetErrorLog(mac.c_str(), pcPathFile.c_str());
+    const int32_t result = ZANTH_CALL(GetErrorLog)(mac.c_str(), pcPathFile.c_str());
     detail::CheckResult("GetErrorLog", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspGetErrorLog(uint32_t rspid, const char* mac, const char* pcPathFile);
 inline int32_t RspGetErrorLog(uint32_t rspid, const std::string& mac, const std::string& pcPathFile) {
-    const int32_t result = ::RspGetErrorLog(rspid, mac.c_str(), pcPathFile.c_str());
+    const int32_t result = ZANTH_CALL(RspGetErrorLog)(rspid, mac.c_str(), pcPathFile.c_str());
     detail::CheckResult("RspGetErrorLog", meta::Rule::kZero, result);
     return result;
 }
@@ -2168,7 +2168,7 @@ inline SystemTimeResult SystemTime(const std::string& mac, int32_t mode, const s
     detail::OutText o_date(date, 4097);
     detail::OutText o_time(time, 4097);
     detail::OutText o_zone(4097);
-    const int32_t result = ::SystemTime(mac.c_str(), mode, o_date.data(), o_date.size(), o_time.data(), o_time.size(), o_zone.data(), o_zone.size());
+    const int32_t result = ZANTH_CALL(SystemTime)(mac.c_str(), mode, o_date.data(), o_date.size(), o_time.data(), o_time.size(), o_zone.data(), o_zone.size());
     detail::CheckResult("SystemTime", meta::Rule::kController, result);
     SystemTimeResult out;
     out.result = result;
@@ -2182,7 +2182,7 @@ inline SystemTimeResult SystemTime(const std::string& mac, int32_t mode, const s
 inline int32_t RspSystemTime(uint32_t rspid, const std::string& mac, int32_t mode, const std::string& date, const std::string& time) {
     detail::Writable w_date(date, 0);
     detail::Writable w_time(time, 0);
-    const int32_t result = ::RspSystemTime(rspid, mac.c_str(), mode, w_date.data(), w_time.data());
+    const int32_t result = ZANTH_CALL(RspSystemTime)(rspid, mac.c_str(), mode, w_date.data(), w_time.data());
     detail::CheckResult("RspSystemTime", meta::Rule::kZero, result);
     return result;
 }
@@ -2196,7 +2196,7 @@ struct GetTimeDateResult {
 inline GetTimeDateResult GetTimeDate(const std::string& mac) {
     detail::OutText o_date(4097);
     detail::OutText o_time(4097);
-    const int32_t result = ::GetTimeDate(mac.c_str(), o_date.data(), o_date.size(), o_time.data(), o_time.size());
+    const int32_t result = ZANTH_CALL(GetTimeDate)(mac.c_str(), o_date.data(), o_date.size(), o_time.data(), o_time.size());
     detail::CheckResult("GetTimeDate", meta::Rule::kController, result);
     GetTimeDateResult out;
     out.result = result;
@@ -2207,7 +2207,7 @@ inline GetTimeDateResult GetTimeDate(const std::string& mac) {
 
 // int32_t RspGetTimeDate(uint32_t rspid, const char* mac);
 inline int32_t RspGetTimeDate(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetTimeDate(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetTimeDate)(rspid, mac.c_str());
     detail::CheckResult("RspGetTimeDate", meta::Rule::kZero, result);
     return result;
 }
@@ -2216,7 +2216,7 @@ inline int32_t RspGetTimeDate(uint32_t rspid, const std::string& mac) {
 inline int32_t SetTimeDate(const std::string& mac, const std::string& date, const std::string& time) {
     detail::Writable w_date(date, 0);
     detail::Writable w_time(time, 0);
-    const int32_t result = ::SetTimeDate(mac.c_str(), w_date.data(), w_time.data());
+    const int32_t result = ZANTH_CALL(SetTimeDate)(mac.c_str(), w_date.data(), w_time.data());
     detail::CheckResult("SetTimeDate", meta::Rule::kController, result);
     return result;
 }
@@ -2225,7 +2225,7 @@ inline int32_t SetTimeDate(const std::string& mac, const std::string& date, cons
 inline int32_t RspSetTimeDate(uint32_t rspid, const std::string& mac, const std::string& date, const std::string& time) {
     detail::Writable w_date(date, 0);
     detail::Writable w_time(time, 0);
-    const int32_t result = ::RspSetTimeDate(rspid, mac.c_str(), w_date.data(), w_time.data());
+    const int32_t result = ZANTH_CALL(RspSetTimeDate)(rspid, mac.c_str(), w_date.data(), w_time.data());
     detail::CheckResult("RspSetTimeDate", meta::Rule::kZero, result);
     return result;
 }
@@ -2233,14 +2233,14 @@ inline int32_t RspSetTimeDate(uint32_t rspid, const std::string& mac, const std:
 // int32_t GetCurrentTimeZone(const char* mac, char* zone, int32_t zoneSize);
 inline std::string GetCurrentTimeZone(const std::string& mac) {
     detail::OutText o_zone(4097);
-    const int32_t result = ::GetCurrentTimeZone(mac.c_str(), o_zone.data(), o_zone.size());
+    const int32_t result = ZANTH_CALL(GetCurrentTimeZone)(mac.c_str(), o_zone.data(), o_zone.size());
     detail::CheckResult("GetCurrentTimeZone", meta::Rule::kController, result);
     return o_zone.str();
 }
 
 // int32_t RspGetCurrentTimeZone(uint32_t rspid, const char* mac);
 inline int32_t RspGetCurrentTimeZone(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetCurrentTimeZone(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetCurrentTimeZone)(rspid, mac.c_str());
     detail::CheckResult("RspGetCurrentTimeZone", meta::Rule::kZero, result);
     return result;
 }
@@ -2248,7 +2248,7 @@ inline int32_t RspGetCurrentTimeZone(uint32_t rspid, const std::string& mac) {
 // int32_t SystemTZ(const char* mac, int32_t mode, char* tz, int32_t size);
 inline std::string SystemTZ(const std::string& mac, int32_t mode, const std::string& tz = {}) {
     detail::OutText o_tz(tz, 4097);
-    const int32_t result = ::SystemTZ(mac.c_str(), mode, o_tz.data(), o_tz.size());
+    const int32_t result = ZANTH_CALL(SystemTZ)(mac.c_str(), mode, o_tz.data(), o_tz.size());
     detail::CheckResult("SystemTZ", meta::Rule::kController, result);
     return o_tz.str();
 }
@@ -2256,7 +2256,7 @@ inline std::string SystemTZ(const std::string& mac, int32_t mode, const std::str
 // int32_t RspSystemTZ(uint32_t rspid, const char* mac, int32_t mode, char* tz);
 inline int32_t RspSystemTZ(uint32_t rspid, const std::string& mac, int32_t mode, const std::string& tz) {
     detail::Writable w_tz(tz, 0);
-    const int32_t result = ::RspSystemTZ(rspid, mac.c_str(), mode, w_tz.data());
+    const int32_t result = ZANTH_CALL(RspSystemTZ)(rspid, mac.c_str(), mode, w_tz.data());
     detail::CheckResult("RspSystemTZ", meta::Rule::kZero, result);
     return result;
 }
@@ -2264,28 +2264,28 @@ inline int32_t RspSystemTZ(uint32_t rspid, const std::string& mac, int32_t mode,
 // int32_t GetTZ(const char* mac, char* tz, int32_t size);
 inline std::string GetTZ(const std::string& mac) {
     detail::OutText o_tz(4097);
-    const int32_t result = ::GetTZ(mac.c_str(), o_tz.data(), o_tz.size());
+    const int32_t result = ZANTH_CALL(GetTZ)(mac.c_str(), o_tz.data(), o_tz.size());
     detail::CheckResult("GetTZ", meta::Rule::kController, result);
     return o_tz.str();
 }
 
 // int32_t RspGetTZ(uint32_t rspid, const char* mac);
 inline int32_t RspGetTZ(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspGetTZ(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspGetTZ)(rspid, mac.c_str());
     detail::CheckResult("RspGetTZ", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SetTZ(const char* mac, const char* tz);
 inline int32_t SetTZ(const std::string& mac, const std::string& tz) {
-    const int32_t result = ::SetTZ(mac.c_str(), tz.c_str());
+    const int32_t result = ZANTH_CALL(SetTZ)(mac.c_str(), tz.c_str());
     detail::CheckResult("SetTZ", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspSetTZ(uint32_t rspid, const char* mac, const char* tz);
 inline int32_t RspSetTZ(uint32_t rspid, const std::string& mac, const std::string& tz) {
-    const int32_t result = ::RspSetTZ(rspid, mac.c_str(), tz.c_str());
+    const int32_t result = ZANTH_CALL(RspSetTZ)(rspid, mac.c_str(), tz.c_str());
     detail::CheckResult("RspSetTZ", meta::Rule::kZero, result);
     return result;
 }
@@ -2294,112 +2294,112 @@ inline int32_t RspSetTZ(uint32_t rspid, const std::string& mac, const std::strin
 
 // int32_t CmdEventLog(const char* mac, int32_t mode, int32_t value1, int32_t value2);
 inline int32_t CmdEventLog(const std::string& mac, int32_t mode, int32_t value1, int32_t value2) {
-    const int32_t result = ::CmdEventLog(mac.c_str(), mode, value1, value2);
+    const int32_t result = ZANTH_CALL(CmdEventLog)(mac.c_str(), mode, value1, value2);
     detail::CheckResult("CmdEventLog", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspCmdEventLog(uint32_t rspid, const char* mac, int32_t mode, int32_t value1, int32_t value2);
 inline int32_t RspCmdEventLog(uint32_t rspid, const std::string& mac, int32_t mode, int32_t value1, int32_t value2) {
-    const int32_t result = ::RspCmdEventLog(rspid, mac.c_str(), mode, value1, value2);
+    const int32_t result = ZANTH_CALL(RspCmdEventLog)(rspid, mac.c_str(), mode, value1, value2);
     detail::CheckResult("RspCmdEventLog", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadCurrentMsgs(const char* mac);
 inline int32_t UploadCurrentMsgs(const std::string& mac) {
-    const int32_t result = ::UploadCurrentMsgs(mac.c_str());
+    const int32_t result = ZANTH_CALL(UploadCurrentMsgs)(mac.c_str());
     detail::CheckResult("UploadCurrentMsgs", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadCurrentMsgs(uint32_t rspid, const char* mac);
 inline int32_t RspUploadCurrentMsgs(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspUploadCurrentMsgs(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspUploadCurrentMsgs)(rspid, mac.c_str());
     detail::CheckResult("RspUploadCurrentMsgs", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadAllMsgs(const char* mac);
 inline int32_t UploadAllMsgs(const std::string& mac) {
-    const int32_t result = ::UploadAllMsgs(mac.c_str());
+    const int32_t result = ZANTH_CALL(UploadAllMsgs)(mac.c_str());
     detail::CheckResult("UploadAllMsgs", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadAllMsgs(uint32_t rspid, const char* mac);
 inline int32_t RspUploadAllMsgs(uint32_t rspid, const std::string& mac) {
-    const int32_t result = ::RspUploadAllMsgs(rspid, mac.c_str());
+    const int32_t result = ZANTH_CALL(RspUploadAllMsgs)(rspid, mac.c_str());
     detail::CheckResult("RspUploadAllMsgs", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadCurrentMsgsByClassCode(const char* mac, int32_t classCode);
 inline int32_t UploadCurrentMsgsByClassCode(const std::string& mac, int32_t classCode) {
-    const int32_t result = ::UploadCurrentMsgsByClassCode(mac.c_str(), classCode);
+    const int32_t result = ZANTH_CALL(UploadCurrentMsgsByClassCode)(mac.c_str(), classCode);
     detail::CheckResult("UploadCurrentMsgsByClassCode", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadCurrentMsgsByClassCode(uint32_t rspid, const char* mac, int32_t classCode);
 inline int32_t RspUploadCurrentMsgsByClassCode(uint32_t rspid, const std::string& mac, int32_t classCode) {
-    const int32_t result = ::RspUploadCurrentMsgsByClassCode(rspid, mac.c_str(), classCode);
+    const int32_t result = ZANTH_CALL(RspUploadCurrentMsgsByClassCode)(rspid, mac.c_str(), classCode);
     detail::CheckResult("RspUploadCurrentMsgsByClassCode", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadAllMsgsByClassCode(const char* mac, int32_t classCode);
 inline int32_t UploadAllMsgsByClassCode(const std::string& mac, int32_t classCode) {
-    const int32_t result = ::UploadAllMsgsByClassCode(mac.c_str(), classCode);
+    const int32_t result = ZANTH_CALL(UploadAllMsgsByClassCode)(mac.c_str(), classCode);
     detail::CheckResult("UploadAllMsgsByClassCode", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadAllMsgsByClassCode(uint32_t rspid, const char* mac, int32_t classCode);
 inline int32_t RspUploadAllMsgsByClassCode(uint32_t rspid, const std::string& mac, int32_t classCode) {
-    const int32_t result = ::RspUploadAllMsgsByClassCode(rspid, mac.c_str(), classCode);
+    const int32_t result = ZANTH_CALL(RspUploadAllMsgsByClassCode)(rspid, mac.c_str(), classCode);
     detail::CheckResult("RspUploadAllMsgsByClassCode", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadMsgsByMsgID(const char* mac, int32_t start, int32_t end);
 inline int32_t UploadMsgsByMsgID(const std::string& mac, int32_t start, int32_t end) {
-    const int32_t result = ::UploadMsgsByMsgID(mac.c_str(), start, end);
+    const int32_t result = ZANTH_CALL(UploadMsgsByMsgID)(mac.c_str(), start, end);
     detail::CheckResult("UploadMsgsByMsgID", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadMsgsByMsgID(uint32_t rspid, const char* mac, int32_t start, int32_t end);
 inline int32_t RspUploadMsgsByMsgID(uint32_t rspid, const std::string& mac, int32_t start, int32_t end) {
-    const int32_t result = ::RspUploadMsgsByMsgID(rspid, mac.c_str(), start, end);
+    const int32_t result = ZANTH_CALL(RspUploadMsgsByMsgID)(rspid, mac.c_str(), start, end);
     detail::CheckResult("RspUploadMsgsByMsgID", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadCurrentMsgsByPriority(const char* mac, int32_t priority);
 inline int32_t UploadCurrentMsgsByPriority(const std::string& mac, int32_t priority) {
-    const int32_t result = ::UploadCurrentMsgsByPriority(mac.c_str(), priority);
+    const int32_t result = ZANTH_CALL(UploadCurrentMsgsByPriority)(mac.c_str(), priority);
     detail::CheckResult("UploadCurrentMsgsByPriority", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadCurrentMsgsByPriority(uint32_t rspid, const char* mac, int32_t priority);
 inline int32_t RspUploadCurrentMsgsByPriority(uint32_t rspid, const std::string& mac, int32_t priority) {
-    const int32_t result = ::RspUploadCurrentMsgsByPriority(rspid, mac.c_str(), priority);
+    const int32_t result = ZANTH_CALL(RspUploadCurrentMsgsByPriority)(rspid, mac.c_str(), priority);
     detail::CheckResult("RspUploadCurrentMsgsByPriority", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t UploadAllMsgsByPriority(const char* mac, int32_t priority);
 inline int32_t UploadAllMsgsByPriority(const std::string& mac, int32_t priority) {
-    const int32_t result = ::UploadAllMsgsByPriority(mac.c_str(), priority);
+    const int32_t result = ZANTH_CALL(UploadAllMsgsByPriority)(mac.c_str(), priority);
     detail::CheckResult("UploadAllMsgsByPriority", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, int32_t priority);
 inline int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const std::string& mac, int32_t priority) {
-    const int32_t result = ::RspUploadAllMsgsByPriority(rspid, mac.c_str(), priority);
+    const int32_t result = ZANTH_CALL(RspUploadAllMsgsByPriority)(rspid, mac.c_str(), priority);
     detail::CheckResult("RspUploadAllMsgsByPriority", meta::Rule::kZero, result);
     return result;
 }
@@ -2408,28 +2408,28 @@ inline int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const std::string& mac
 
 // int32_t GetFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
 inline int32_t GetFile(const std::string& mac, const std::string& controllerPathFile, const std::string& pcPathFile) {
-    const int32_t result = ::GetFile(mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
+    const int32_t result = ZANTH_CALL(GetFile)(mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
     detail::CheckResult("GetFile", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetFile(uint32_t rspid, const char* mac, const char* controllerPathFile, const char* pcPathFile);
 inline int32_t RspGetFile(uint32_t rspid, const std::string& mac, const std::string& controllerPathFile, const std::string& pcPathFile) {
-    const int32_t result = ::RspGetFile(rspid, mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
+    const int32_t result = ZANTH_CALL(RspGetFile)(rspid, mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
     detail::CheckResult("RspGetFile", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t SendFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
 inline int32_t SendFile(const std::string& mac, const std::string& controllerPathFile, const std::string& pcPathFile) {
-    const int32_t result = ::SendFile(mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
+    const int32_t result = ZANTH_CALL(SendFile)(mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
     detail::CheckResult("SendFile", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSendFile(uint32_t rspid, const char* mac, const char* controllerPathFile, const char* pcPathFile);
 inline int32_t RspSendFile(uint32_t rspid, const std::string& mac, const std::string& controllerPathFile, const std::string& pcPathFile) {
-    const int32_t result = ::RspSendFile(rspid, mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
+    const int32_t result = ZANTH_CALL(RspSendFile)(rspid, mac.c_str(), controllerPathFile.c_str(), pcPathFile.c_str());
     detail::CheckResult("RspSendFile", meta::Rule::kZero, result);
     return result;
 }
@@ -2445,7 +2445,7 @@ inline GetDataResult GetData(const std::string& mac, const std::string& controll
     detail::OutText o_buffer(4086);
     int32_t v_bytesRead = 0;
     int32_t v_isLast = 0;
-    const int32_t result = ::GetData(mac.c_str(), controllerPathFile.c_str(), o_buffer.data(), o_buffer.size(), &v_bytesRead, &v_isLast);
+    const int32_t result = ZANTH_CALL(GetData)(mac.c_str(), controllerPathFile.c_str(), o_buffer.data(), o_buffer.size(), &v_bytesRead, &v_isLast);
     detail::CheckResult("GetData", meta::Rule::kZero, result);
     GetDataResult out;
     out.result = result;
@@ -2457,35 +2457,35 @@ inline GetDataResult GetData(const std::string& mac, const std::string& controll
 
 // int32_t SendData(const char* mac, const char* controllerPathFile, const char* data, int32_t size, int32_t endOfData);
 inline int32_t SendData(const std::string& mac, const std::string& controllerPathFile, std::string_view data, int32_t endOfData) {
-    const int32_t result = ::SendData(mac.c_str(), controllerPathFile.c_str(), data.data(), static_cast<int32_t>(data.size()), endOfData);
+    const int32_t result = ZANTH_CALL(SendData)(mac.c_str(), controllerPathFile.c_str(), data.data(), static_cast<int32_t>(data.size()), endOfData);
     detail::CheckResult("SendData", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetDataFilename(uint32_t rspid, const char* mac, const char* controllerPathFile);
 inline int32_t RspGetDataFilename(uint32_t rspid, const std::string& mac, const std::string& controllerPathFile) {
-    const int32_t result = ::RspGetDataFilename(rspid, mac.c_str(), controllerPathFile.c_str());
+    const int32_t result = ZANTH_CALL(RspGetDataFilename)(rspid, mac.c_str(), controllerPathFile.c_str());
     detail::CheckResult("RspGetDataFilename", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetData(uint32_t rspid, const char* mac, const char* controllerPathFile);
 inline int32_t RspGetData(uint32_t rspid, const std::string& mac, const std::string& controllerPathFile) {
-    const int32_t result = ::RspGetData(rspid, mac.c_str(), controllerPathFile.c_str());
+    const int32_t result = ZANTH_CALL(RspGetData)(rspid, mac.c_str(), controllerPathFile.c_str());
     detail::CheckResult("RspGetData", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSendDataFilename(uint32_t rspid, const char* mac, const char* controllerPathFile);
 inline int32_t RspSendDataFilename(uint32_t rspid, const std::string& mac, const std::string& controllerPathFile) {
-    const int32_t result = ::RspSendDataFilename(rspid, mac.c_str(), controllerPathFile.c_str());
+    const int32_t result = ZANTH_CALL(RspSendDataFilename)(rspid, mac.c_str(), controllerPathFile.c_str());
     detail::CheckResult("RspSendDataFilename", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSendData(uint32_t rspid, const char* mac, const char* controllerPathFile, const char* data, int32_t size, int32_t endOfData);
 inline int32_t RspSendData(uint32_t rspid, const std::string& mac, const std::string& controllerPathFile, std::string_view data, int32_t endOfData) {
-    const int32_t result = ::RspSendData(rspid, mac.c_str(), controllerPathFile.c_str(), data.data(), static_cast<int32_t>(data.size()), endOfData);
+    const int32_t result = ZANTH_CALL(RspSendData)(rspid, mac.c_str(), controllerPathFile.c_str(), data.data(), static_cast<int32_t>(data.size()), endOfData);
     detail::CheckResult("RspSendData", meta::Rule::kZero, result);
     return result;
 }
@@ -2493,7 +2493,7 @@ inline int32_t RspSendData(uint32_t rspid, const std::string& mac, const std::st
 // int32_t FileStatus(const char* mac, int32_t mode, const char* path, char* permission, int32_t size);
 inline std::string FileStatus(const std::string& mac, int32_t mode, const std::string& path, const std::string& permission = {}) {
     detail::OutText o_permission(permission, 16);
-    const int32_t result = ::FileStatus(mac.c_str(), mode, path.c_str(), o_permission.data(), o_permission.size());
+    const int32_t result = ZANTH_CALL(FileStatus)(mac.c_str(), mode, path.c_str(), o_permission.data(), o_permission.size());
     detail::CheckResult("FileStatus", meta::Rule::kController, result);
     return o_permission.str();
 }
@@ -2501,49 +2501,49 @@ inline std::string FileStatus(const std::string& mac, int32_t mode, const std::s
 // int32_t GetFileStatus(const char* mac, const char* path, char* permission, int32_t size);
 inline std::string GetFileStatus(const std::string& mac, const std::string& path) {
     detail::OutText o_permission(4097);
-    const int32_t result = ::GetFileStatus(mac.c_str(), path.c_str(), o_permission.data(), o_permission.size());
+    const int32_t result = ZANTH_CALL(GetFileStatus)(mac.c_str(), path.c_str(), o_permission.data(), o_permission.size());
     detail::CheckResult("GetFileStatus", meta::Rule::kController, result);
     return o_permission.str();
 }
 
 // int32_t SetFileStatus(const char* mac, const char* path, const char* permission);
 inline int32_t SetFileStatus(const std::string& mac, const std::string& path, const std::string& permission) {
-    const int32_t result = ::SetFileStatus(mac.c_str(), path.c_str(), permission.c_str());
+    const int32_t result = ZANTH_CALL(SetFileStatus)(mac.c_str(), path.c_str(), permission.c_str());
     detail::CheckResult("SetFileStatus", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspFileStatus(uint32_t rspid, const char* mac, int32_t mode, const char* path, const char* permission);
 inline int32_t RspFileStatus(uint32_t rspid, const std::string& mac, int32_t mode, const std::string& path, const std::string& permission) {
-    const int32_t result = ::RspFileStatus(rspid, mac.c_str(), mode, path.c_str(), permission.c_str());
+    const int32_t result = ZANTH_CALL(RspFileStatus)(rspid, mac.c_str(), mode, path.c_str(), permission.c_str());
     detail::CheckResult("RspFileStatus", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspGetFileStatus(uint32_t rspid, const char* mac, const char* path);
 inline int32_t RspGetFileStatus(uint32_t rspid, const std::string& mac, const std::string& path) {
-    const int32_t result = ::RspGetFileStatus(rspid, mac.c_str(), path.c_str());
+    const int32_t result = ZANTH_CALL(RspGetFileStatus)(rspid, mac.c_str(), path.c_str());
     detail::CheckResult("RspGetFileStatus", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t RspSetFileStatus(uint32_t rspid, const char* mac, const char* path, const char* permission);
 inline int32_t RspSetFileStatus(uint32_t rspid, const std::string& mac, const std::string& path, const std::string& permission) {
-    const int32_t result = ::RspSetFileStatus(rspid, mac.c_str(), path.c_str(), permission.c_str());
+    const int32_t result = ZANTH_CALL(RspSetFileStatus)(rspid, mac.c_str(), path.c_str(), permission.c_str());
     detail::CheckResult("RspSetFileStatus", meta::Rule::kZero, result);
     return result;
 }
 
 // int32_t ZanthDeleteFile(const char* mac, const char* path);
 inline int32_t ZanthDeleteFile(const std::string& mac, const std::string& path) {
-    const int32_t result = ::ZanthDeleteFile(mac.c_str(), path.c_str());
+    const int32_t result = ZANTH_CALL(ZanthDeleteFile)(mac.c_str(), path.c_str());
     detail::CheckResult("ZanthDeleteFile", meta::Rule::kController, result);
     return result;
 }
 
 // int32_t RspZanthDeleteFile(uint32_t rspid, const char* mac, const char* path);
 inline int32_t RspZanthDeleteFile(uint32_t rspid, const std::string& mac, const std::string& path) {
-    const int32_t result = ::RspZanthDeleteFile(rspid, mac.c_str(), path.c_str());
+    const int32_t result = ZANTH_CALL(RspZanthDeleteFile)(rspid, mac.c_str(), path.c_str());
     detail::CheckResult("RspZanthDeleteFile", meta::Rule::kZero, result);
     return result;
 }

@@ -3712,270 +3712,845 @@ inline constexpr Send kSends_RspZanthDeleteFile[] = {
 
 namespace detail {
 
-inline int32_t Call_Initialization(Slots& s) { return ::Initialization(s.I32(0), nullptr, nullptr); }
-inline int32_t Call_Shutdown(Slots& s) { (void)s; return ::Shutdown(); }
-inline int32_t Call_Terminate(Slots& s) { return ::Terminate(s.Text(0)); }
-inline int32_t Call_SetValidControllers(Slots& s) { return ::SetValidControllers(s.Text(0)); }
-inline int32_t Call_SetValidGateways(Slots& s) { return ::SetValidGateways(s.Text(0)); }
-inline int32_t Call_GetValidControllers(Slots& s) { return ::GetValidControllers(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetValidGateways(Slots& s) { return ::GetValidGateways(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetDLLVersion(Slots& s) { return ::GetDLLVersion(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_DebugLevel(Slots& s) { return ::DebugLevel(s.I32(0), s.PI32(1)); }
-inline int32_t Call_RecvWaitTime(Slots& s) { return ::RecvWaitTime(s.I32(0), s.PI32(1)); }
-inline int32_t Call_ControllerInfo(Slots& s) { return ::ControllerInfo(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_GatewayInfo(Slots& s) { return ::GatewayInfo(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_RspControllerInfo(Slots& s) { return ::RspControllerInfo(s.U32(0), s.Text(1)); }
-inline int32_t Call_RspGatewayInfo(Slots& s) { return ::RspGatewayInfo(s.U32(0), s.Text(1)); }
-inline int32_t Call_ContactController(Slots& s) { return ::ContactController(s.Text(0), s.I32(1)); }
-inline int32_t Call_ContactGateway(Slots& s) { return ::ContactGateway(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspContactController(Slots& s) { return ::RspContactController(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspContactGateway(Slots& s) { return ::RspContactGateway(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_GetConnectedControllers(Slots& s) { return ::GetConnectedControllers(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetConnectedGateways(Slots& s) { return ::GetConnectedGateways(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetEncryptionDLLVersion(Slots& s) { return ::GetEncryptionDLLVersion(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetLogFilePath(Slots& s) { return ::GetLogFilePath(s.Buffer(0)); }
-inline int32_t Call_SetLogFilePath(Slots& s) { return ::SetLogFilePath(s.Text(0)); }
-inline int32_t Call_LogFilePath(Slots& s) { return ::LogFilePath(s.I32(0), s.Buffer(1)); }
-inline int32_t Call_ResetDLL(Slots& s) { (void)s; return ::ResetDLL(); }
-inline int32_t Call_ResetThread(Slots& s) { return ::ResetThread(s.Text(0)); }
-inline int32_t Call_RspResetThread(Slots& s) { return ::RspResetThread(s.U32(0), s.Text(1)); }
-inline int32_t Call_ResetDLLTime(Slots& s) { return ::ResetDLLTime(s.I32(0), s.PI32(1)); }
-inline int32_t Call_GetNextHereIAm(Slots& s) { return ::GetNextHereIAm(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextLookup(Slots& s) { return ::GetNextLookup(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextPin(Slots& s) { return ::GetNextPin(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextPostAccess(Slots& s) { return ::GetNextPostAccess(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextKeyPadData(Slots& s) { return ::GetNextKeyPadData(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextCommandKeyData(Slots& s) { return ::GetNextCommandKeyData(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextSmartCardData(Slots& s) { return ::GetNextSmartCardData(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextResponse(Slots& s) { return ::GetNextResponse(s.PI32(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_GetNumberHereIAm(Slots& s) { return ::GetNumberHereIAm(s.PI32(0)); }
-inline int32_t Call_GetNumberLookups(Slots& s) { return ::GetNumberLookups(s.PI32(0)); }
-inline int32_t Call_GetNumberPin(Slots& s) { return ::GetNumberPin(s.PI32(0)); }
-inline int32_t Call_GetNumberPostAccess(Slots& s) { return ::GetNumberPostAccess(s.PI32(0)); }
-inline int32_t Call_GetNumberKeyPadData(Slots& s) { return ::GetNumberKeyPadData(s.PI32(0)); }
-inline int32_t Call_GetNumberCommandKeyData(Slots& s) { return ::GetNumberCommandKeyData(s.PI32(0)); }
-inline int32_t Call_GetNumberSmartCardData(Slots& s) { return ::GetNumberSmartCardData(s.PI32(0)); }
-inline int32_t Call_GetNumberResponse(Slots& s) { return ::GetNumberResponse(s.PI32(0)); }
-inline int32_t Call_GetNextEvent(Slots& s) { return ::GetNextEvent(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_GetNextAlarm(Slots& s) { return ::GetNextAlarm(s.Buffer(0), s.I32(1)); }
-inline int32_t Call_NumberUnreadEvents(Slots& s) { return ::NumberUnreadEvents(s.PU64(0)); }
-inline int32_t Call_NumberUnreadAlarms(Slots& s) { return ::NumberUnreadAlarms(s.PU64(0)); }
-inline int32_t Call_EventLogSize(Slots& s) { return ::EventLogSize(s.I32(0), s.PU64(1)); }
-inline int32_t Call_AlarmLogSize(Slots& s) { return ::AlarmLogSize(s.I32(0), s.PU64(1)); }
-inline int32_t Call_AddModCardRecord(Slots& s) { return ::AddModCardRecord(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4), s.I32(5), s.U32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.Buffer(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.U32(22), s.I32(23), s.I32(24)); }
-inline int32_t Call_RspAddModCardRecord(Slots& s) { return ::RspAddModCardRecord(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5), s.I32(6), s.U32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.I32(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.Buffer(22), s.U32(23), s.I32(24), s.I32(25)); }
-inline int32_t Call_AddModCardRecord2(Slots& s) { return ::AddModCardRecord2(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4), s.I32(5), s.U32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.Buffer(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.U32(22), s.I32(23), s.I32(24), s.I32(25)); }
-inline int32_t Call_RspAddModCardRecord2(Slots& s) { return ::RspAddModCardRecord2(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5), s.I32(6), s.U32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.I32(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.Buffer(22), s.U32(23), s.I32(24), s.I32(25), s.I32(26)); }
-inline int32_t Call_AddModCardRecord3(Slots& s) { return ::AddModCardRecord3(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4), s.I32(5), s.U32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.Buffer(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.U32(22), s.I32(23), s.I32(24), s.I32(25), s.U16(26)); }
-inline int32_t Call_RspAddModCardRecord3(Slots& s) { return ::RspAddModCardRecord3(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5), s.I32(6), s.U32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.I32(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.Buffer(22), s.U32(23), s.I32(24), s.I32(25), s.I32(26), s.U16(27)); }
-inline int32_t Call_GetCardRecord(Slots& s) { return ::GetCardRecord(s.Text(0), s.PI32(1), s.PI32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.PI32(7), s.PU32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13), s.PI32(14), s.PI32(15), s.PI32(16), s.PI32(17), s.PI32(18), s.PI32(19), s.Buffer(20), s.I32(21), s.Buffer(22), s.I32(23), s.Buffer(24), s.I32(25), s.Buffer(26), s.I32(27), s.PU32(28), s.PI32(29), s.PI32(30), s.PI32(31)); }
-inline int32_t Call_RspGetCardRecord(Slots& s) { return ::RspGetCardRecord(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
-inline int32_t Call_GetCardRecord2(Slots& s) { return ::GetCardRecord2(s.Text(0), s.PI32(1), s.PI32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.PI32(7), s.PU32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13), s.PI32(14), s.PI32(15), s.PI32(16), s.PI32(17), s.PI32(18), s.PI32(19), s.Buffer(20), s.I32(21), s.Buffer(22), s.I32(23), s.Buffer(24), s.I32(25), s.Buffer(26), s.I32(27), s.PU32(28), s.PI32(29), s.PI32(30), s.PI32(31), s.PI32(32)); }
-inline int32_t Call_RspGetCardRecord2(Slots& s) { return ::RspGetCardRecord2(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
-inline int32_t Call_GetCardRecord4(Slots& s) { return ::GetCardRecord4(s.Text(0), s.PI32(1), s.PI32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.PI32(7), s.PU32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13), s.PI32(14), s.PI32(15), s.PI32(16), s.PI32(17), s.PI32(18), s.PI32(19), s.Buffer(20), s.I32(21), s.Buffer(22), s.I32(23), s.Buffer(24), s.I32(25), s.Buffer(26), s.I32(27), s.PU32(28), s.PI32(29), s.PI32(30), s.PI32(31), s.PI32(32), s.PU32(33)); }
-inline int32_t Call_RspGetCardRecord4(Slots& s) { return ::RspGetCardRecord4(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
-inline int32_t Call_DeleteCardRecord(Slots& s) { return ::DeleteCardRecord(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4)); }
-inline int32_t Call_RspDeleteCardRecord(Slots& s) { return ::RspDeleteCardRecord(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
-inline int32_t Call_DeleteCardRecord2(Slots& s) { return ::DeleteCardRecord2(s.Text(0), s.U32(1)); }
-inline int32_t Call_RspDeleteCardRecord2(Slots& s) { return ::RspDeleteCardRecord2(s.U32(0), s.Text(1), s.U32(2)); }
-inline int32_t Call_UndeleteCardRecord(Slots& s) { return ::UndeleteCardRecord(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4)); }
-inline int32_t Call_RspUndeleteCardRecord(Slots& s) { return ::RspUndeleteCardRecord(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
-inline int32_t Call_UndeleteCardRecord2(Slots& s) { return ::UndeleteCardRecord2(s.Text(0), s.U32(1)); }
-inline int32_t Call_RspUndeleteCardRecord2(Slots& s) { return ::RspUndeleteCardRecord2(s.U32(0), s.Text(1), s.U32(2)); }
-inline int32_t Call_UpdateCardRecord(Slots& s) { return ::UpdateCardRecord(s.Text(0), s.I32(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
-inline int32_t Call_RspUpdateCardRecord(Slots& s) { return ::RspUpdateCardRecord(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4), s.Buffer(5), s.Buffer(6)); }
-inline int32_t Call_GetCardholderStatus(Slots& s) { return ::GetCardholderStatus(s.Text(0), s.U32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.PI32(9)); }
-inline int32_t Call_GetCardholderStatus2(Slots& s) { return ::GetCardholderStatus2(s.Text(0), s.U32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.PI32(9), s.PI32(10)); }
-inline int32_t Call_GetCardholderStatus3(Slots& s) { return ::GetCardholderStatus3(s.Text(0), s.U32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13)); }
-inline int32_t Call_RspGetCardholderStatus(Slots& s) { return ::RspGetCardholderStatus(s.U32(0), s.Text(1), s.U32(2)); }
-inline int32_t Call_ResetCardholderStatus(Slots& s) { return ::ResetCardholderStatus(s.Text(0), s.I32(1), s.U32(2)); }
-inline int32_t Call_RspResetCardholderStatus(Slots& s) { return ::RspResetCardholderStatus(s.U32(0), s.Text(1), s.I32(2), s.U32(3)); }
-inline int32_t Call_ResetOneCardholderStatus(Slots& s) { return ::ResetOneCardholderStatus(s.Text(0), s.U32(1)); }
-inline int32_t Call_RspResetOneCardholderStatus(Slots& s) { return ::RspResetOneCardholderStatus(s.U32(0), s.Text(1), s.U32(2)); }
-inline int32_t Call_ResetAllCardholderStatus(Slots& s) { return ::ResetAllCardholderStatus(s.Text(0)); }
-inline int32_t Call_RspResetAllCardholderStatus(Slots& s) { return ::RspResetAllCardholderStatus(s.U32(0), s.Text(1)); }
-inline int32_t Call_ExecuteChangeOverDB(Slots& s) { return ::ExecuteChangeOverDB(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspExecuteChangeOverDB(Slots& s) { return ::RspExecuteChangeOverDB(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_ExecuteDBChangeover(Slots& s) { return ::ExecuteDBChangeover(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspExecuteDBChangeover(Slots& s) { return ::RspExecuteDBChangeover(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_ExecutePreindexDB(Slots& s) { return ::ExecutePreindexDB(s.Text(0)); }
-inline int32_t Call_RspExecutePreindexDB(Slots& s) { return ::RspExecutePreindexDB(s.U32(0), s.Text(1)); }
-inline int32_t Call_ExecuteReloadDB(Slots& s) { return ::ExecuteReloadDB(s.Text(0)); }
-inline int32_t Call_RspExecuteReloadDB(Slots& s) { return ::RspExecuteReloadDB(s.U32(0), s.Text(1)); }
-inline int32_t Call_GetNumberOfCards(Slots& s) { return ::GetNumberOfCards(s.Text(0), s.PI32(1), s.PI32(2)); }
-inline int32_t Call_RspGetNumberOfCards(Slots& s) { return ::RspGetNumberOfCards(s.U32(0), s.Text(1)); }
-inline int32_t Call_GetNumberDelRecords(Slots& s) { return ::GetNumberDelRecords(s.Text(0), s.PI32(1)); }
-inline int32_t Call_RspGetNumberDelRecords(Slots& s) { return ::RspGetNumberDelRecords(s.U32(0), s.Text(1)); }
-inline int32_t Call_RecheckLookupCard(Slots& s) { return ::RecheckLookupCard(s.Text(0), s.Text(1)); }
-inline int32_t Call_RspRecheckLookupCard(Slots& s) { return ::RspRecheckLookupCard(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RequestPin(Slots& s) { return ::RequestPin(s.Text(0), s.U32(1), s.U32(2), s.U32(3)); }
-inline int32_t Call_RspRequestPin(Slots& s) { return ::RspRequestPin(s.U32(0), s.Text(1), s.U32(2), s.U32(3), s.U32(4)); }
-inline int32_t Call_SendPostAccessMsg(Slots& s) { return ::SendPostAccessMsg(s.Text(0), s.Text(1)); }
-inline int32_t Call_UpdateSchedule(Slots& s) { return ::UpdateSchedule(s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.I32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11)); }
-inline int32_t Call_RspUpdateSchedule(Slots& s) { return ::RspUpdateSchedule(s.U32(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12)); }
-inline int32_t Call_GetSchedule(Slots& s) { return ::GetSchedule(s.Text(0), s.I32(1), s.Buffer(2), s.Buffer(3), s.Buffer(4), s.Buffer(5), s.Buffer(6), s.PI32(7), s.PI32(8), s.PI32(9), s.PI32(10), s.PI32(11)); }
-inline int32_t Call_RspGetSchedule(Slots& s) { return ::RspGetSchedule(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DeleteSchedule(Slots& s) { return ::DeleteSchedule(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspDeleteSchedule(Slots& s) { return ::RspDeleteSchedule(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_UpdateContactIDRecord(Slots& s) { return ::UpdateContactIDRecord(s.Text(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4), s.I32(5), s.I32(6), s.I32(7), s.I32(8), s.Text(9), s.Text(10)); }
-inline int32_t Call_RspUpdateContactIDRecord(Slots& s) { return ::RspUpdateContactIDRecord(s.U32(0), s.Text(1), s.Text(2), s.I32(3), s.I32(4), s.I32(5), s.I32(6), s.I32(7), s.I32(8), s.I32(9), s.Text(10), s.Text(11)); }
-inline int32_t Call_GetContactIDRecord(Slots& s) { return ::GetContactIDRecord(s.Text(0), s.Buffer(1), s.PI32(2), s.PI32(3), s.PI32(4), s.PI32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.Buffer(9), s.Buffer(10)); }
-inline int32_t Call_RspGetContactIDRecord(Slots& s) { return ::RspGetContactIDRecord(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DeleteContactIDRecord(Slots& s) { return ::DeleteContactIDRecord(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspDeleteContactIDRecord(Slots& s) { return ::RspDeleteContactIDRecord(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_UpdateContactIDGroupRecord(Slots& s) { return ::UpdateContactIDGroupRecord(s.Text(0), s.I32(1), s.Text(2), s.I32(3)); }
-inline int32_t Call_RspUpdateContactIDGroupRecord(Slots& s) { return ::RspUpdateContactIDGroupRecord(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.I32(4)); }
-inline int32_t Call_GetContactIDGroupRecord(Slots& s) { return ::GetContactIDGroupRecord(s.Text(0), s.I32(1), s.Buffer(2), s.PI32(3)); }
-inline int32_t Call_RspGetContactIDGroupRecord(Slots& s) { return ::RspGetContactIDGroupRecord(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DeleteContactIDGroupRecord(Slots& s) { return ::DeleteContactIDGroupRecord(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspDeleteContactIDGroupRecord(Slots& s) { return ::RspDeleteContactIDGroupRecord(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_UpdateContactIDCommRecord(Slots& s) { return ::UpdateContactIDCommRecord(s.Text(0), s.I32(1), s.Text(2), s.U16(3)); }
-inline int32_t Call_RspUpdateContactIDCommRecord(Slots& s) { return ::RspUpdateContactIDCommRecord(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.U16(4)); }
-inline int32_t Call_GetContactIDCommRecord(Slots& s) { return ::GetContactIDCommRecord(s.Text(0), s.I32(1), s.Buffer(2)); }
-inline int32_t Call_RspGetContactIDCommRecord(Slots& s) { return ::RspGetContactIDCommRecord(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DeleteContactIDCommRecord(Slots& s) { return ::DeleteContactIDCommRecord(s.Text(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspDeleteContactIDCommRecord(Slots& s) { return ::RspDeleteContactIDCommRecord(s.U32(0), s.Text(1), s.Text(2), s.I32(3)); }
-inline int32_t Call_RspSmartCardRawMode(Slots& s) { return ::RspSmartCardRawMode(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
-inline int32_t Call_RspSmartCardCommandMode(Slots& s) { return ::RspSmartCardCommandMode(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
-inline int32_t Call_CmdOutputFunction(Slots& s) { return ::CmdOutputFunction(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_CmdOutputFunction2(Slots& s) { return ::CmdOutputFunction2(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_RspCmdOutputFunction(Slots& s) { return ::RspCmdOutputFunction(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_CmdOutputFunction3(Slots& s) { return ::CmdOutputFunction3(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_RspCmdOutputFunction2(Slots& s) { return ::RspCmdOutputFunction2(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_GetSavedOutputs(Slots& s) { return ::GetSavedOutputs(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3)); }
-inline int32_t Call_RspGetSavedOutputs(Slots& s) { return ::RspGetSavedOutputs(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DriveSavedOutputs(Slots& s) { return ::DriveSavedOutputs(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspDriveSavedOutputs(Slots& s) { return ::RspDriveSavedOutputs(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_LocalFcnCode(Slots& s) { return ::LocalFcnCode(s.Text(0), s.U32(1), s.PI32(2)); }
-inline int32_t Call_RspLocalFcnCode(Slots& s) { return ::RspLocalFcnCode(s.U32(0), s.Text(1), s.U32(2)); }
-inline int32_t Call_GetInputStatus(Slots& s) { return ::GetInputStatus(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3)); }
-inline int32_t Call_GetInputStatus2(Slots& s) { return ::GetInputStatus2(s.Text(0), s.I32(1), s.PI32(2), s.Buffer(3), s.I32(4)); }
-inline int32_t Call_RspGetInputStatus(Slots& s) { return ::RspGetInputStatus(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_GetInputStatus3(Slots& s) { return ::GetInputStatus3(s.Text(0), s.I32(1), s.PI32(2), s.Buffer(3), s.I32(4)); }
-inline int32_t Call_RspGetInputStatus2(Slots& s) { return ::RspGetInputStatus2(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_ReadA2D(Slots& s) { return ::ReadA2D(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.I32(4)); }
-inline int32_t Call_RspReadA2D(Slots& s) { return ::RspReadA2D(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_ReadA2D_2(Slots& s) { return ::ReadA2D_2(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.I32(4)); }
-inline int32_t Call_RspReadA2D_2(Slots& s) { return ::RspReadA2D_2(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_LocalA2DLimits(Slots& s) { return ::LocalA2DLimits(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.Buffer(7), s.I32(8), s.Buffer(9), s.I32(10)); }
-inline int32_t Call_GetLocalA2DLimits(Slots& s) { return ::GetLocalA2DLimits(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.Buffer(6), s.I32(7), s.Buffer(8), s.I32(9)); }
-inline int32_t Call_SetLocalA2DLimits(Slots& s) { return ::SetLocalA2DLimits(s.Text(0), s.I32(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5)); }
-inline int32_t Call_RspLocalA2DLimits(Slots& s) { return ::RspLocalA2DLimits(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Text(4), s.Text(5), s.Text(6), s.Text(7)); }
-inline int32_t Call_RspGetLocalA2DLimits(Slots& s) { return ::RspGetLocalA2DLimits(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspSetLocalA2DLimits(Slots& s) { return ::RspSetLocalA2DLimits(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6)); }
-inline int32_t Call_LocalDebounce(Slots& s) { return ::LocalDebounce(s.Text(0), s.I32(1), s.I32(2), s.PI32(3)); }
-inline int32_t Call_GetLocalDebounce(Slots& s) { return ::GetLocalDebounce(s.Text(0), s.I32(1), s.PI32(2)); }
-inline int32_t Call_SetLocalDebounce(Slots& s) { return ::SetLocalDebounce(s.Text(0), s.I32(1), s.I32(2)); }
-inline int32_t Call_RspLocalDebounce(Slots& s) { return ::RspLocalDebounce(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_RspGetLocalDebounce(Slots& s) { return ::RspGetLocalDebounce(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspSetLocalDebounce(Slots& s) { return ::RspSetLocalDebounce(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_LocalRelayTimer(Slots& s) { return ::LocalRelayTimer(s.Text(0), s.I32(1), s.I32(2), s.PI32(3)); }
-inline int32_t Call_GetLocalRelayTimer(Slots& s) { return ::GetLocalRelayTimer(s.Text(0), s.I32(1), s.PI32(2)); }
-inline int32_t Call_SetLocalRelayTimer(Slots& s) { return ::SetLocalRelayTimer(s.Text(0), s.I32(1), s.I32(2)); }
-inline int32_t Call_RspLocalRelayTimer(Slots& s) { return ::RspLocalRelayTimer(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_RspGetLocalRelayTimer(Slots& s) { return ::RspGetLocalRelayTimer(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspSetLocalRelayTimer(Slots& s) { return ::RspSetLocalRelayTimer(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_LogicalInput(Slots& s) { return ::LogicalInput(s.Text(0), s.I32(1), s.I32(2), s.PI32(3)); }
-inline int32_t Call_GetLogicalInput(Slots& s) { return ::GetLogicalInput(s.Text(0), s.I32(1), s.PI32(2)); }
-inline int32_t Call_SetLogicalInput(Slots& s) { return ::SetLogicalInput(s.Text(0), s.I32(1), s.I32(2)); }
-inline int32_t Call_RspLogicalInput(Slots& s) { return ::RspLogicalInput(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_RspGetLogicalInput(Slots& s) { return ::RspGetLogicalInput(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspSetLogicalInput(Slots& s) { return ::RspSetLogicalInput(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_LocalPollDelay(Slots& s) { return ::LocalPollDelay(s.Text(0), s.I32(1), s.PI32(2)); }
-inline int32_t Call_RspLocalPollDelay(Slots& s) { return ::RspLocalPollDelay(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_DiscoverInterfaces(Slots& s) { return ::DiscoverInterfaces(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_DiscoverInterfaces2(Slots& s) { return ::DiscoverInterfaces2(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_RspDiscoverInterfaces(Slots& s) { return ::RspDiscoverInterfaces(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DownloadInterfaceCode(Slots& s) { return ::DownloadInterfaceCode(s.Text(0), s.I32(1), s.I32(2)); }
-inline int32_t Call_RspDownloadInterfaceCode(Slots& s) { return ::RspDownloadInterfaceCode(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_DownloadInterfaceProgram(Slots& s) { return ::DownloadInterfaceProgram(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspDownloadInterfaceProgram(Slots& s) { return ::RspDownloadInterfaceProgram(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_DownloadInterfaceEEPROM(Slots& s) { return ::DownloadInterfaceEEPROM(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspDownloadInterfaceEEPROM(Slots& s) { return ::RspDownloadInterfaceEEPROM(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_ReadInterfaceMemory(Slots& s) { return ::ReadInterfaceMemory(s.Text(0), s.I32(1), s.I32(2), s.Text(3), s.I32(4), s.Buffer(5), s.I32(6)); }
-inline int32_t Call_RspReadInterfaceMemory(Slots& s) { return ::RspReadInterfaceMemory(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Text(4), s.I32(5)); }
-inline int32_t Call_ReadInterfaceMemory_2(Slots& s) { return ::ReadInterfaceMemory_2(s.Text(0), s.I32(1), s.I32(2), s.Text(3), s.I32(4), s.Buffer(5), s.I32(6), s.Chr(7)); }
-inline int32_t Call_RspReadInterfaceMemory_2(Slots& s) { return ::RspReadInterfaceMemory_2(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Text(4), s.I32(5), s.Chr(6)); }
-inline int32_t Call_WriteEEPROM(Slots& s) { return ::WriteEEPROM(s.Text(0), s.I32(1), s.Text(2), s.I32(3), s.Text(4), s.I32(5)); }
-inline int32_t Call_RspWriteEEPROM(Slots& s) { return ::RspWriteEEPROM(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.I32(4), s.Text(5), s.I32(6)); }
-inline int32_t Call_SetInterfaceInternalID(Slots& s) { return ::SetInterfaceInternalID(s.Text(0), s.I32(1), s.Text(2)); }
-inline int32_t Call_RspSetInterfaceInternalID(Slots& s) { return ::RspSetInterfaceInternalID(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
-inline int32_t Call_SetHardwareID(Slots& s) { return ::SetHardwareID(s.Text(0), s.I32(1), s.Text(2)); }
-inline int32_t Call_RspSetHardwareID(Slots& s) { return ::RspSetHardwareID(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
-inline int32_t Call_GetMoxModuleRevs(Slots& s) { return ::GetMoxModuleRevs(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_RspGetMoxModuleRevs(Slots& s) { return ::RspGetMoxModuleRevs(s.U32(0), s.Text(1)); }
-inline int32_t Call_GetMoxOperationMode(Slots& s) { return ::GetMoxOperationMode(s.Text(0), s.PI32(1)); }
-inline int32_t Call_RspGetMoxOperationMode(Slots& s) { return ::RspGetMoxOperationMode(s.U32(0), s.Text(1)); }
-inline int32_t Call_SetMoxOperationMode(Slots& s) { return ::SetMoxOperationMode(s.Text(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RspSetMoxOperationMode(Slots& s) { return ::RspSetMoxOperationMode(s.U32(0), s.Text(1), s.Text(2), s.I32(3)); }
-inline int32_t Call_RebootBoard(Slots& s) { return ::RebootBoard(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspRebootBoard(Slots& s) { return ::RspRebootBoard(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RebootBoard2(Slots& s) { return ::RebootBoard2(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspRebootBoard2(Slots& s) { return ::RspRebootBoard2(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_RestartStopTask(Slots& s) { return ::RestartStopTask(s.Text(0), s.I32(1), s.I32(2)); }
-inline int32_t Call_RspRestartStopTask(Slots& s) { return ::RspRestartStopTask(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_RestartTask(Slots& s) { return ::RestartTask(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspRestartTask(Slots& s) { return ::RspRestartTask(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_StopTask(Slots& s) { return ::StopTask(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspStopTask(Slots& s) { return ::RspStopTask(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_EnableDHCP(Slots& s) { return ::EnableDHCP(s.Text(0), s.Text(1)); }
-inline int32_t Call_RspEnableDHCP(Slots& s) { return ::RspEnableDHCP(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_EnableStaticIP(Slots& s) { return ::EnableStaticIP(s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6), s.Text(7), s.Text(8)); }
-inline int32_t Call_RspEnableStaticIP(Slots& s) { return ::RspEnableStaticIP(s.U32(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6), s.Text(7), s.Text(8), s.Text(9)); }
-inline int32_t Call_SetPassword(Slots& s) { return ::SetPassword(s.Text(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspSetPassword(Slots& s) { return ::RspSetPassword(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
-inline int32_t Call_FirmwareCommand(Slots& s) { return ::FirmwareCommand(s.Text(0), s.U32(1)); }
-inline int32_t Call_RspFirmwareCommand(Slots& s) { return ::RspFirmwareCommand(s.U32(0), s.Text(1), s.U32(2)); }
-inline int32_t Call_GetErrorLog(Slots& s) { return ::GetErrorLog(s.Text(0), s.Text(1)); }
-inline int32_t Call_RspGetErrorLog(Slots& s) { return ::RspGetErrorLog(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_SystemTime(Slots& s) { return ::SystemTime(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.Buffer(6), s.I32(7)); }
-inline int32_t Call_RspSystemTime(Slots& s) { return ::RspSystemTime(s.U32(0), s.Text(1), s.I32(2), s.Buffer(3), s.Buffer(4)); }
-inline int32_t Call_GetTimeDate(Slots& s) { return ::GetTimeDate(s.Text(0), s.Buffer(1), s.I32(2), s.Buffer(3), s.I32(4)); }
-inline int32_t Call_RspGetTimeDate(Slots& s) { return ::RspGetTimeDate(s.U32(0), s.Text(1)); }
-inline int32_t Call_SetTimeDate(Slots& s) { return ::SetTimeDate(s.Text(0), s.Buffer(1), s.Buffer(2)); }
-inline int32_t Call_RspSetTimeDate(Slots& s) { return ::RspSetTimeDate(s.U32(0), s.Text(1), s.Buffer(2), s.Buffer(3)); }
-inline int32_t Call_GetCurrentTimeZone(Slots& s) { return ::GetCurrentTimeZone(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_RspGetCurrentTimeZone(Slots& s) { return ::RspGetCurrentTimeZone(s.U32(0), s.Text(1)); }
-inline int32_t Call_SystemTZ(Slots& s) { return ::SystemTZ(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3)); }
-inline int32_t Call_RspSystemTZ(Slots& s) { return ::RspSystemTZ(s.U32(0), s.Text(1), s.I32(2), s.Buffer(3)); }
-inline int32_t Call_GetTZ(Slots& s) { return ::GetTZ(s.Text(0), s.Buffer(1), s.I32(2)); }
-inline int32_t Call_RspGetTZ(Slots& s) { return ::RspGetTZ(s.U32(0), s.Text(1)); }
-inline int32_t Call_SetTZ(Slots& s) { return ::SetTZ(s.Text(0), s.Text(1)); }
-inline int32_t Call_RspSetTZ(Slots& s) { return ::RspSetTZ(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_CmdEventLog(Slots& s) { return ::CmdEventLog(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_RspCmdEventLog(Slots& s) { return ::RspCmdEventLog(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_UploadCurrentMsgs(Slots& s) { return ::UploadCurrentMsgs(s.Text(0)); }
-inline int32_t Call_RspUploadCurrentMsgs(Slots& s) { return ::RspUploadCurrentMsgs(s.U32(0), s.Text(1)); }
-inline int32_t Call_UploadAllMsgs(Slots& s) { return ::UploadAllMsgs(s.Text(0)); }
-inline int32_t Call_RspUploadAllMsgs(Slots& s) { return ::RspUploadAllMsgs(s.U32(0), s.Text(1)); }
-inline int32_t Call_UploadCurrentMsgsByClassCode(Slots& s) { return ::UploadCurrentMsgsByClassCode(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspUploadCurrentMsgsByClassCode(Slots& s) { return ::RspUploadCurrentMsgsByClassCode(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_UploadAllMsgsByClassCode(Slots& s) { return ::UploadAllMsgsByClassCode(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspUploadAllMsgsByClassCode(Slots& s) { return ::RspUploadAllMsgsByClassCode(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_UploadMsgsByMsgID(Slots& s) { return ::UploadMsgsByMsgID(s.Text(0), s.I32(1), s.I32(2)); }
-inline int32_t Call_RspUploadMsgsByMsgID(Slots& s) { return ::RspUploadMsgsByMsgID(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
-inline int32_t Call_UploadCurrentMsgsByPriority(Slots& s) { return ::UploadCurrentMsgsByPriority(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspUploadCurrentMsgsByPriority(Slots& s) { return ::RspUploadCurrentMsgsByPriority(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_UploadAllMsgsByPriority(Slots& s) { return ::UploadAllMsgsByPriority(s.Text(0), s.I32(1)); }
-inline int32_t Call_RspUploadAllMsgsByPriority(Slots& s) { return ::RspUploadAllMsgsByPriority(s.U32(0), s.Text(1), s.I32(2)); }
-inline int32_t Call_GetFile(Slots& s) { return ::GetFile(s.Text(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspGetFile(Slots& s) { return ::RspGetFile(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
-inline int32_t Call_SendFile(Slots& s) { return ::SendFile(s.Text(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspSendFile(Slots& s) { return ::RspSendFile(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
-inline int32_t Call_GetData(Slots& s) { return ::GetData(s.Text(0), s.Text(1), s.Buffer(2), s.I32(3), s.PI32(4), s.PI32(5)); }
-inline int32_t Call_SendData(Slots& s) { return ::SendData(s.Text(0), s.Text(1), s.Text(2), s.I32(3), s.I32(4)); }
-inline int32_t Call_RspGetDataFilename(Slots& s) { return ::RspGetDataFilename(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspGetData(Slots& s) { return ::RspGetData(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspSendDataFilename(Slots& s) { return ::RspSendDataFilename(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspSendData(Slots& s) { return ::RspSendData(s.U32(0), s.Text(1), s.Text(2), s.Text(3), s.I32(4), s.I32(5)); }
-inline int32_t Call_FileStatus(Slots& s) { return ::FileStatus(s.Text(0), s.I32(1), s.Text(2), s.Buffer(3), s.I32(4)); }
-inline int32_t Call_GetFileStatus(Slots& s) { return ::GetFileStatus(s.Text(0), s.Text(1), s.Buffer(2), s.I32(3)); }
-inline int32_t Call_SetFileStatus(Slots& s) { return ::SetFileStatus(s.Text(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspFileStatus(Slots& s) { return ::RspFileStatus(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.Text(4)); }
-inline int32_t Call_RspGetFileStatus(Slots& s) { return ::RspGetFileStatus(s.U32(0), s.Text(1), s.Text(2)); }
-inline int32_t Call_RspSetFileStatus(Slots& s) { return ::RspSetFileStatus(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
-inline int32_t Call_ZanthDeleteFile(Slots& s) { return ::ZanthDeleteFile(s.Text(0), s.Text(1)); }
-inline int32_t Call_RspZanthDeleteFile(Slots& s) { return ::RspZanthDeleteFile(s.U32(0), s.Text(1), s.Text(2)); }
+#ifdef ZANTH_HPP_LOAD_AT_RUNTIME
+struct LoadedExports {
+    decltype(&::Initialization) Initialization = nullptr;
+    decltype(&::Shutdown) Shutdown = nullptr;
+    decltype(&::Terminate) Terminate = nullptr;
+    decltype(&::SetValidControllers) SetValidControllers = nullptr;
+    decltype(&::SetValidGateways) SetValidGateways = nullptr;
+    decltype(&::GetValidControllers) GetValidControllers = nullptr;
+    decltype(&::GetValidGateways) GetValidGateways = nullptr;
+    decltype(&::GetDLLVersion) GetDLLVersion = nullptr;
+    decltype(&::DebugLevel) DebugLevel = nullptr;
+    decltype(&::RecvWaitTime) RecvWaitTime = nullptr;
+    decltype(&::ControllerInfo) ControllerInfo = nullptr;
+    decltype(&::GatewayInfo) GatewayInfo = nullptr;
+    decltype(&::RspControllerInfo) RspControllerInfo = nullptr;
+    decltype(&::RspGatewayInfo) RspGatewayInfo = nullptr;
+    decltype(&::ContactController) ContactController = nullptr;
+    decltype(&::ContactGateway) ContactGateway = nullptr;
+    decltype(&::RspContactController) RspContactController = nullptr;
+    decltype(&::RspContactGateway) RspContactGateway = nullptr;
+    decltype(&::GetConnectedControllers) GetConnectedControllers = nullptr;
+    decltype(&::GetConnectedGateways) GetConnectedGateways = nullptr;
+    decltype(&::GetEncryptionDLLVersion) GetEncryptionDLLVersion = nullptr;
+    decltype(&::GetLogFilePath) GetLogFilePath = nullptr;
+    decltype(&::SetLogFilePath) SetLogFilePath = nullptr;
+    decltype(&::LogFilePath) LogFilePath = nullptr;
+    decltype(&::ResetDLL) ResetDLL = nullptr;
+    decltype(&::ResetThread) ResetThread = nullptr;
+    decltype(&::RspResetThread) RspResetThread = nullptr;
+    decltype(&::ResetDLLTime) ResetDLLTime = nullptr;
+    decltype(&::SetHereIAmCallback) SetHereIAmCallback = nullptr;
+    decltype(&::SetLookupCallback) SetLookupCallback = nullptr;
+    decltype(&::SetKeyPadDataCallback) SetKeyPadDataCallback = nullptr;
+    decltype(&::SetCommandKeyDataCallback) SetCommandKeyDataCallback = nullptr;
+    decltype(&::SetAlarmCallback) SetAlarmCallback = nullptr;
+    decltype(&::SetEventCallback) SetEventCallback = nullptr;
+    decltype(&::SetPostAccessCallback) SetPostAccessCallback = nullptr;
+    decltype(&::SetSmartCardDataCallback) SetSmartCardDataCallback = nullptr;
+    decltype(&::SetResponseCallback) SetResponseCallback = nullptr;
+    decltype(&::SetConnectedControllersCallback) SetConnectedControllersCallback = nullptr;
+    decltype(&::SetDisconnectedControllersCallback) SetDisconnectedControllersCallback = nullptr;
+    decltype(&::GetNextHereIAm) GetNextHereIAm = nullptr;
+    decltype(&::GetNextLookup) GetNextLookup = nullptr;
+    decltype(&::GetNextPin) GetNextPin = nullptr;
+    decltype(&::GetNextPostAccess) GetNextPostAccess = nullptr;
+    decltype(&::GetNextKeyPadData) GetNextKeyPadData = nullptr;
+    decltype(&::GetNextCommandKeyData) GetNextCommandKeyData = nullptr;
+    decltype(&::GetNextSmartCardData) GetNextSmartCardData = nullptr;
+    decltype(&::GetNextResponse) GetNextResponse = nullptr;
+    decltype(&::GetNumberHereIAm) GetNumberHereIAm = nullptr;
+    decltype(&::GetNumberLookups) GetNumberLookups = nullptr;
+    decltype(&::GetNumberPin) GetNumberPin = nullptr;
+    decltype(&::GetNumberPostAccess) GetNumberPostAccess = nullptr;
+    decltype(&::GetNumberKeyPadData) GetNumberKeyPadData = nullptr;
+    decltype(&::GetNumberCommandKeyData) GetNumberCommandKeyData = nullptr;
+    decltype(&::GetNumberSmartCardData) GetNumberSmartCardData = nullptr;
+    decltype(&::GetNumberResponse) GetNumberResponse = nullptr;
+    decltype(&::GetNextEvent) GetNextEvent = nullptr;
+    decltype(&::GetNextAlarm) GetNextAlarm = nullptr;
+    decltype(&::NumberUnreadEvents) NumberUnreadEvents = nullptr;
+    decltype(&::NumberUnreadAlarms) NumberUnreadAlarms = nullptr;
+    decltype(&::EventLogSize) EventLogSize = nullptr;
+    decltype(&::AlarmLogSize) AlarmLogSize = nullptr;
+    decltype(&::AddModCardRecord) AddModCardRecord = nullptr;
+    decltype(&::RspAddModCardRecord) RspAddModCardRecord = nullptr;
+    decltype(&::AddModCardRecord2) AddModCardRecord2 = nullptr;
+    decltype(&::RspAddModCardRecord2) RspAddModCardRecord2 = nullptr;
+    decltype(&::AddModCardRecord3) AddModCardRecord3 = nullptr;
+    decltype(&::RspAddModCardRecord3) RspAddModCardRecord3 = nullptr;
+    decltype(&::GetCardRecord) GetCardRecord = nullptr;
+    decltype(&::RspGetCardRecord) RspGetCardRecord = nullptr;
+    decltype(&::GetCardRecord2) GetCardRecord2 = nullptr;
+    decltype(&::RspGetCardRecord2) RspGetCardRecord2 = nullptr;
+    decltype(&::GetCardRecord4) GetCardRecord4 = nullptr;
+    decltype(&::RspGetCardRecord4) RspGetCardRecord4 = nullptr;
+    decltype(&::DeleteCardRecord) DeleteCardRecord = nullptr;
+    decltype(&::RspDeleteCardRecord) RspDeleteCardRecord = nullptr;
+    decltype(&::DeleteCardRecord2) DeleteCardRecord2 = nullptr;
+    decltype(&::RspDeleteCardRecord2) RspDeleteCardRecord2 = nullptr;
+    decltype(&::UndeleteCardRecord) UndeleteCardRecord = nullptr;
+    decltype(&::RspUndeleteCardRecord) RspUndeleteCardRecord = nullptr;
+    decltype(&::UndeleteCardRecord2) UndeleteCardRecord2 = nullptr;
+    decltype(&::RspUndeleteCardRecord2) RspUndeleteCardRecord2 = nullptr;
+    decltype(&::UpdateCardRecord) UpdateCardRecord = nullptr;
+    decltype(&::RspUpdateCardRecord) RspUpdateCardRecord = nullptr;
+    decltype(&::GetCardholderStatus) GetCardholderStatus = nullptr;
+    decltype(&::GetCardholderStatus2) GetCardholderStatus2 = nullptr;
+    decltype(&::GetCardholderStatus3) GetCardholderStatus3 = nullptr;
+    decltype(&::RspGetCardholderStatus) RspGetCardholderStatus = nullptr;
+    decltype(&::ResetCardholderStatus) ResetCardholderStatus = nullptr;
+    decltype(&::RspResetCardholderStatus) RspResetCardholderStatus = nullptr;
+    decltype(&::ResetOneCardholderStatus) ResetOneCardholderStatus = nullptr;
+    decltype(&::RspResetOneCardholderStatus) RspResetOneCardholderStatus = nullptr;
+    decltype(&::ResetAllCardholderStatus) ResetAllCardholderStatus = nullptr;
+    decltype(&::RspResetAllCardholderStatus) RspResetAllCardholderStatus = nullptr;
+    decltype(&::ExecuteChangeOverDB) ExecuteChangeOverDB = nullptr;
+    decltype(&::RspExecuteChangeOverDB) RspExecuteChangeOverDB = nullptr;
+    decltype(&::ExecuteDBChangeover) ExecuteDBChangeover = nullptr;
+    decltype(&::RspExecuteDBChangeover) RspExecuteDBChangeover = nullptr;
+    decltype(&::ExecutePreindexDB) ExecutePreindexDB = nullptr;
+    decltype(&::RspExecutePreindexDB) RspExecutePreindexDB = nullptr;
+    decltype(&::ExecuteReloadDB) ExecuteReloadDB = nullptr;
+    decltype(&::RspExecuteReloadDB) RspExecuteReloadDB = nullptr;
+    decltype(&::GetNumberOfCards) GetNumberOfCards = nullptr;
+    decltype(&::RspGetNumberOfCards) RspGetNumberOfCards = nullptr;
+    decltype(&::GetNumberDelRecords) GetNumberDelRecords = nullptr;
+    decltype(&::RspGetNumberDelRecords) RspGetNumberDelRecords = nullptr;
+    decltype(&::RecheckLookupCard) RecheckLookupCard = nullptr;
+    decltype(&::RspRecheckLookupCard) RspRecheckLookupCard = nullptr;
+    decltype(&::RequestPin) RequestPin = nullptr;
+    decltype(&::RspRequestPin) RspRequestPin = nullptr;
+    decltype(&::SendPostAccessMsg) SendPostAccessMsg = nullptr;
+    decltype(&::UpdateSchedule) UpdateSchedule = nullptr;
+    decltype(&::RspUpdateSchedule) RspUpdateSchedule = nullptr;
+    decltype(&::GetSchedule) GetSchedule = nullptr;
+    decltype(&::RspGetSchedule) RspGetSchedule = nullptr;
+    decltype(&::DeleteSchedule) DeleteSchedule = nullptr;
+    decltype(&::RspDeleteSchedule) RspDeleteSchedule = nullptr;
+    decltype(&::UpdateContactIDRecord) UpdateContactIDRecord = nullptr;
+    decltype(&::RspUpdateContactIDRecord) RspUpdateContactIDRecord = nullptr;
+    decltype(&::GetContactIDRecord) GetContactIDRecord = nullptr;
+    decltype(&::RspGetContactIDRecord) RspGetContactIDRecord = nullptr;
+    decltype(&::DeleteContactIDRecord) DeleteContactIDRecord = nullptr;
+    decltype(&::RspDeleteContactIDRecord) RspDeleteContactIDRecord = nullptr;
+    decltype(&::UpdateContactIDGroupRecord) UpdateContactIDGroupRecord = nullptr;
+    decltype(&::RspUpdateContactIDGroupRecord) RspUpdateContactIDGroupRecord = nullptr;
+    decltype(&::GetContactIDGroupRecord) GetContactIDGroupRecord = nullptr;
+    decltype(&::RspGetContactIDGroupRecord) RspGetContactIDGroupRecord = nullptr;
+    decltype(&::DeleteContactIDGroupRecord) DeleteContactIDGroupRecord = nullptr;
+    decltype(&::RspDeleteContactIDGroupRecord) RspDeleteContactIDGroupRecord = nullptr;
+    decltype(&::UpdateContactIDCommRecord) UpdateContactIDCommRecord = nullptr;
+    decltype(&::RspUpdateContactIDCommRecord) RspUpdateContactIDCommRecord = nullptr;
+    decltype(&::GetContactIDCommRecord) GetContactIDCommRecord = nullptr;
+    decltype(&::RspGetContactIDCommRecord) RspGetContactIDCommRecord = nullptr;
+    decltype(&::DeleteContactIDCommRecord) DeleteContactIDCommRecord = nullptr;
+    decltype(&::RspDeleteContactIDCommRecord) RspDeleteContactIDCommRecord = nullptr;
+    decltype(&::RspSmartCardRawMode) RspSmartCardRawMode = nullptr;
+    decltype(&::RspSmartCardCommandMode) RspSmartCardCommandMode = nullptr;
+    decltype(&::CmdOutputFunction) CmdOutputFunction = nullptr;
+    decltype(&::CmdOutputFunction2) CmdOutputFunction2 = nullptr;
+    decltype(&::RspCmdOutputFunction) RspCmdOutputFunction = nullptr;
+    decltype(&::CmdOutputFunction3) CmdOutputFunction3 = nullptr;
+    decltype(&::RspCmdOutputFunction2) RspCmdOutputFunction2 = nullptr;
+    decltype(&::GetSavedOutputs) GetSavedOutputs = nullptr;
+    decltype(&::RspGetSavedOutputs) RspGetSavedOutputs = nullptr;
+    decltype(&::DriveSavedOutputs) DriveSavedOutputs = nullptr;
+    decltype(&::RspDriveSavedOutputs) RspDriveSavedOutputs = nullptr;
+    decltype(&::LocalFcnCode) LocalFcnCode = nullptr;
+    decltype(&::RspLocalFcnCode) RspLocalFcnCode = nullptr;
+    decltype(&::GetInputStatus) GetInputStatus = nullptr;
+    decltype(&::GetInputStatus2) GetInputStatus2 = nullptr;
+    decltype(&::RspGetInputStatus) RspGetInputStatus = nullptr;
+    decltype(&::GetInputStatus3) GetInputStatus3 = nullptr;
+    decltype(&::RspGetInputStatus2) RspGetInputStatus2 = nullptr;
+    decltype(&::ReadA2D) ReadA2D = nullptr;
+    decltype(&::RspReadA2D) RspReadA2D = nullptr;
+    decltype(&::ReadA2D_2) ReadA2D_2 = nullptr;
+    decltype(&::RspReadA2D_2) RspReadA2D_2 = nullptr;
+    decltype(&::LocalA2DLimits) LocalA2DLimits = nullptr;
+    decltype(&::GetLocalA2DLimits) GetLocalA2DLimits = nullptr;
+    decltype(&::SetLocalA2DLimits) SetLocalA2DLimits = nullptr;
+    decltype(&::RspLocalA2DLimits) RspLocalA2DLimits = nullptr;
+    decltype(&::RspGetLocalA2DLimits) RspGetLocalA2DLimits = nullptr;
+    decltype(&::RspSetLocalA2DLimits) RspSetLocalA2DLimits = nullptr;
+    decltype(&::LocalDebounce) LocalDebounce = nullptr;
+    decltype(&::GetLocalDebounce) GetLocalDebounce = nullptr;
+    decltype(&::SetLocalDebounce) SetLocalDebounce = nullptr;
+    decltype(&::RspLocalDebounce) RspLocalDebounce = nullptr;
+    decltype(&::RspGetLocalDebounce) RspGetLocalDebounce = nullptr;
+    decltype(&::RspSetLocalDebounce) RspSetLocalDebounce = nullptr;
+    decltype(&::LocalRelayTimer) LocalRelayTimer = nullptr;
+    decltype(&::GetLocalRelayTimer) GetLocalRelayTimer = nullptr;
+    decltype(&::SetLocalRelayTimer) SetLocalRelayTimer = nullptr;
+    decltype(&::RspLocalRelayTimer) RspLocalRelayTimer = nullptr;
+    decltype(&::RspGetLocalRelayTimer) RspGetLocalRelayTimer = nullptr;
+    decltype(&::RspSetLocalRelayTimer) RspSetLocalRelayTimer = nullptr;
+    decltype(&::LogicalInput) LogicalInput = nullptr;
+    decltype(&::GetLogicalInput) GetLogicalInput = nullptr;
+    decltype(&::SetLogicalInput) SetLogicalInput = nullptr;
+    decltype(&::RspLogicalInput) RspLogicalInput = nullptr;
+    decltype(&::RspGetLogicalInput) RspGetLogicalInput = nullptr;
+    decltype(&::RspSetLogicalInput) RspSetLogicalInput = nullptr;
+    decltype(&::LocalPollDelay) LocalPollDelay = nullptr;
+    decltype(&::RspLocalPollDelay) RspLocalPollDelay = nullptr;
+    decltype(&::DiscoverInterfaces) DiscoverInterfaces = nullptr;
+    decltype(&::DiscoverInterfaces2) DiscoverInterfaces2 = nullptr;
+    decltype(&::RspDiscoverInterfaces) RspDiscoverInterfaces = nullptr;
+    decltype(&::DownloadInterfaceCode) DownloadInterfaceCode = nullptr;
+    decltype(&::RspDownloadInterfaceCode) RspDownloadInterfaceCode = nullptr;
+    decltype(&::DownloadInterfaceProgram) DownloadInterfaceProgram = nullptr;
+    decltype(&::RspDownloadInterfaceProgram) RspDownloadInterfaceProgram = nullptr;
+    decltype(&::DownloadInterfaceEEPROM) DownloadInterfaceEEPROM = nullptr;
+    decltype(&::RspDownloadInterfaceEEPROM) RspDownloadInterfaceEEPROM = nullptr;
+    decltype(&::ReadInterfaceMemory) ReadInterfaceMemory = nullptr;
+    decltype(&::RspReadInterfaceMemory) RspReadInterfaceMemory = nullptr;
+    decltype(&::ReadInterfaceMemory_2) ReadInterfaceMemory_2 = nullptr;
+    decltype(&::RspReadInterfaceMemory_2) RspReadInterfaceMemory_2 = nullptr;
+    decltype(&::WriteEEPROM) WriteEEPROM = nullptr;
+    decltype(&::RspWriteEEPROM) RspWriteEEPROM = nullptr;
+    decltype(&::SetInterfaceInternalID) SetInterfaceInternalID = nullptr;
+    decltype(&::RspSetInterfaceInternalID) RspSetInterfaceInternalID = nullptr;
+    decltype(&::SetHardwareID) SetHardwareID = nullptr;
+    decltype(&::RspSetHardwareID) RspSetHardwareID = nullptr;
+    decltype(&::GetMoxModuleRevs) GetMoxModuleRevs = nullptr;
+    decltype(&::RspGetMoxModuleRevs) RspGetMoxModuleRevs = nullptr;
+    decltype(&::GetMoxOperationMode) GetMoxOperationMode = nullptr;
+    decltype(&::RspGetMoxOperationMode) RspGetMoxOperationMode = nullptr;
+    decltype(&::SetMoxOperationMode) SetMoxOperationMode = nullptr;
+    decltype(&::RspSetMoxOperationMode) RspSetMoxOperationMode = nullptr;
+    decltype(&::RebootBoard) RebootBoard = nullptr;
+    decltype(&::RspRebootBoard) RspRebootBoard = nullptr;
+    decltype(&::RebootBoard2) RebootBoard2 = nullptr;
+    decltype(&::RspRebootBoard2) RspRebootBoard2 = nullptr;
+    decltype(&::RestartStopTask) RestartStopTask = nullptr;
+    decltype(&::RspRestartStopTask) RspRestartStopTask = nullptr;
+    decltype(&::RestartTask) RestartTask = nullptr;
+    decltype(&::RspRestartTask) RspRestartTask = nullptr;
+    decltype(&::StopTask) StopTask = nullptr;
+    decltype(&::RspStopTask) RspStopTask = nullptr;
+    decltype(&::EnableDHCP) EnableDHCP = nullptr;
+    decltype(&::RspEnableDHCP) RspEnableDHCP = nullptr;
+    decltype(&::EnableStaticIP) EnableStaticIP = nullptr;
+    decltype(&::RspEnableStaticIP) RspEnableStaticIP = nullptr;
+    decltype(&::SetPassword) SetPassword = nullptr;
+    decltype(&::RspSetPassword) RspSetPassword = nullptr;
+    decltype(&::FirmwareCommand) FirmwareCommand = nullptr;
+    decltype(&::RspFirmwareCommand) RspFirmwareCommand = nullptr;
+    decltype(&::GetErrorLog) GetErrorLog = nullptr;
+    decltype(&::RspGetErrorLog) RspGetErrorLog = nullptr;
+    decltype(&::SystemTime) SystemTime = nullptr;
+    decltype(&::RspSystemTime) RspSystemTime = nullptr;
+    decltype(&::GetTimeDate) GetTimeDate = nullptr;
+    decltype(&::RspGetTimeDate) RspGetTimeDate = nullptr;
+    decltype(&::SetTimeDate) SetTimeDate = nullptr;
+    decltype(&::RspSetTimeDate) RspSetTimeDate = nullptr;
+    decltype(&::GetCurrentTimeZone) GetCurrentTimeZone = nullptr;
+    decltype(&::RspGetCurrentTimeZone) RspGetCurrentTimeZone = nullptr;
+    decltype(&::SystemTZ) SystemTZ = nullptr;
+    decltype(&::RspSystemTZ) RspSystemTZ = nullptr;
+    decltype(&::GetTZ) GetTZ = nullptr;
+    decltype(&::RspGetTZ) RspGetTZ = nullptr;
+    decltype(&::SetTZ) SetTZ = nullptr;
+    decltype(&::RspSetTZ) RspSetTZ = nullptr;
+    decltype(&::CmdEventLog) CmdEventLog = nullptr;
+    decltype(&::RspCmdEventLog) RspCmdEventLog = nullptr;
+    decltype(&::UploadCurrentMsgs) UploadCurrentMsgs = nullptr;
+    decltype(&::RspUploadCurrentMsgs) RspUploadCurrentMsgs = nullptr;
+    decltype(&::UploadAllMsgs) UploadAllMsgs = nullptr;
+    decltype(&::RspUploadAllMsgs) RspUploadAllMsgs = nullptr;
+    decltype(&::UploadCurrentMsgsByClassCode) UploadCurrentMsgsByClassCode = nullptr;
+    decltype(&::RspUploadCurrentMsgsByClassCode) RspUploadCurrentMsgsByClassCode = nullptr;
+    decltype(&::UploadAllMsgsByClassCode) UploadAllMsgsByClassCode = nullptr;
+    decltype(&::RspUploadAllMsgsByClassCode) RspUploadAllMsgsByClassCode = nullptr;
+    decltype(&::UploadMsgsByMsgID) UploadMsgsByMsgID = nullptr;
+    decltype(&::RspUploadMsgsByMsgID) RspUploadMsgsByMsgID = nullptr;
+    decltype(&::UploadCurrentMsgsByPriority) UploadCurrentMsgsByPriority = nullptr;
+    decltype(&::RspUploadCurrentMsgsByPriority) RspUploadCurrentMsgsByPriority = nullptr;
+    decltype(&::UploadAllMsgsByPriority) UploadAllMsgsByPriority = nullptr;
+    decltype(&::RspUploadAllMsgsByPriority) RspUploadAllMsgsByPriority = nullptr;
+    decltype(&::GetFile) GetFile = nullptr;
+    decltype(&::RspGetFile) RspGetFile = nullptr;
+    decltype(&::SendFile) SendFile = nullptr;
+    decltype(&::RspSendFile) RspSendFile = nullptr;
+    decltype(&::GetData) GetData = nullptr;
+    decltype(&::SendData) SendData = nullptr;
+    decltype(&::RspGetDataFilename) RspGetDataFilename = nullptr;
+    decltype(&::RspGetData) RspGetData = nullptr;
+    decltype(&::RspSendDataFilename) RspSendDataFilename = nullptr;
+    decltype(&::RspSendData) RspSendData = nullptr;
+    decltype(&::FileStatus) FileStatus = nullptr;
+    decltype(&::GetFileStatus) GetFileStatus = nullptr;
+    decltype(&::SetFileStatus) SetFileStatus = nullptr;
+    decltype(&::RspFileStatus) RspFileStatus = nullptr;
+    decltype(&::RspGetFileStatus) RspGetFileStatus = nullptr;
+    decltype(&::RspSetFileStatus) RspSetFileStatus = nullptr;
+    decltype(&::ZanthDeleteFile) ZanthDeleteFile = nullptr;
+    decltype(&::RspZanthDeleteFile) RspZanthDeleteFile = nullptr;
+    bool ready = false;
+};
+
+inline LoadedExports& LoadedTable() {
+    static LoadedExports table;
+    return table;
+}
+
+// The table once zanth::Load has filled it; calling an export before is a host's mistake.
+inline LoadedExports& Loaded() {
+    LoadedExports& t = LoadedTable();
+    if (!t.ready) throw std::logic_error("zanth::Load must be called first");
+    return t;
+}
+
+// Fills every entry through `find` (a name to its address); false, with the first
+// missing name, when the library lacks one.
+template <typename Find>
+inline bool ResolveExports(LoadedExports& t, Find&& find, const char** missing) {
+    if (!(t.Initialization = reinterpret_cast<decltype(t.Initialization)>(find("Initialization")))) return *missing = "Initialization", false;
+    if (!(t.Shutdown = reinterpret_cast<decltype(t.Shutdown)>(find("Shutdown")))) return *missing = "Shutdown", false;
+    if (!(t.Terminate = reinterpret_cast<decltype(t.Terminate)>(find("Terminate")))) return *missing = "Terminate", false;
+    if (!(t.SetValidControllers = reinterpret_cast<decltype(t.SetValidControllers)>(find("SetValidControllers")))) return *missing = "SetValidControllers", false;
+    if (!(t.SetValidGateways = reinterpret_cast<decltype(t.SetValidGateways)>(find("SetValidGateways")))) return *missing = "SetValidGateways", false;
+    if (!(t.GetValidControllers = reinterpret_cast<decltype(t.GetValidControllers)>(find("GetValidControllers")))) return *missing = "GetValidControllers", false;
+    if (!(t.GetValidGateways = reinterpret_cast<decltype(t.GetValidGateways)>(find("GetValidGateways")))) return *missing = "GetValidGateways", false;
+    if (!(t.GetDLLVersion = reinterpret_cast<decltype(t.GetDLLVersion)>(find("GetDLLVersion")))) return *missing = "GetDLLVersion", false;
+    if (!(t.DebugLevel = reinterpret_cast<decltype(t.DebugLevel)>(find("DebugLevel")))) return *missing = "DebugLevel", false;
+    if (!(t.RecvWaitTime = reinterpret_cast<decltype(t.RecvWaitTime)>(find("RecvWaitTime")))) return *missing = "RecvWaitTime", false;
+    if (!(t.ControllerInfo = reinterpret_cast<decltype(t.ControllerInfo)>(find("ControllerInfo")))) return *missing = "ControllerInfo", false;
+    if (!(t.GatewayInfo = reinterpret_cast<decltype(t.GatewayInfo)>(find("GatewayInfo")))) return *missing = "GatewayInfo", false;
+    if (!(t.RspControllerInfo = reinterpret_cast<decltype(t.RspControllerInfo)>(find("RspControllerInfo")))) return *missing = "RspControllerInfo", false;
+    if (!(t.RspGatewayInfo = reinterpret_cast<decltype(t.RspGatewayInfo)>(find("RspGatewayInfo")))) return *missing = "RspGatewayInfo", false;
+    if (!(t.ContactController = reinterpret_cast<decltype(t.ContactController)>(find("ContactController")))) return *missing = "ContactController", false;
+    if (!(t.ContactGateway = reinterpret_cast<decltype(t.ContactGateway)>(find("ContactGateway")))) return *missing = "ContactGateway", false;
+    if (!(t.RspContactController = reinterpret_cast<decltype(t.RspContactController)>(find("RspContactController")))) return *missing = "RspContactController", false;
+    if (!(t.RspContactGateway = reinterpret_cast<decltype(t.RspContactGateway)>(find("RspContactGateway")))) return *missing = "RspContactGateway", false;
+    if (!(t.GetConnectedControllers = reinterpret_cast<decltype(t.GetConnectedControllers)>(find("GetConnectedControllers")))) return *missing = "GetConnectedControllers", false;
+    if (!(t.GetConnectedGateways = reinterpret_cast<decltype(t.GetConnectedGateways)>(find("GetConnectedGateways")))) return *missing = "GetConnectedGateways", false;
+    if (!(t.GetEncryptionDLLVersion = reinterpret_cast<decltype(t.GetEncryptionDLLVersion)>(find("GetEncryptionDLLVersion")))) return *missing = "GetEncryptionDLLVersion", false;
+    if (!(t.GetLogFilePath = reinterpret_cast<decltype(t.GetLogFilePath)>(find("GetLogFilePath")))) return *missing = "GetLogFilePath", false;
+    if (!(t.SetLogFilePath = reinterpret_cast<decltype(t.SetLogFilePath)>(find("SetLogFilePath")))) return *missing = "SetLogFilePath", false;
+    if (!(t.LogFilePath = reinterpret_cast<decltype(t.LogFilePath)>(find("LogFilePath")))) return *missing = "LogFilePath", false;
+    if (!(t.ResetDLL = reinterpret_cast<decltype(t.ResetDLL)>(find("ResetDLL")))) return *missing = "ResetDLL", false;
+    if (!(t.ResetThread = reinterpret_cast<decltype(t.ResetThread)>(find("ResetThread")))) return *missing = "ResetThread", false;
+    if (!(t.RspResetThread = reinterpret_cast<decltype(t.RspResetThread)>(find("RspResetThread")))) return *missing = "RspResetThread", false;
+    if (!(t.ResetDLLTime = reinterpret_cast<decltype(t.ResetDLLTime)>(find("ResetDLLTime")))) return *missing = "ResetDLLTime", false;
+    if (!(t.SetHereIAmCallback = reinterpret_cast<decltype(t.SetHereIAmCallback)>(find("SetHereIAmCallback")))) return *missing = "SetHereIAmCallback", false;
+    if (!(t.SetLookupCallback = reinterpret_cast<decltype(t.SetLookupCallback)>(find("SetLookupCallback")))) return *missing = "SetLookupCallback", false;
+    if (!(t.SetKeyPadDataCallback = reinterpret_cast<decltype(t.SetKeyPadDataCallback)>(find("SetKeyPadDataCallback")))) return *missing = "SetKeyPadDataCallback", false;
+    if (!(t.SetCommandKeyDataCallback = reinterpret_cast<decltype(t.SetCommandKeyDataCallback)>(find("SetCommandKeyDataCallback")))) return *missing = "SetCommandKeyDataCallback", false;
+    if (!(t.SetAlarmCallback = reinterpret_cast<decltype(t.SetAlarmCallback)>(find("SetAlarmCallback")))) return *missing = "SetAlarmCallback", false;
+    if (!(t.SetEventCallback = reinterpret_cast<decltype(t.SetEventCallback)>(find("SetEventCallback")))) return *missing = "SetEventCallback", false;
+    if (!(t.SetPostAccessCallback = reinterpret_cast<decltype(t.SetPostAccessCallback)>(find("SetPostAccessCallback")))) return *missing = "SetPostAccessCallback", false;
+    if (!(t.SetSmartCardDataCallback = reinterpret_cast<decltype(t.SetSmartCardDataCallback)>(find("SetSmartCardDataCallback")))) return *missing = "SetSmartCardDataCallback", false;
+    if (!(t.SetResponseCallback = reinterpret_cast<decltype(t.SetResponseCallback)>(find("SetResponseCallback")))) return *missing = "SetResponseCallback", false;
+    if (!(t.SetConnectedControllersCallback = reinterpret_cast<decltype(t.SetConnectedControllersCallback)>(find("SetConnectedControllersCallback")))) return *missing = "SetConnectedControllersCallback", false;
+    if (!(t.SetDisconnectedControllersCallback = reinterpret_cast<decltype(t.SetDisconnectedControllersCallback)>(find("SetDisconnectedControllersCallback")))) return *missing = "SetDisconnectedControllersCallback", false;
+    if (!(t.GetNextHereIAm = reinterpret_cast<decltype(t.GetNextHereIAm)>(find("GetNextHereIAm")))) return *missing = "GetNextHereIAm", false;
+    if (!(t.GetNextLookup = reinterpret_cast<decltype(t.GetNextLookup)>(find("GetNextLookup")))) return *missing = "GetNextLookup", false;
+    if (!(t.GetNextPin = reinterpret_cast<decltype(t.GetNextPin)>(find("GetNextPin")))) return *missing = "GetNextPin", false;
+    if (!(t.GetNextPostAccess = reinterpret_cast<decltype(t.GetNextPostAccess)>(find("GetNextPostAccess")))) return *missing = "GetNextPostAccess", false;
+    if (!(t.GetNextKeyPadData = reinterpret_cast<decltype(t.GetNextKeyPadData)>(find("GetNextKeyPadData")))) return *missing = "GetNextKeyPadData", false;
+    if (!(t.GetNextCommandKeyData = reinterpret_cast<decltype(t.GetNextCommandKeyData)>(find("GetNextCommandKeyData")))) return *missing = "GetNextCommandKeyData", false;
+    if (!(t.GetNextSmartCardData = reinterpret_cast<decltype(t.GetNextSmartCardData)>(find("GetNextSmartCardData")))) return *missing = "GetNextSmartCardData", false;
+    if (!(t.GetNextResponse = reinterpret_cast<decltype(t.GetNextResponse)>(find("GetNextResponse")))) return *missing = "GetNextResponse", false;
+    if (!(t.GetNumberHereIAm = reinterpret_cast<decltype(t.GetNumberHereIAm)>(find("GetNumberHereIAm")))) return *missing = "GetNumberHereIAm", false;
+    if (!(t.GetNumberLookups = reinterpret_cast<decltype(t.GetNumberLookups)>(find("GetNumberLookups")))) return *missing = "GetNumberLookups", false;
+    if (!(t.GetNumberPin = reinterpret_cast<decltype(t.GetNumberPin)>(find("GetNumberPin")))) return *missing = "GetNumberPin", false;
+    if (!(t.GetNumberPostAccess = reinterpret_cast<decltype(t.GetNumberPostAccess)>(find("GetNumberPostAccess")))) return *missing = "GetNumberPostAccess", false;
+    if (!(t.GetNumberKeyPadData = reinterpret_cast<decltype(t.GetNumberKeyPadData)>(find("GetNumberKeyPadData")))) return *missing = "GetNumberKeyPadData", false;
+    if (!(t.GetNumberCommandKeyData = reinterpret_cast<decltype(t.GetNumberCommandKeyData)>(find("GetNumberCommandKeyData")))) return *missing = "GetNumberCommandKeyData", false;
+    if (!(t.GetNumberSmartCardData = reinterpret_cast<decltype(t.GetNumberSmartCardData)>(find("GetNumberSmartCardData")))) return *missing = "GetNumberSmartCardData", false;
+    if (!(t.GetNumberResponse = reinterpret_cast<decltype(t.GetNumberResponse)>(find("GetNumberResponse")))) return *missing = "GetNumberResponse", false;
+    if (!(t.GetNextEvent = reinterpret_cast<decltype(t.GetNextEvent)>(find("GetNextEvent")))) return *missing = "GetNextEvent", false;
+    if (!(t.GetNextAlarm = reinterpret_cast<decltype(t.GetNextAlarm)>(find("GetNextAlarm")))) return *missing = "GetNextAlarm", false;
+    if (!(t.NumberUnreadEvents = reinterpret_cast<decltype(t.NumberUnreadEvents)>(find("NumberUnreadEvents")))) return *missing = "NumberUnreadEvents", false;
+    if (!(t.NumberUnreadAlarms = reinterpret_cast<decltype(t.NumberUnreadAlarms)>(find("NumberUnreadAlarms")))) return *missing = "NumberUnreadAlarms", false;
+    if (!(t.EventLogSize = reinterpret_cast<decltype(t.EventLogSize)>(find("EventLogSize")))) return *missing = "EventLogSize", false;
+    if (!(t.AlarmLogSize = reinterpret_cast<decltype(t.AlarmLogSize)>(find("AlarmLogSize")))) return *missing = "AlarmLogSize", false;
+    if (!(t.AddModCardRecord = reinterpret_cast<decltype(t.AddModCardRecord)>(find("AddModCardRecord")))) return *missing = "AddModCardRecord", false;
+    if (!(t.RspAddModCardRecord = reinterpret_cast<decltype(t.RspAddModCardRecord)>(find("RspAddModCardRecord")))) return *missing = "RspAddModCardRecord", false;
+    if (!(t.AddModCardRecord2 = reinterpret_cast<decltype(t.AddModCardRecord2)>(find("AddModCardRecord2")))) return *missing = "AddModCardRecord2", false;
+    if (!(t.RspAddModCardRecord2 = reinterpret_cast<decltype(t.RspAddModCardRecord2)>(find("RspAddModCardRecord2")))) return *missing = "RspAddModCardRecord2", false;
+    if (!(t.AddModCardRecord3 = reinterpret_cast<decltype(t.AddModCardRecord3)>(find("AddModCardRecord3")))) return *missing = "AddModCardRecord3", false;
+    if (!(t.RspAddModCardRecord3 = reinterpret_cast<decltype(t.RspAddModCardRecord3)>(find("RspAddModCardRecord3")))) return *missing = "RspAddModCardRecord3", false;
+    if (!(t.GetCardRecord = reinterpret_cast<decltype(t.GetCardRecord)>(find("GetCardRecord")))) return *missing = "GetCardRecord", false;
+    if (!(t.RspGetCardRecord = reinterpret_cast<decltype(t.RspGetCardRecord)>(find("RspGetCardRecord")))) return *missing = "RspGetCardRecord", false;
+    if (!(t.GetCardRecord2 = reinterpret_cast<decltype(t.GetCardRecord2)>(find("GetCardRecord2")))) return *missing = "GetCardRecord2", false;
+    if (!(t.RspGetCardRecord2 = reinterpret_cast<decltype(t.RspGetCardRecord2)>(find("RspGetCardRecord2")))) return *missing = "RspGetCardRecord2", false;
+    if (!(t.GetCardRecord4 = reinterpret_cast<decltype(t.GetCardRecord4)>(find("GetCardRecord4")))) return *missing = "GetCardRecord4", false;
+    if (!(t.RspGetCardRecord4 = reinterpret_cast<decltype(t.RspGetCardRecord4)>(find("RspGetCardRecord4")))) return *missing = "RspGetCardRecord4", false;
+    if (!(t.DeleteCardRecord = reinterpret_cast<decltype(t.DeleteCardRecord)>(find("DeleteCardRecord")))) return *missing = "DeleteCardRecord", false;
+    if (!(t.RspDeleteCardRecord = reinterpret_cast<decltype(t.RspDeleteCardRecord)>(find("RspDeleteCardRecord")))) return *missing = "RspDeleteCardRecord", false;
+    if (!(t.DeleteCardRecord2 = reinterpret_cast<decltype(t.DeleteCardRecord2)>(find("DeleteCardRecord2")))) return *missing = "DeleteCardRecord2", false;
+    if (!(t.RspDeleteCardRecord2 = reinterpret_cast<decltype(t.RspDeleteCardRecord2)>(find("RspDeleteCardRecord2")))) return *missing = "RspDeleteCardRecord2", false;
+    if (!(t.UndeleteCardRecord = reinterpret_cast<decltype(t.UndeleteCardRecord)>(find("UndeleteCardRecord")))) return *missing = "UndeleteCardRecord", false;
+    if (!(t.RspUndeleteCardRecord = reinterpret_cast<decltype(t.RspUndeleteCardRecord)>(find("RspUndeleteCardRecord")))) return *missing = "RspUndeleteCardRecord", false;
+    if (!(t.UndeleteCardRecord2 = reinterpret_cast<decltype(t.UndeleteCardRecord2)>(find("UndeleteCardRecord2")))) return *missing = "UndeleteCardRecord2", false;
+    if (!(t.RspUndeleteCardRecord2 = reinterpret_cast<decltype(t.RspUndeleteCardRecord2)>(find("RspUndeleteCardRecord2")))) return *missing = "RspUndeleteCardRecord2", false;
+    if (!(t.UpdateCardRecord = reinterpret_cast<decltype(t.UpdateCardRecord)>(find("UpdateCardRecord")))) return *missing = "UpdateCardRecord", false;
+    if (!(t.RspUpdateCardRecord = reinterpret_cast<decltype(t.RspUpdateCardRecord)>(find("RspUpdateCardRecord")))) return *missing = "RspUpdateCardRecord", false;
+    if (!(t.GetCardholderStatus = reinterpret_cast<decltype(t.GetCardholderStatus)>(find("GetCardholderStatus")))) return *missing = "GetCardholderStatus", false;
+    if (!(t.GetCardholderStatus2 = reinterpret_cast<decltype(t.GetCardholderStatus2)>(find("GetCardholderStatus2")))) return *missing = "GetCardholderStatus2", false;
+    if (!(t.GetCardholderStatus3 = reinterpret_cast<decltype(t.GetCardholderStatus3)>(find("GetCardholderStatus3")))) return *missing = "GetCardholderStatus3", false;
+    if (!(t.RspGetCardholderStatus = reinterpret_cast<decltype(t.RspGetCardholderStatus)>(find("RspGetCardholderStatus")))) return *missing = "RspGetCardholderStatus", false;
+    if (!(t.ResetCardholderStatus = reinterpret_cast<decltype(t.ResetCardholderStatus)>(find("ResetCardholderStatus")))) return *missing = "ResetCardholderStatus", false;
+    if (!(t.RspResetCardholderStatus = reinterpret_cast<decltype(t.RspResetCardholderStatus)>(find("RspResetCardholderStatus")))) return *missing = "RspResetCardholderStatus", false;
+    if (!(t.ResetOneCardholderStatus = reinterpret_cast<decltype(t.ResetOneCardholderStatus)>(find("ResetOneCardholderStatus")))) return *missing = "ResetOneCardholderStatus", false;
+    if (!(t.RspResetOneCardholderStatus = reinterpret_cast<decltype(t.RspResetOneCardholderStatus)>(find("RspResetOneCardholderStatus")))) return *missing = "RspResetOneCardholderStatus", false;
+    if (!(t.ResetAllCardholderStatus = reinterpret_cast<decltype(t.ResetAllCardholderStatus)>(find("ResetAllCardholderStatus")))) return *missing = "ResetAllCardholderStatus", false;
+    if (!(t.RspResetAllCardholderStatus = reinterpret_cast<decltype(t.RspResetAllCardholderStatus)>(find("RspResetAllCardholderStatus")))) return *missing = "RspResetAllCardholderStatus", false;
+    if (!(t.ExecuteChangeOverDB = reinterpret_cast<decltype(t.ExecuteChangeOverDB)>(find("ExecuteChangeOverDB")))) return *missing = "ExecuteChangeOverDB", false;
+    if (!(t.RspExecuteChangeOverDB = reinterpret_cast<decltype(t.RspExecuteChangeOverDB)>(find("RspExecuteChangeOverDB")))) return *missing = "RspExecuteChangeOverDB", false;
+    if (!(t.ExecuteDBChangeover = reinterpret_cast<decltype(t.ExecuteDBChangeover)>(find("ExecuteDBChangeover")))) return *missing = "ExecuteDBChangeover", false;
+    if (!(t.RspExecuteDBChangeover = reinterpret_cast<decltype(t.RspExecuteDBChangeover)>(find("RspExecuteDBChangeover")))) return *missing = "RspExecuteDBChangeover", false;
+    if (!(t.ExecutePreindexDB = reinterpret_cast<decltype(t.ExecutePreindexDB)>(find("ExecutePreindexDB")))) return *missing = "ExecutePreindexDB", false;
+    if (!(t.RspExecutePreindexDB = reinterpret_cast<decltype(t.RspExecutePreindexDB)>(find("RspExecutePreindexDB")))) return *missing = "RspExecutePreindexDB", false;
+    if (!(t.ExecuteReloadDB = reinterpret_cast<decltype(t.ExecuteReloadDB)>(find("ExecuteReloadDB")))) return *missing = "ExecuteReloadDB", false;
+    if (!(t.RspExecuteReloadDB = reinterpret_cast<decltype(t.RspExecuteReloadDB)>(find("RspExecuteReloadDB")))) return *missing = "RspExecuteReloadDB", false;
+    if (!(t.GetNumberOfCards = reinterpret_cast<decltype(t.GetNumberOfCards)>(find("GetNumberOfCards")))) return *missing = "GetNumberOfCards", false;
+    if (!(t.RspGetNumberOfCards = reinterpret_cast<decltype(t.RspGetNumberOfCards)>(find("RspGetNumberOfCards")))) return *missing = "RspGetNumberOfCards", false;
+    if (!(t.GetNumberDelRecords = reinterpret_cast<decltype(t.GetNumberDelRecords)>(find("GetNumberDelRecords")))) return *missing = "GetNumberDelRecords", false;
+    if (!(t.RspGetNumberDelRecords = reinterpret_cast<decltype(t.RspGetNumberDelRecords)>(find("RspGetNumberDelRecords")))) return *missing = "RspGetNumberDelRecords", false;
+    if (!(t.RecheckLookupCard = reinterpret_cast<decltype(t.RecheckLookupCard)>(find("RecheckLookupCard")))) return *missing = "RecheckLookupCard", false;
+    if (!(t.RspRecheckLookupCard = reinterpret_cast<decltype(t.RspRecheckLookupCard)>(find("RspRecheckLookupCard")))) return *missing = "RspRecheckLookupCard", false;
+    if (!(t.RequestPin = reinterpret_cast<decltype(t.RequestPin)>(find("RequestPin")))) return *missing = "RequestPin", false;
+    if (!(t.RspRequestPin = reinterpret_cast<decltype(t.RspRequestPin)>(find("RspRequestPin")))) return *missing = "RspRequestPin", false;
+    if (!(t.SendPostAccessMsg = reinterpret_cast<decltype(t.SendPostAccessMsg)>(find("SendPostAccessMsg")))) return *missing = "SendPostAccessMsg", false;
+    if (!(t.UpdateSchedule = reinterpret_cast<decltype(t.UpdateSchedule)>(find("UpdateSchedule")))) return *missing = "UpdateSchedule", false;
+    if (!(t.RspUpdateSchedule = reinterpret_cast<decltype(t.RspUpdateSchedule)>(find("RspUpdateSchedule")))) return *missing = "RspUpdateSchedule", false;
+    if (!(t.GetSchedule = reinterpret_cast<decltype(t.GetSchedule)>(find("GetSchedule")))) return *missing = "GetSchedule", false;
+    if (!(t.RspGetSchedule = reinterpret_cast<decltype(t.RspGetSchedule)>(find("RspGetSchedule")))) return *missing = "RspGetSchedule", false;
+    if (!(t.DeleteSchedule = reinterpret_cast<decltype(t.DeleteSchedule)>(find("DeleteSchedule")))) return *missing = "DeleteSchedule", false;
+    if (!(t.RspDeleteSchedule = reinterpret_cast<decltype(t.RspDeleteSchedule)>(find("RspDeleteSchedule")))) return *missing = "RspDeleteSchedule", false;
+    if (!(t.UpdateContactIDRecord = reinterpret_cast<decltype(t.UpdateContactIDRecord)>(find("UpdateContactIDRecord")))) return *missing = "UpdateContactIDRecord", false;
+    if (!(t.RspUpdateContactIDRecord = reinterpret_cast<decltype(t.RspUpdateContactIDRecord)>(find("RspUpdateContactIDRecord")))) return *missing = "RspUpdateContactIDRecord", false;
+    if (!(t.GetContactIDRecord = reinterpret_cast<decltype(t.GetContactIDRecord)>(find("GetContactIDRecord")))) return *missing = "GetContactIDRecord", false;
+    if (!(t.RspGetContactIDRecord = reinterpret_cast<decltype(t.RspGetContactIDRecord)>(find("RspGetContactIDRecord")))) return *missing = "RspGetContactIDRecord", false;
+    if (!(t.DeleteContactIDRecord = reinterpret_cast<decltype(t.DeleteContactIDRecord)>(find("DeleteContactIDRecord")))) return *missing = "DeleteContactIDRecord", false;
+    if (!(t.RspDeleteContactIDRecord = reinterpret_cast<decltype(t.RspDeleteContactIDRecord)>(find("RspDeleteContactIDRecord")))) return *missing = "RspDeleteContactIDRecord", false;
+    if (!(t.UpdateContactIDGroupRecord = reinterpret_cast<decltype(t.UpdateContactIDGroupRecord)>(find("UpdateContactIDGroupRecord")))) return *missing = "UpdateContactIDGroupRecord", false;
+    if (!(t.RspUpdateContactIDGroupRecord = reinterpret_cast<decltype(t.RspUpdateContactIDGroupRecord)>(find("RspUpdateContactIDGroupRecord")))) return *missing = "RspUpdateContactIDGroupRecord", false;
+    if (!(t.GetContactIDGroupRecord = reinterpret_cast<decltype(t.GetContactIDGroupRecord)>(find("GetContactIDGroupRecord")))) return *missing = "GetContactIDGroupRecord", false;
+    if (!(t.RspGetContactIDGroupRecord = reinterpret_cast<decltype(t.RspGetContactIDGroupRecord)>(find("RspGetContactIDGroupRecord")))) return *missing = "RspGetContactIDGroupRecord", false;
+    if (!(t.DeleteContactIDGroupRecord = reinterpret_cast<decltype(t.DeleteContactIDGroupRecord)>(find("DeleteContactIDGroupRecord")))) return *missing = "DeleteContactIDGroupRecord", false;
+    if (!(t.RspDeleteContactIDGroupRecord = reinterpret_cast<decltype(t.RspDeleteContactIDGroupRecord)>(find("RspDeleteContactIDGroupRecord")))) return *missing = "RspDeleteContactIDGroupRecord", false;
+    if (!(t.UpdateContactIDCommRecord = reinterpret_cast<decltype(t.UpdateContactIDCommRecord)>(find("UpdateContactIDCommRecord")))) return *missing = "UpdateContactIDCommRecord", false;
+    if (!(t.RspUpdateContactIDCommRecord = reinterpret_cast<decltype(t.RspUpdateContactIDCommRecord)>(find("RspUpdateContactIDCommRecord")))) return *missing = "RspUpdateContactIDCommRecord", false;
+    if (!(t.GetContactIDCommRecord = reinterpret_cast<decltype(t.GetContactIDCommRecord)>(find("GetContactIDCommRecord")))) return *missing = "GetContactIDCommRecord", false;
+    if (!(t.RspGetContactIDCommRecord = reinterpret_cast<decltype(t.RspGetContactIDCommRecord)>(find("RspGetContactIDCommRecord")))) return *missing = "RspGetContactIDCommRecord", false;
+    if (!(t.DeleteContactIDCommRecord = reinterpret_cast<decltype(t.DeleteContactIDCommRecord)>(find("DeleteContactIDCommRecord")))) return *missing = "DeleteContactIDCommRecord", false;
+    if (!(t.RspDeleteContactIDCommRecord = reinterpret_cast<decltype(t.RspDeleteContactIDCommRecord)>(find("RspDeleteContactIDCommRecord")))) return *missing = "RspDeleteContactIDCommRecord", false;
+    if (!(t.RspSmartCardRawMode = reinterpret_cast<decltype(t.RspSmartCardRawMode)>(find("RspSmartCardRawMode")))) return *missing = "RspSmartCardRawMode", false;
+    if (!(t.RspSmartCardCommandMode = reinterpret_cast<decltype(t.RspSmartCardCommandMode)>(find("RspSmartCardCommandMode")))) return *missing = "RspSmartCardCommandMode", false;
+    if (!(t.CmdOutputFunction = reinterpret_cast<decltype(t.CmdOutputFunction)>(find("CmdOutputFunction")))) return *missing = "CmdOutputFunction", false;
+    if (!(t.CmdOutputFunction2 = reinterpret_cast<decltype(t.CmdOutputFunction2)>(find("CmdOutputFunction2")))) return *missing = "CmdOutputFunction2", false;
+    if (!(t.RspCmdOutputFunction = reinterpret_cast<decltype(t.RspCmdOutputFunction)>(find("RspCmdOutputFunction")))) return *missing = "RspCmdOutputFunction", false;
+    if (!(t.CmdOutputFunction3 = reinterpret_cast<decltype(t.CmdOutputFunction3)>(find("CmdOutputFunction3")))) return *missing = "CmdOutputFunction3", false;
+    if (!(t.RspCmdOutputFunction2 = reinterpret_cast<decltype(t.RspCmdOutputFunction2)>(find("RspCmdOutputFunction2")))) return *missing = "RspCmdOutputFunction2", false;
+    if (!(t.GetSavedOutputs = reinterpret_cast<decltype(t.GetSavedOutputs)>(find("GetSavedOutputs")))) return *missing = "GetSavedOutputs", false;
+    if (!(t.RspGetSavedOutputs = reinterpret_cast<decltype(t.RspGetSavedOutputs)>(find("RspGetSavedOutputs")))) return *missing = "RspGetSavedOutputs", false;
+    if (!(t.DriveSavedOutputs = reinterpret_cast<decltype(t.DriveSavedOutputs)>(find("DriveSavedOutputs")))) return *missing = "DriveSavedOutputs", false;
+    if (!(t.RspDriveSavedOutputs = reinterpret_cast<decltype(t.RspDriveSavedOutputs)>(find("RspDriveSavedOutputs")))) return *missing = "RspDriveSavedOutputs", false;
+    if (!(t.LocalFcnCode = reinterpret_cast<decltype(t.LocalFcnCode)>(find("LocalFcnCode")))) return *missing = "LocalFcnCode", false;
+    if (!(t.RspLocalFcnCode = reinterpret_cast<decltype(t.RspLocalFcnCode)>(find("RspLocalFcnCode")))) return *missing = "RspLocalFcnCode", false;
+    if (!(t.GetInputStatus = reinterpret_cast<decltype(t.GetInputStatus)>(find("GetInputStatus")))) return *missing = "GetInputStatus", false;
+    if (!(t.GetInputStatus2 = reinterpret_cast<decltype(t.GetInputStatus2)>(find("GetInputStatus2")))) return *missing = "GetInputStatus2", false;
+    if (!(t.RspGetInputStatus = reinterpret_cast<decltype(t.RspGetInputStatus)>(find("RspGetInputStatus")))) return *missing = "RspGetInputStatus", false;
+    if (!(t.GetInputStatus3 = reinterpret_cast<decltype(t.GetInputStatus3)>(find("GetInputStatus3")))) return *missing = "GetInputStatus3", false;
+    if (!(t.RspGetInputStatus2 = reinterpret_cast<decltype(t.RspGetInputStatus2)>(find("RspGetInputStatus2")))) return *missing = "RspGetInputStatus2", false;
+    if (!(t.ReadA2D = reinterpret_cast<decltype(t.ReadA2D)>(find("ReadA2D")))) return *missing = "ReadA2D", false;
+    if (!(t.RspReadA2D = reinterpret_cast<decltype(t.RspReadA2D)>(find("RspReadA2D")))) return *missing = "RspReadA2D", false;
+    if (!(t.ReadA2D_2 = reinterpret_cast<decltype(t.ReadA2D_2)>(find("ReadA2D_2")))) return *missing = "ReadA2D_2", false;
+    if (!(t.RspReadA2D_2 = reinterpret_cast<decltype(t.RspReadA2D_2)>(find("RspReadA2D_2")))) return *missing = "RspReadA2D_2", false;
+    if (!(t.LocalA2DLimits = reinterpret_cast<decltype(t.LocalA2DLimits)>(find("LocalA2DLimits")))) return *missing = "LocalA2DLimits", false;
+    if (!(t.GetLocalA2DLimits = reinterpret_cast<decltype(t.GetLocalA2DLimits)>(find("GetLocalA2DLimits")))) return *missing = "GetLocalA2DLimits", false;
+    if (!(t.SetLocalA2DLimits = reinterpret_cast<decltype(t.SetLocalA2DLimits)>(find("SetLocalA2DLimits")))) return *missing = "SetLocalA2DLimits", false;
+    if (!(t.RspLocalA2DLimits = reinterpret_cast<decltype(t.RspLocalA2DLimits)>(find("RspLocalA2DLimits")))) return *missing = "RspLocalA2DLimits", false;
+    if (!(t.RspGetLocalA2DLimits = reinterpret_cast<decltype(t.RspGetLocalA2DLimits)>(find("RspGetLocalA2DLimits")))) return *missing = "RspGetLocalA2DLimits", false;
+    if (!(t.RspSetLocalA2DLimits = reinterpret_cast<decltype(t.RspSetLocalA2DLimits)>(find("RspSetLocalA2DLimits")))) return *missing = "RspSetLocalA2DLimits", false;
+    if (!(t.LocalDebounce = reinterpret_cast<decltype(t.LocalDebounce)>(find("LocalDebounce")))) return *missing = "LocalDebounce", false;
+    if (!(t.GetLocalDebounce = reinterpret_cast<decltype(t.GetLocalDebounce)>(find("GetLocalDebounce")))) return *missing = "GetLocalDebounce", false;
+    if (!(t.SetLocalDebounce = reinterpret_cast<decltype(t.SetLocalDebounce)>(find("SetLocalDebounce")))) return *missing = "SetLocalDebounce", false;
+    if (!(t.RspLocalDebounce = reinterpret_cast<decltype(t.RspLocalDebounce)>(find("RspLocalDebounce")))) return *missing = "RspLocalDebounce", false;
+    if (!(t.RspGetLocalDebounce = reinterpret_cast<decltype(t.RspGetLocalDebounce)>(find("RspGetLocalDebounce")))) return *missing = "RspGetLocalDebounce", false;
+    if (!(t.RspSetLocalDebounce = reinterpret_cast<decltype(t.RspSetLocalDebounce)>(find("RspSetLocalDebounce")))) return *missing = "RspSetLocalDebounce", false;
+    if (!(t.LocalRelayTimer = reinterpret_cast<decltype(t.LocalRelayTimer)>(find("LocalRelayTimer")))) return *missing = "LocalRelayTimer", false;
+    if (!(t.GetLocalRelayTimer = reinterpret_cast<decltype(t.GetLocalRelayTimer)>(find("GetLocalRelayTimer")))) return *missing = "GetLocalRelayTimer", false;
+    if (!(t.SetLocalRelayTimer = reinterpret_cast<decltype(t.SetLocalRelayTimer)>(find("SetLocalRelayTimer")))) return *missing = "SetLocalRelayTimer", false;
+    if (!(t.RspLocalRelayTimer = reinterpret_cast<decltype(t.RspLocalRelayTimer)>(find("RspLocalRelayTimer")))) return *missing = "RspLocalRelayTimer", false;
+    if (!(t.RspGetLocalRelayTimer = reinterpret_cast<decltype(t.RspGetLocalRelayTimer)>(find("RspGetLocalRelayTimer")))) return *missing = "RspGetLocalRelayTimer", false;
+    if (!(t.RspSetLocalRelayTimer = reinterpret_cast<decltype(t.RspSetLocalRelayTimer)>(find("RspSetLocalRelayTimer")))) return *missing = "RspSetLocalRelayTimer", false;
+    if (!(t.LogicalInput = reinterpret_cast<decltype(t.LogicalInput)>(find("LogicalInput")))) return *missing = "LogicalInput", false;
+    if (!(t.GetLogicalInput = reinterpret_cast<decltype(t.GetLogicalInput)>(find("GetLogicalInput")))) return *missing = "GetLogicalInput", false;
+    if (!(t.SetLogicalInput = reinterpret_cast<decltype(t.SetLogicalInput)>(find("SetLogicalInput")))) return *missing = "SetLogicalInput", false;
+    if (!(t.RspLogicalInput = reinterpret_cast<decltype(t.RspLogicalInput)>(find("RspLogicalInput")))) return *missing = "RspLogicalInput", false;
+    if (!(t.RspGetLogicalInput = reinterpret_cast<decltype(t.RspGetLogicalInput)>(find("RspGetLogicalInput")))) return *missing = "RspGetLogicalInput", false;
+    if (!(t.RspSetLogicalInput = reinterpret_cast<decltype(t.RspSetLogicalInput)>(find("RspSetLogicalInput")))) return *missing = "RspSetLogicalInput", false;
+    if (!(t.LocalPollDelay = reinterpret_cast<decltype(t.LocalPollDelay)>(find("LocalPollDelay")))) return *missing = "LocalPollDelay", false;
+    if (!(t.RspLocalPollDelay = reinterpret_cast<decltype(t.RspLocalPollDelay)>(find("RspLocalPollDelay")))) return *missing = "RspLocalPollDelay", false;
+    if (!(t.DiscoverInterfaces = reinterpret_cast<decltype(t.DiscoverInterfaces)>(find("DiscoverInterfaces")))) return *missing = "DiscoverInterfaces", false;
+    if (!(t.DiscoverInterfaces2 = reinterpret_cast<decltype(t.DiscoverInterfaces2)>(find("DiscoverInterfaces2")))) return *missing = "DiscoverInterfaces2", false;
+    if (!(t.RspDiscoverInterfaces = reinterpret_cast<decltype(t.RspDiscoverInterfaces)>(find("RspDiscoverInterfaces")))) return *missing = "RspDiscoverInterfaces", false;
+    if (!(t.DownloadInterfaceCode = reinterpret_cast<decltype(t.DownloadInterfaceCode)>(find("DownloadInterfaceCode")))) return *missing = "DownloadInterfaceCode", false;
+    if (!(t.RspDownloadInterfaceCode = reinterpret_cast<decltype(t.RspDownloadInterfaceCode)>(find("RspDownloadInterfaceCode")))) return *missing = "RspDownloadInterfaceCode", false;
+    if (!(t.DownloadInterfaceProgram = reinterpret_cast<decltype(t.DownloadInterfaceProgram)>(find("DownloadInterfaceProgram")))) return *missing = "DownloadInterfaceProgram", false;
+    if (!(t.RspDownloadInterfaceProgram = reinterpret_cast<decltype(t.RspDownloadInterfaceProgram)>(find("RspDownloadInterfaceProgram")))) return *missing = "RspDownloadInterfaceProgram", false;
+    if (!(t.DownloadInterfaceEEPROM = reinterpret_cast<decltype(t.DownloadInterfaceEEPROM)>(find("DownloadInterfaceEEPROM")))) return *missing = "DownloadInterfaceEEPROM", false;
+    if (!(t.RspDownloadInterfaceEEPROM = reinterpret_cast<decltype(t.RspDownloadInterfaceEEPROM)>(find("RspDownloadInterfaceEEPROM")))) return *missing = "RspDownloadInterfaceEEPROM", false;
+    if (!(t.ReadInterfaceMemory = reinterpret_cast<decltype(t.ReadInterfaceMemory)>(find("ReadInterfaceMemory")))) return *missing = "ReadInterfaceMemory", false;
+    if (!(t.RspReadInterfaceMemory = reinterpret_cast<decltype(t.RspReadInterfaceMemory)>(find("RspReadInterfaceMemory")))) return *missing = "RspReadInterfaceMemory", false;
+    if (!(t.ReadInterfaceMemory_2 = reinterpret_cast<decltype(t.ReadInterfaceMemory_2)>(find("ReadInterfaceMemory_2")))) return *missing = "ReadInterfaceMemory_2", false;
+    if (!(t.RspReadInterfaceMemory_2 = reinterpret_cast<decltype(t.RspReadInterfaceMemory_2)>(find("RspReadInterfaceMemory_2")))) return *missing = "RspReadInterfaceMemory_2", false;
+    if (!(t.WriteEEPROM = reinterpret_cast<decltype(t.WriteEEPROM)>(find("WriteEEPROM")))) return *missing = "WriteEEPROM", false;
+    if (!(t.RspWriteEEPROM = reinterpret_cast<decltype(t.RspWriteEEPROM)>(find("RspWriteEEPROM")))) return *missing = "RspWriteEEPROM", false;
+    if (!(t.SetInterfaceInternalID = reinterpret_cast<decltype(t.SetInterfaceInternalID)>(find("SetInterfaceInternalID")))) return *missing = "SetInterfaceInternalID", false;
+    if (!(t.RspSetInterfaceInternalID = reinterpret_cast<decltype(t.RspSetInterfaceInternalID)>(find("RspSetInterfaceInternalID")))) return *missing = "RspSetInterfaceInternalID", false;
+    if (!(t.SetHardwareID = reinterpret_cast<decltype(t.SetHardwareID)>(find("SetHardwareID")))) return *missing = "SetHardwareID", false;
+    if (!(t.RspSetHardwareID = reinterpret_cast<decltype(t.RspSetHardwareID)>(find("RspSetHardwareID")))) return *missing = "RspSetHardwareID", false;
+    if (!(t.GetMoxModuleRevs = reinterpret_cast<decltype(t.GetMoxModuleRevs)>(find("GetMoxModuleRevs")))) return *missing = "GetMoxModuleRevs", false;
+    if (!(t.RspGetMoxModuleRevs = reinterpret_cast<decltype(t.RspGetMoxModuleRevs)>(find("RspGetMoxModuleRevs")))) return *missing = "RspGetMoxModuleRevs", false;
+    if (!(t.GetMoxOperationMode = reinterpret_cast<decltype(t.GetMoxOperationMode)>(find("GetMoxOperationMode")))) return *missing = "GetMoxOperationMode", false;
+    if (!(t.RspGetMoxOperationMode = reinterpret_cast<decltype(t.RspGetMoxOperationMode)>(find("RspGetMoxOperationMode")))) return *missing = "RspGetMoxOperationMode", false;
+    if (!(t.SetMoxOperationMode = reinterpret_cast<decltype(t.SetMoxOperationMode)>(find("SetMoxOperationMode")))) return *missing = "SetMoxOperationMode", false;
+    if (!(t.RspSetMoxOperationMode = reinterpret_cast<decltype(t.RspSetMoxOperationMode)>(find("RspSetMoxOperationMode")))) return *missing = "RspSetMoxOperationMode", false;
+    if (!(t.RebootBoard = reinterpret_cast<decltype(t.RebootBoard)>(find("RebootBoard")))) return *missing = "RebootBoard", false;
+    if (!(t.RspRebootBoard = reinterpret_cast<decltype(t.RspRebootBoard)>(find("RspRebootBoard")))) return *missing = "RspRebootBoard", false;
+    if (!(t.RebootBoard2 = reinterpret_cast<decltype(t.RebootBoard2)>(find("RebootBoard2")))) return *missing = "RebootBoard2", false;
+    if (!(t.RspRebootBoard2 = reinterpret_cast<decltype(t.RspRebootBoard2)>(find("RspRebootBoard2")))) return *missing = "RspRebootBoard2", false;
+    if (!(t.RestartStopTask = reinterpret_cast<decltype(t.RestartStopTask)>(find("RestartStopTask")))) return *missing = "RestartStopTask", false;
+    if (!(t.RspRestartStopTask = reinterpret_cast<decltype(t.RspRestartStopTask)>(find("RspRestartStopTask")))) return *missing = "RspRestartStopTask", false;
+    if (!(t.RestartTask = reinterpret_cast<decltype(t.RestartTask)>(find("RestartTask")))) return *missing = "RestartTask", false;
+    if (!(t.RspRestartTask = reinterpret_cast<decltype(t.RspRestartTask)>(find("RspRestartTask")))) return *missing = "RspRestartTask", false;
+    if (!(t.StopTask = reinterpret_cast<decltype(t.StopTask)>(find("StopTask")))) return *missing = "StopTask", false;
+    if (!(t.RspStopTask = reinterpret_cast<decltype(t.RspStopTask)>(find("RspStopTask")))) return *missing = "RspStopTask", false;
+    if (!(t.EnableDHCP = reinterpret_cast<decltype(t.EnableDHCP)>(find("EnableDHCP")))) return *missing = "EnableDHCP", false;
+    if (!(t.RspEnableDHCP = reinterpret_cast<decltype(t.RspEnableDHCP)>(find("RspEnableDHCP")))) return *missing = "RspEnableDHCP", false;
+    if (!(t.EnableStaticIP = reinterpret_cast<decltype(t.EnableStaticIP)>(find("EnableStaticIP")))) return *missing = "EnableStaticIP", false;
+    if (!(t.RspEnableStaticIP = reinterpret_cast<decltype(t.RspEnableStaticIP)>(find("RspEnableStaticIP")))) return *missing = "RspEnableStaticIP", false;
+    if (!(t.SetPassword = reinterpret_cast<decltype(t.SetPassword)>(find("SetPassword")))) return *missing = "SetPassword", false;
+    if (!(t.RspSetPassword = reinterpret_cast<decltype(t.RspSetPassword)>(find("RspSetPassword")))) return *missing = "RspSetPassword", false;
+    if (!(t.FirmwareCommand = reinterpret_cast<decltype(t.FirmwareCommand)>(find("FirmwareCommand")))) return *missing = "FirmwareCommand", false;
+    if (!(t.RspFirmwareCommand = reinterpret_cast<decltype(t.RspFirmwareCommand)>(find("RspFirmwareCommand")))) return *missing = "RspFirmwareCommand", false;
+    if (!(t.GetErrorLog = reinterpret_cast<decltype(t.GetErrorLog)>(find("GetErrorLog")))) return *missing = "GetErrorLog", false;
+    if (!(t.RspGetErrorLog = reinterpret_cast<decltype(t.RspGetErrorLog)>(find("RspGetErrorLog")))) return *missing = "RspGetErrorLog", false;
+    if (!(t.SystemTime = reinterpret_cast<decltype(t.SystemTime)>(find("SystemTime")))) return *missing = "SystemTime", false;
+    if (!(t.RspSystemTime = reinterpret_cast<decltype(t.RspSystemTime)>(find("RspSystemTime")))) return *missing = "RspSystemTime", false;
+    if (!(t.GetTimeDate = reinterpret_cast<decltype(t.GetTimeDate)>(find("GetTimeDate")))) return *missing = "GetTimeDate", false;
+    if (!(t.RspGetTimeDate = reinterpret_cast<decltype(t.RspGetTimeDate)>(find("RspGetTimeDate")))) return *missing = "RspGetTimeDate", false;
+    if (!(t.SetTimeDate = reinterpret_cast<decltype(t.SetTimeDate)>(find("SetTimeDate")))) return *missing = "SetTimeDate", false;
+    if (!(t.RspSetTimeDate = reinterpret_cast<decltype(t.RspSetTimeDate)>(find("RspSetTimeDate")))) return *missing = "RspSetTimeDate", false;
+    if (!(t.GetCurrentTimeZone = reinterpret_cast<decltype(t.GetCurrentTimeZone)>(find("GetCurrentTimeZone")))) return *missing = "GetCurrentTimeZone", false;
+    if (!(t.RspGetCurrentTimeZone = reinterpret_cast<decltype(t.RspGetCurrentTimeZone)>(find("RspGetCurrentTimeZone")))) return *missing = "RspGetCurrentTimeZone", false;
+    if (!(t.SystemTZ = reinterpret_cast<decltype(t.SystemTZ)>(find("SystemTZ")))) return *missing = "SystemTZ", false;
+    if (!(t.RspSystemTZ = reinterpret_cast<decltype(t.RspSystemTZ)>(find("RspSystemTZ")))) return *missing = "RspSystemTZ", false;
+    if (!(t.GetTZ = reinterpret_cast<decltype(t.GetTZ)>(find("GetTZ")))) return *missing = "GetTZ", false;
+    if (!(t.RspGetTZ = reinterpret_cast<decltype(t.RspGetTZ)>(find("RspGetTZ")))) return *missing = "RspGetTZ", false;
+    if (!(t.SetTZ = reinterpret_cast<decltype(t.SetTZ)>(find("SetTZ")))) return *missing = "SetTZ", false;
+    if (!(t.RspSetTZ = reinterpret_cast<decltype(t.RspSetTZ)>(find("RspSetTZ")))) return *missing = "RspSetTZ", false;
+    if (!(t.CmdEventLog = reinterpret_cast<decltype(t.CmdEventLog)>(find("CmdEventLog")))) return *missing = "CmdEventLog", false;
+    if (!(t.RspCmdEventLog = reinterpret_cast<decltype(t.RspCmdEventLog)>(find("RspCmdEventLog")))) return *missing = "RspCmdEventLog", false;
+    if (!(t.UploadCurrentMsgs = reinterpret_cast<decltype(t.UploadCurrentMsgs)>(find("UploadCurrentMsgs")))) return *missing = "UploadCurrentMsgs", false;
+    if (!(t.RspUploadCurrentMsgs = reinterpret_cast<decltype(t.RspUploadCurrentMsgs)>(find("RspUploadCurrentMsgs")))) return *missing = "RspUploadCurrentMsgs", false;
+    if (!(t.UploadAllMsgs = reinterpret_cast<decltype(t.UploadAllMsgs)>(find("UploadAllMsgs")))) return *missing = "UploadAllMsgs", false;
+    if (!(t.RspUploadAllMsgs = reinterpret_cast<decltype(t.RspUploadAllMsgs)>(find("RspUploadAllMsgs")))) return *missing = "RspUploadAllMsgs", false;
+    if (!(t.UploadCurrentMsgsByClassCode = reinterpret_cast<decltype(t.UploadCurrentMsgsByClassCode)>(find("UploadCurrentMsgsByClassCode")))) return *missing = "UploadCurrentMsgsByClassCode", false;
+    if (!(t.RspUploadCurrentMsgsByClassCode = reinterpret_cast<decltype(t.RspUploadCurrentMsgsByClassCode)>(find("RspUploadCurrentMsgsByClassCode")))) return *missing = "RspUploadCurrentMsgsByClassCode", false;
+    if (!(t.UploadAllMsgsByClassCode = reinterpret_cast<decltype(t.UploadAllMsgsByClassCode)>(find("UploadAllMsgsByClassCode")))) return *missing = "UploadAllMsgsByClassCode", false;
+    if (!(t.RspUploadAllMsgsByClassCode = reinterpret_cast<decltype(t.RspUploadAllMsgsByClassCode)>(find("RspUploadAllMsgsByClassCode")))) return *missing = "RspUploadAllMsgsByClassCode", false;
+    if (!(t.UploadMsgsByMsgID = reinterpret_cast<decltype(t.UploadMsgsByMsgID)>(find("UploadMsgsByMsgID")))) return *missing = "UploadMsgsByMsgID", false;
+    if (!(t.RspUploadMsgsByMsgID = reinterpret_cast<decltype(t.RspUploadMsgsByMsgID)>(find("RspUploadMsgsByMsgID")))) return *missing = "RspUploadMsgsByMsgID", false;
+    if (!(t.UploadCurrentMsgsByPriority = reinterpret_cast<decltype(t.UploadCurrentMsgsByPriority)>(find("UploadCurrentMsgsByPriority")))) return *missing = "UploadCurrentMsgsByPriority", false;
+    if (!(t.RspUploadCurrentMsgsByPriority = reinterpret_cast<decltype(t.RspUploadCurrentMsgsByPriority)>(find("RspUploadCurrentMsgsByPriority")))) return *missing = "RspUploadCurrentMsgsByPriority", false;
+    if (!(t.UploadAllMsgsByPriority = reinterpret_cast<decltype(t.UploadAllMsgsByPriority)>(find("UploadAllMsgsByPriority")))) return *missing = "UploadAllMsgsByPriority", false;
+    if (!(t.RspUploadAllMsgsByPriority = reinterpret_cast<decltype(t.RspUploadAllMsgsByPriority)>(find("RspUploadAllMsgsByPriority")))) return *missing = "RspUploadAllMsgsByPriority", false;
+    if (!(t.GetFile = reinterpret_cast<decltype(t.GetFile)>(find("GetFile")))) return *missing = "GetFile", false;
+    if (!(t.RspGetFile = reinterpret_cast<decltype(t.RspGetFile)>(find("RspGetFile")))) return *missing = "RspGetFile", false;
+    if (!(t.SendFile = reinterpret_cast<decltype(t.SendFile)>(find("SendFile")))) return *missing = "SendFile", false;
+    if (!(t.RspSendFile = reinterpret_cast<decltype(t.RspSendFile)>(find("RspSendFile")))) return *missing = "RspSendFile", false;
+    if (!(t.GetData = reinterpret_cast<decltype(t.GetData)>(find("GetData")))) return *missing = "GetData", false;
+    if (!(t.SendData = reinterpret_cast<decltype(t.SendData)>(find("SendData")))) return *missing = "SendData", false;
+    if (!(t.RspGetDataFilename = reinterpret_cast<decltype(t.RspGetDataFilename)>(find("RspGetDataFilename")))) return *missing = "RspGetDataFilename", false;
+    if (!(t.RspGetData = reinterpret_cast<decltype(t.RspGetData)>(find("RspGetData")))) return *missing = "RspGetData", false;
+    if (!(t.RspSendDataFilename = reinterpret_cast<decltype(t.RspSendDataFilename)>(find("RspSendDataFilename")))) return *missing = "RspSendDataFilename", false;
+    if (!(t.RspSendData = reinterpret_cast<decltype(t.RspSendData)>(find("RspSendData")))) return *missing = "RspSendData", false;
+    if (!(t.FileStatus = reinterpret_cast<decltype(t.FileStatus)>(find("FileStatus")))) return *missing = "FileStatus", false;
+    if (!(t.GetFileStatus = reinterpret_cast<decltype(t.GetFileStatus)>(find("GetFileStatus")))) return *missing = "GetFileStatus", false;
+    if (!(t.SetFileStatus = reinterpret_cast<decltype(t.SetFileStatus)>(find("SetFileStatus")))) return *missing = "SetFileStatus", false;
+    if (!(t.RspFileStatus = reinterpret_cast<decltype(t.RspFileStatus)>(find("RspFileStatus")))) return *missing = "RspFileStatus", false;
+    if (!(t.RspGetFileStatus = reinterpret_cast<decltype(t.RspGetFileStatus)>(find("RspGetFileStatus")))) return *missing = "RspGetFileStatus", false;
+    if (!(t.RspSetFileStatus = reinterpret_cast<decltype(t.RspSetFileStatus)>(find("RspSetFileStatus")))) return *missing = "RspSetFileStatus", false;
+    if (!(t.ZanthDeleteFile = reinterpret_cast<decltype(t.ZanthDeleteFile)>(find("ZanthDeleteFile")))) return *missing = "ZanthDeleteFile", false;
+    if (!(t.RspZanthDeleteFile = reinterpret_cast<decltype(t.RspZanthDeleteFile)>(find("RspZanthDeleteFile")))) return *missing = "RspZanthDeleteFile", false;
+    return true;
+}
+#endif
+
+inline int32_t Call_Initialization(Slots& s) { return ZANTH_CALL(Initialization)(s.I32(0), nullptr, nullptr); }
+inline int32_t Call_Shutdown(Slots& s) { (void)s; return ZANTH_CALL(Shutdown)(); }
+inline int32_t Call_Terminate(Slots& s) { return ZANTH_CALL(Terminate)(s.Text(0)); }
+inline int32_t Call_SetValidControllers(Slots& s) { return ZANTH_CALL(SetValidControllers)(s.Text(0)); }
+inline int32_t Call_SetValidGateways(Slots& s) { return ZANTH_CALL(SetValidGateways)(s.Text(0)); }
+inline int32_t Call_GetValidControllers(Slots& s) { return ZANTH_CALL(GetValidControllers)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetValidGateways(Slots& s) { return ZANTH_CALL(GetValidGateways)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetDLLVersion(Slots& s) { return ZANTH_CALL(GetDLLVersion)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_DebugLevel(Slots& s) { return ZANTH_CALL(DebugLevel)(s.I32(0), s.PI32(1)); }
+inline int32_t Call_RecvWaitTime(Slots& s) { return ZANTH_CALL(RecvWaitTime)(s.I32(0), s.PI32(1)); }
+inline int32_t Call_ControllerInfo(Slots& s) { return ZANTH_CALL(ControllerInfo)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_GatewayInfo(Slots& s) { return ZANTH_CALL(GatewayInfo)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_RspControllerInfo(Slots& s) { return ZANTH_CALL(RspControllerInfo)(s.U32(0), s.Text(1)); }
+inline int32_t Call_RspGatewayInfo(Slots& s) { return ZANTH_CALL(RspGatewayInfo)(s.U32(0), s.Text(1)); }
+inline int32_t Call_ContactController(Slots& s) { return ZANTH_CALL(ContactController)(s.Text(0), s.I32(1)); }
+inline int32_t Call_ContactGateway(Slots& s) { return ZANTH_CALL(ContactGateway)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspContactController(Slots& s) { return ZANTH_CALL(RspContactController)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspContactGateway(Slots& s) { return ZANTH_CALL(RspContactGateway)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_GetConnectedControllers(Slots& s) { return ZANTH_CALL(GetConnectedControllers)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetConnectedGateways(Slots& s) { return ZANTH_CALL(GetConnectedGateways)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetEncryptionDLLVersion(Slots& s) { return ZANTH_CALL(GetEncryptionDLLVersion)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetLogFilePath(Slots& s) { return ZANTH_CALL(GetLogFilePath)(s.Buffer(0)); }
+inline int32_t Call_SetLogFilePath(Slots& s) { return ZANTH_CALL(SetLogFilePath)(s.Text(0)); }
+inline int32_t Call_LogFilePath(Slots& s) { return ZANTH_CALL(LogFilePath)(s.I32(0), s.Buffer(1)); }
+inline int32_t Call_ResetDLL(Slots& s) { (void)s; return ZANTH_CALL(ResetDLL)(); }
+inline int32_t Call_ResetThread(Slots& s) { return ZANTH_CALL(ResetThread)(s.Text(0)); }
+inline int32_t Call_RspResetThread(Slots& s) { return ZANTH_CALL(RspResetThread)(s.U32(0), s.Text(1)); }
+inline int32_t Call_ResetDLLTime(Slots& s) { return ZANTH_CALL(ResetDLLTime)(s.I32(0), s.PI32(1)); }
+inline int32_t Call_GetNextHereIAm(Slots& s) { return ZANTH_CALL(GetNextHereIAm)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextLookup(Slots& s) { return ZANTH_CALL(GetNextLookup)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextPin(Slots& s) { return ZANTH_CALL(GetNextPin)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextPostAccess(Slots& s) { return ZANTH_CALL(GetNextPostAccess)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextKeyPadData(Slots& s) { return ZANTH_CALL(GetNextKeyPadData)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextCommandKeyData(Slots& s) { return ZANTH_CALL(GetNextCommandKeyData)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextSmartCardData(Slots& s) { return ZANTH_CALL(GetNextSmartCardData)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextResponse(Slots& s) { return ZANTH_CALL(GetNextResponse)(s.PI32(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_GetNumberHereIAm(Slots& s) { return ZANTH_CALL(GetNumberHereIAm)(s.PI32(0)); }
+inline int32_t Call_GetNumberLookups(Slots& s) { return ZANTH_CALL(GetNumberLookups)(s.PI32(0)); }
+inline int32_t Call_GetNumberPin(Slots& s) { return ZANTH_CALL(GetNumberPin)(s.PI32(0)); }
+inline int32_t Call_GetNumberPostAccess(Slots& s) { return ZANTH_CALL(GetNumberPostAccess)(s.PI32(0)); }
+inline int32_t Call_GetNumberKeyPadData(Slots& s) { return ZANTH_CALL(GetNumberKeyPadData)(s.PI32(0)); }
+inline int32_t Call_GetNumberCommandKeyData(Slots& s) { return ZANTH_CALL(GetNumberCommandKeyData)(s.PI32(0)); }
+inline int32_t Call_GetNumberSmartCardData(Slots& s) { return ZANTH_CALL(GetNumberSmartCardData)(s.PI32(0)); }
+inline int32_t Call_GetNumberResponse(Slots& s) { return ZANTH_CALL(GetNumberResponse)(s.PI32(0)); }
+inline int32_t Call_GetNextEvent(Slots& s) { return ZANTH_CALL(GetNextEvent)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_GetNextAlarm(Slots& s) { return ZANTH_CALL(GetNextAlarm)(s.Buffer(0), s.I32(1)); }
+inline int32_t Call_NumberUnreadEvents(Slots& s) { return ZANTH_CALL(NumberUnreadEvents)(s.PU64(0)); }
+inline int32_t Call_NumberUnreadAlarms(Slots& s) { return ZANTH_CALL(NumberUnreadAlarms)(s.PU64(0)); }
+inline int32_t Call_EventLogSize(Slots& s) { return ZANTH_CALL(EventLogSize)(s.I32(0), s.PU64(1)); }
+inline int32_t Call_AlarmLogSize(Slots& s) { return ZANTH_CALL(AlarmLogSize)(s.I32(0), s.PU64(1)); }
+inline int32_t Call_AddModCardRecord(Slots& s) { return ZANTH_CALL(AddModCardRecord)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4), s.I32(5), s.U32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.Buffer(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.U32(22), s.I32(23), s.I32(24)); }
+inline int32_t Call_RspAddModCardRecord(Slots& s) { return ZANTH_CALL(RspAddModCardRecord)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5), s.I32(6), s.U32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.I32(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.Buffer(22), s.U32(23), s.I32(24), s.I32(25)); }
+inline int32_t Call_AddModCardRecord2(Slots& s) { return ZANTH_CALL(AddModCardRecord2)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4), s.I32(5), s.U32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.Buffer(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.U32(22), s.I32(23), s.I32(24), s.I32(25)); }
+inline int32_t Call_RspAddModCardRecord2(Slots& s) { return ZANTH_CALL(RspAddModCardRecord2)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5), s.I32(6), s.U32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.I32(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.Buffer(22), s.U32(23), s.I32(24), s.I32(25), s.I32(26)); }
+inline int32_t Call_AddModCardRecord3(Slots& s) { return ZANTH_CALL(AddModCardRecord3)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4), s.I32(5), s.U32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.Buffer(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.U32(22), s.I32(23), s.I32(24), s.I32(25), s.U16(26)); }
+inline int32_t Call_RspAddModCardRecord3(Slots& s) { return ZANTH_CALL(RspAddModCardRecord3)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5), s.I32(6), s.U32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12), s.I32(13), s.I32(14), s.I32(15), s.I32(16), s.I32(17), s.I32(18), s.Buffer(19), s.Buffer(20), s.Buffer(21), s.Buffer(22), s.U32(23), s.I32(24), s.I32(25), s.I32(26), s.U16(27)); }
+inline int32_t Call_GetCardRecord(Slots& s) { return ZANTH_CALL(GetCardRecord)(s.Text(0), s.PI32(1), s.PI32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.PI32(7), s.PU32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13), s.PI32(14), s.PI32(15), s.PI32(16), s.PI32(17), s.PI32(18), s.PI32(19), s.Buffer(20), s.I32(21), s.Buffer(22), s.I32(23), s.Buffer(24), s.I32(25), s.Buffer(26), s.I32(27), s.PU32(28), s.PI32(29), s.PI32(30), s.PI32(31)); }
+inline int32_t Call_RspGetCardRecord(Slots& s) { return ZANTH_CALL(RspGetCardRecord)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
+inline int32_t Call_GetCardRecord2(Slots& s) { return ZANTH_CALL(GetCardRecord2)(s.Text(0), s.PI32(1), s.PI32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.PI32(7), s.PU32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13), s.PI32(14), s.PI32(15), s.PI32(16), s.PI32(17), s.PI32(18), s.PI32(19), s.Buffer(20), s.I32(21), s.Buffer(22), s.I32(23), s.Buffer(24), s.I32(25), s.Buffer(26), s.I32(27), s.PU32(28), s.PI32(29), s.PI32(30), s.PI32(31), s.PI32(32)); }
+inline int32_t Call_RspGetCardRecord2(Slots& s) { return ZANTH_CALL(RspGetCardRecord2)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
+inline int32_t Call_GetCardRecord4(Slots& s) { return ZANTH_CALL(GetCardRecord4)(s.Text(0), s.PI32(1), s.PI32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.PI32(7), s.PU32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13), s.PI32(14), s.PI32(15), s.PI32(16), s.PI32(17), s.PI32(18), s.PI32(19), s.Buffer(20), s.I32(21), s.Buffer(22), s.I32(23), s.Buffer(24), s.I32(25), s.Buffer(26), s.I32(27), s.PU32(28), s.PI32(29), s.PI32(30), s.PI32(31), s.PI32(32), s.PU32(33)); }
+inline int32_t Call_RspGetCardRecord4(Slots& s) { return ZANTH_CALL(RspGetCardRecord4)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
+inline int32_t Call_DeleteCardRecord(Slots& s) { return ZANTH_CALL(DeleteCardRecord)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4)); }
+inline int32_t Call_RspDeleteCardRecord(Slots& s) { return ZANTH_CALL(RspDeleteCardRecord)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
+inline int32_t Call_DeleteCardRecord2(Slots& s) { return ZANTH_CALL(DeleteCardRecord2)(s.Text(0), s.U32(1)); }
+inline int32_t Call_RspDeleteCardRecord2(Slots& s) { return ZANTH_CALL(RspDeleteCardRecord2)(s.U32(0), s.Text(1), s.U32(2)); }
+inline int32_t Call_UndeleteCardRecord(Slots& s) { return ZANTH_CALL(UndeleteCardRecord)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.Buffer(4)); }
+inline int32_t Call_RspUndeleteCardRecord(Slots& s) { return ZANTH_CALL(RspUndeleteCardRecord)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
+inline int32_t Call_UndeleteCardRecord2(Slots& s) { return ZANTH_CALL(UndeleteCardRecord2)(s.Text(0), s.U32(1)); }
+inline int32_t Call_RspUndeleteCardRecord2(Slots& s) { return ZANTH_CALL(RspUndeleteCardRecord2)(s.U32(0), s.Text(1), s.U32(2)); }
+inline int32_t Call_UpdateCardRecord(Slots& s) { return ZANTH_CALL(UpdateCardRecord)(s.Text(0), s.I32(1), s.I32(2), s.I32(3), s.Buffer(4), s.Buffer(5)); }
+inline int32_t Call_RspUpdateCardRecord(Slots& s) { return ZANTH_CALL(RspUpdateCardRecord)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4), s.Buffer(5), s.Buffer(6)); }
+inline int32_t Call_GetCardholderStatus(Slots& s) { return ZANTH_CALL(GetCardholderStatus)(s.Text(0), s.U32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.PI32(9)); }
+inline int32_t Call_GetCardholderStatus2(Slots& s) { return ZANTH_CALL(GetCardholderStatus2)(s.Text(0), s.U32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.PI32(9), s.PI32(10)); }
+inline int32_t Call_GetCardholderStatus3(Slots& s) { return ZANTH_CALL(GetCardholderStatus3)(s.Text(0), s.U32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.PI32(9), s.PI32(10), s.PI32(11), s.PI32(12), s.PI32(13)); }
+inline int32_t Call_RspGetCardholderStatus(Slots& s) { return ZANTH_CALL(RspGetCardholderStatus)(s.U32(0), s.Text(1), s.U32(2)); }
+inline int32_t Call_ResetCardholderStatus(Slots& s) { return ZANTH_CALL(ResetCardholderStatus)(s.Text(0), s.I32(1), s.U32(2)); }
+inline int32_t Call_RspResetCardholderStatus(Slots& s) { return ZANTH_CALL(RspResetCardholderStatus)(s.U32(0), s.Text(1), s.I32(2), s.U32(3)); }
+inline int32_t Call_ResetOneCardholderStatus(Slots& s) { return ZANTH_CALL(ResetOneCardholderStatus)(s.Text(0), s.U32(1)); }
+inline int32_t Call_RspResetOneCardholderStatus(Slots& s) { return ZANTH_CALL(RspResetOneCardholderStatus)(s.U32(0), s.Text(1), s.U32(2)); }
+inline int32_t Call_ResetAllCardholderStatus(Slots& s) { return ZANTH_CALL(ResetAllCardholderStatus)(s.Text(0)); }
+inline int32_t Call_RspResetAllCardholderStatus(Slots& s) { return ZANTH_CALL(RspResetAllCardholderStatus)(s.U32(0), s.Text(1)); }
+inline int32_t Call_ExecuteChangeOverDB(Slots& s) { return ZANTH_CALL(ExecuteChangeOverDB)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspExecuteChangeOverDB(Slots& s) { return ZANTH_CALL(RspExecuteChangeOverDB)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_ExecuteDBChangeover(Slots& s) { return ZANTH_CALL(ExecuteDBChangeover)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspExecuteDBChangeover(Slots& s) { return ZANTH_CALL(RspExecuteDBChangeover)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_ExecutePreindexDB(Slots& s) { return ZANTH_CALL(ExecutePreindexDB)(s.Text(0)); }
+inline int32_t Call_RspExecutePreindexDB(Slots& s) { return ZANTH_CALL(RspExecutePreindexDB)(s.U32(0), s.Text(1)); }
+inline int32_t Call_ExecuteReloadDB(Slots& s) { return ZANTH_CALL(ExecuteReloadDB)(s.Text(0)); }
+inline int32_t Call_RspExecuteReloadDB(Slots& s) { return ZANTH_CALL(RspExecuteReloadDB)(s.U32(0), s.Text(1)); }
+inline int32_t Call_GetNumberOfCards(Slots& s) { return ZANTH_CALL(GetNumberOfCards)(s.Text(0), s.PI32(1), s.PI32(2)); }
+inline int32_t Call_RspGetNumberOfCards(Slots& s) { return ZANTH_CALL(RspGetNumberOfCards)(s.U32(0), s.Text(1)); }
+inline int32_t Call_GetNumberDelRecords(Slots& s) { return ZANTH_CALL(GetNumberDelRecords)(s.Text(0), s.PI32(1)); }
+inline int32_t Call_RspGetNumberDelRecords(Slots& s) { return ZANTH_CALL(RspGetNumberDelRecords)(s.U32(0), s.Text(1)); }
+inline int32_t Call_RecheckLookupCard(Slots& s) { return ZANTH_CALL(RecheckLookupCard)(s.Text(0), s.Text(1)); }
+inline int32_t Call_RspRecheckLookupCard(Slots& s) { return ZANTH_CALL(RspRecheckLookupCard)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RequestPin(Slots& s) { return ZANTH_CALL(RequestPin)(s.Text(0), s.U32(1), s.U32(2), s.U32(3)); }
+inline int32_t Call_RspRequestPin(Slots& s) { return ZANTH_CALL(RspRequestPin)(s.U32(0), s.Text(1), s.U32(2), s.U32(3), s.U32(4)); }
+inline int32_t Call_SendPostAccessMsg(Slots& s) { return ZANTH_CALL(SendPostAccessMsg)(s.Text(0), s.Text(1)); }
+inline int32_t Call_UpdateSchedule(Slots& s) { return ZANTH_CALL(UpdateSchedule)(s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.I32(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11)); }
+inline int32_t Call_RspUpdateSchedule(Slots& s) { return ZANTH_CALL(RspUpdateSchedule)(s.U32(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6), s.I32(7), s.I32(8), s.I32(9), s.I32(10), s.I32(11), s.I32(12)); }
+inline int32_t Call_GetSchedule(Slots& s) { return ZANTH_CALL(GetSchedule)(s.Text(0), s.I32(1), s.Buffer(2), s.Buffer(3), s.Buffer(4), s.Buffer(5), s.Buffer(6), s.PI32(7), s.PI32(8), s.PI32(9), s.PI32(10), s.PI32(11)); }
+inline int32_t Call_RspGetSchedule(Slots& s) { return ZANTH_CALL(RspGetSchedule)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DeleteSchedule(Slots& s) { return ZANTH_CALL(DeleteSchedule)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspDeleteSchedule(Slots& s) { return ZANTH_CALL(RspDeleteSchedule)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_UpdateContactIDRecord(Slots& s) { return ZANTH_CALL(UpdateContactIDRecord)(s.Text(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4), s.I32(5), s.I32(6), s.I32(7), s.I32(8), s.Text(9), s.Text(10)); }
+inline int32_t Call_RspUpdateContactIDRecord(Slots& s) { return ZANTH_CALL(RspUpdateContactIDRecord)(s.U32(0), s.Text(1), s.Text(2), s.I32(3), s.I32(4), s.I32(5), s.I32(6), s.I32(7), s.I32(8), s.I32(9), s.Text(10), s.Text(11)); }
+inline int32_t Call_GetContactIDRecord(Slots& s) { return ZANTH_CALL(GetContactIDRecord)(s.Text(0), s.Buffer(1), s.PI32(2), s.PI32(3), s.PI32(4), s.PI32(5), s.PI32(6), s.PI32(7), s.PI32(8), s.Buffer(9), s.Buffer(10)); }
+inline int32_t Call_RspGetContactIDRecord(Slots& s) { return ZANTH_CALL(RspGetContactIDRecord)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DeleteContactIDRecord(Slots& s) { return ZANTH_CALL(DeleteContactIDRecord)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspDeleteContactIDRecord(Slots& s) { return ZANTH_CALL(RspDeleteContactIDRecord)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_UpdateContactIDGroupRecord(Slots& s) { return ZANTH_CALL(UpdateContactIDGroupRecord)(s.Text(0), s.I32(1), s.Text(2), s.I32(3)); }
+inline int32_t Call_RspUpdateContactIDGroupRecord(Slots& s) { return ZANTH_CALL(RspUpdateContactIDGroupRecord)(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.I32(4)); }
+inline int32_t Call_GetContactIDGroupRecord(Slots& s) { return ZANTH_CALL(GetContactIDGroupRecord)(s.Text(0), s.I32(1), s.Buffer(2), s.PI32(3)); }
+inline int32_t Call_RspGetContactIDGroupRecord(Slots& s) { return ZANTH_CALL(RspGetContactIDGroupRecord)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DeleteContactIDGroupRecord(Slots& s) { return ZANTH_CALL(DeleteContactIDGroupRecord)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspDeleteContactIDGroupRecord(Slots& s) { return ZANTH_CALL(RspDeleteContactIDGroupRecord)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_UpdateContactIDCommRecord(Slots& s) { return ZANTH_CALL(UpdateContactIDCommRecord)(s.Text(0), s.I32(1), s.Text(2), s.U16(3)); }
+inline int32_t Call_RspUpdateContactIDCommRecord(Slots& s) { return ZANTH_CALL(RspUpdateContactIDCommRecord)(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.U16(4)); }
+inline int32_t Call_GetContactIDCommRecord(Slots& s) { return ZANTH_CALL(GetContactIDCommRecord)(s.Text(0), s.I32(1), s.Buffer(2)); }
+inline int32_t Call_RspGetContactIDCommRecord(Slots& s) { return ZANTH_CALL(RspGetContactIDCommRecord)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DeleteContactIDCommRecord(Slots& s) { return ZANTH_CALL(DeleteContactIDCommRecord)(s.Text(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspDeleteContactIDCommRecord(Slots& s) { return ZANTH_CALL(RspDeleteContactIDCommRecord)(s.U32(0), s.Text(1), s.Text(2), s.I32(3)); }
+inline int32_t Call_RspSmartCardRawMode(Slots& s) { return ZANTH_CALL(RspSmartCardRawMode)(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
+inline int32_t Call_RspSmartCardCommandMode(Slots& s) { return ZANTH_CALL(RspSmartCardCommandMode)(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
+inline int32_t Call_CmdOutputFunction(Slots& s) { return ZANTH_CALL(CmdOutputFunction)(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_CmdOutputFunction2(Slots& s) { return ZANTH_CALL(CmdOutputFunction2)(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_RspCmdOutputFunction(Slots& s) { return ZANTH_CALL(RspCmdOutputFunction)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_CmdOutputFunction3(Slots& s) { return ZANTH_CALL(CmdOutputFunction3)(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_RspCmdOutputFunction2(Slots& s) { return ZANTH_CALL(RspCmdOutputFunction2)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_GetSavedOutputs(Slots& s) { return ZANTH_CALL(GetSavedOutputs)(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3)); }
+inline int32_t Call_RspGetSavedOutputs(Slots& s) { return ZANTH_CALL(RspGetSavedOutputs)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DriveSavedOutputs(Slots& s) { return ZANTH_CALL(DriveSavedOutputs)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspDriveSavedOutputs(Slots& s) { return ZANTH_CALL(RspDriveSavedOutputs)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_LocalFcnCode(Slots& s) { return ZANTH_CALL(LocalFcnCode)(s.Text(0), s.U32(1), s.PI32(2)); }
+inline int32_t Call_RspLocalFcnCode(Slots& s) { return ZANTH_CALL(RspLocalFcnCode)(s.U32(0), s.Text(1), s.U32(2)); }
+inline int32_t Call_GetInputStatus(Slots& s) { return ZANTH_CALL(GetInputStatus)(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3)); }
+inline int32_t Call_GetInputStatus2(Slots& s) { return ZANTH_CALL(GetInputStatus2)(s.Text(0), s.I32(1), s.PI32(2), s.Buffer(3), s.I32(4)); }
+inline int32_t Call_RspGetInputStatus(Slots& s) { return ZANTH_CALL(RspGetInputStatus)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_GetInputStatus3(Slots& s) { return ZANTH_CALL(GetInputStatus3)(s.Text(0), s.I32(1), s.PI32(2), s.Buffer(3), s.I32(4)); }
+inline int32_t Call_RspGetInputStatus2(Slots& s) { return ZANTH_CALL(RspGetInputStatus2)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_ReadA2D(Slots& s) { return ZANTH_CALL(ReadA2D)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.I32(4)); }
+inline int32_t Call_RspReadA2D(Slots& s) { return ZANTH_CALL(RspReadA2D)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_ReadA2D_2(Slots& s) { return ZANTH_CALL(ReadA2D_2)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.I32(4)); }
+inline int32_t Call_RspReadA2D_2(Slots& s) { return ZANTH_CALL(RspReadA2D_2)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_LocalA2DLimits(Slots& s) { return ZANTH_CALL(LocalA2DLimits)(s.Text(0), s.I32(1), s.I32(2), s.Buffer(3), s.I32(4), s.Buffer(5), s.I32(6), s.Buffer(7), s.I32(8), s.Buffer(9), s.I32(10)); }
+inline int32_t Call_GetLocalA2DLimits(Slots& s) { return ZANTH_CALL(GetLocalA2DLimits)(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.Buffer(6), s.I32(7), s.Buffer(8), s.I32(9)); }
+inline int32_t Call_SetLocalA2DLimits(Slots& s) { return ZANTH_CALL(SetLocalA2DLimits)(s.Text(0), s.I32(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5)); }
+inline int32_t Call_RspLocalA2DLimits(Slots& s) { return ZANTH_CALL(RspLocalA2DLimits)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Text(4), s.Text(5), s.Text(6), s.Text(7)); }
+inline int32_t Call_RspGetLocalA2DLimits(Slots& s) { return ZANTH_CALL(RspGetLocalA2DLimits)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspSetLocalA2DLimits(Slots& s) { return ZANTH_CALL(RspSetLocalA2DLimits)(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6)); }
+inline int32_t Call_LocalDebounce(Slots& s) { return ZANTH_CALL(LocalDebounce)(s.Text(0), s.I32(1), s.I32(2), s.PI32(3)); }
+inline int32_t Call_GetLocalDebounce(Slots& s) { return ZANTH_CALL(GetLocalDebounce)(s.Text(0), s.I32(1), s.PI32(2)); }
+inline int32_t Call_SetLocalDebounce(Slots& s) { return ZANTH_CALL(SetLocalDebounce)(s.Text(0), s.I32(1), s.I32(2)); }
+inline int32_t Call_RspLocalDebounce(Slots& s) { return ZANTH_CALL(RspLocalDebounce)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_RspGetLocalDebounce(Slots& s) { return ZANTH_CALL(RspGetLocalDebounce)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspSetLocalDebounce(Slots& s) { return ZANTH_CALL(RspSetLocalDebounce)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_LocalRelayTimer(Slots& s) { return ZANTH_CALL(LocalRelayTimer)(s.Text(0), s.I32(1), s.I32(2), s.PI32(3)); }
+inline int32_t Call_GetLocalRelayTimer(Slots& s) { return ZANTH_CALL(GetLocalRelayTimer)(s.Text(0), s.I32(1), s.PI32(2)); }
+inline int32_t Call_SetLocalRelayTimer(Slots& s) { return ZANTH_CALL(SetLocalRelayTimer)(s.Text(0), s.I32(1), s.I32(2)); }
+inline int32_t Call_RspLocalRelayTimer(Slots& s) { return ZANTH_CALL(RspLocalRelayTimer)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_RspGetLocalRelayTimer(Slots& s) { return ZANTH_CALL(RspGetLocalRelayTimer)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspSetLocalRelayTimer(Slots& s) { return ZANTH_CALL(RspSetLocalRelayTimer)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_LogicalInput(Slots& s) { return ZANTH_CALL(LogicalInput)(s.Text(0), s.I32(1), s.I32(2), s.PI32(3)); }
+inline int32_t Call_GetLogicalInput(Slots& s) { return ZANTH_CALL(GetLogicalInput)(s.Text(0), s.I32(1), s.PI32(2)); }
+inline int32_t Call_SetLogicalInput(Slots& s) { return ZANTH_CALL(SetLogicalInput)(s.Text(0), s.I32(1), s.I32(2)); }
+inline int32_t Call_RspLogicalInput(Slots& s) { return ZANTH_CALL(RspLogicalInput)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_RspGetLogicalInput(Slots& s) { return ZANTH_CALL(RspGetLogicalInput)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspSetLogicalInput(Slots& s) { return ZANTH_CALL(RspSetLogicalInput)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_LocalPollDelay(Slots& s) { return ZANTH_CALL(LocalPollDelay)(s.Text(0), s.I32(1), s.PI32(2)); }
+inline int32_t Call_RspLocalPollDelay(Slots& s) { return ZANTH_CALL(RspLocalPollDelay)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_DiscoverInterfaces(Slots& s) { return ZANTH_CALL(DiscoverInterfaces)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_DiscoverInterfaces2(Slots& s) { return ZANTH_CALL(DiscoverInterfaces2)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_RspDiscoverInterfaces(Slots& s) { return ZANTH_CALL(RspDiscoverInterfaces)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DownloadInterfaceCode(Slots& s) { return ZANTH_CALL(DownloadInterfaceCode)(s.Text(0), s.I32(1), s.I32(2)); }
+inline int32_t Call_RspDownloadInterfaceCode(Slots& s) { return ZANTH_CALL(RspDownloadInterfaceCode)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_DownloadInterfaceProgram(Slots& s) { return ZANTH_CALL(DownloadInterfaceProgram)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspDownloadInterfaceProgram(Slots& s) { return ZANTH_CALL(RspDownloadInterfaceProgram)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_DownloadInterfaceEEPROM(Slots& s) { return ZANTH_CALL(DownloadInterfaceEEPROM)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspDownloadInterfaceEEPROM(Slots& s) { return ZANTH_CALL(RspDownloadInterfaceEEPROM)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_ReadInterfaceMemory(Slots& s) { return ZANTH_CALL(ReadInterfaceMemory)(s.Text(0), s.I32(1), s.I32(2), s.Text(3), s.I32(4), s.Buffer(5), s.I32(6)); }
+inline int32_t Call_RspReadInterfaceMemory(Slots& s) { return ZANTH_CALL(RspReadInterfaceMemory)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Text(4), s.I32(5)); }
+inline int32_t Call_ReadInterfaceMemory_2(Slots& s) { return ZANTH_CALL(ReadInterfaceMemory_2)(s.Text(0), s.I32(1), s.I32(2), s.Text(3), s.I32(4), s.Buffer(5), s.I32(6), s.Chr(7)); }
+inline int32_t Call_RspReadInterfaceMemory_2(Slots& s) { return ZANTH_CALL(RspReadInterfaceMemory_2)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.Text(4), s.I32(5), s.Chr(6)); }
+inline int32_t Call_WriteEEPROM(Slots& s) { return ZANTH_CALL(WriteEEPROM)(s.Text(0), s.I32(1), s.Text(2), s.I32(3), s.Text(4), s.I32(5)); }
+inline int32_t Call_RspWriteEEPROM(Slots& s) { return ZANTH_CALL(RspWriteEEPROM)(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.I32(4), s.Text(5), s.I32(6)); }
+inline int32_t Call_SetInterfaceInternalID(Slots& s) { return ZANTH_CALL(SetInterfaceInternalID)(s.Text(0), s.I32(1), s.Text(2)); }
+inline int32_t Call_RspSetInterfaceInternalID(Slots& s) { return ZANTH_CALL(RspSetInterfaceInternalID)(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
+inline int32_t Call_SetHardwareID(Slots& s) { return ZANTH_CALL(SetHardwareID)(s.Text(0), s.I32(1), s.Text(2)); }
+inline int32_t Call_RspSetHardwareID(Slots& s) { return ZANTH_CALL(RspSetHardwareID)(s.U32(0), s.Text(1), s.I32(2), s.Text(3)); }
+inline int32_t Call_GetMoxModuleRevs(Slots& s) { return ZANTH_CALL(GetMoxModuleRevs)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_RspGetMoxModuleRevs(Slots& s) { return ZANTH_CALL(RspGetMoxModuleRevs)(s.U32(0), s.Text(1)); }
+inline int32_t Call_GetMoxOperationMode(Slots& s) { return ZANTH_CALL(GetMoxOperationMode)(s.Text(0), s.PI32(1)); }
+inline int32_t Call_RspGetMoxOperationMode(Slots& s) { return ZANTH_CALL(RspGetMoxOperationMode)(s.U32(0), s.Text(1)); }
+inline int32_t Call_SetMoxOperationMode(Slots& s) { return ZANTH_CALL(SetMoxOperationMode)(s.Text(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RspSetMoxOperationMode(Slots& s) { return ZANTH_CALL(RspSetMoxOperationMode)(s.U32(0), s.Text(1), s.Text(2), s.I32(3)); }
+inline int32_t Call_RebootBoard(Slots& s) { return ZANTH_CALL(RebootBoard)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspRebootBoard(Slots& s) { return ZANTH_CALL(RspRebootBoard)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RebootBoard2(Slots& s) { return ZANTH_CALL(RebootBoard2)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspRebootBoard2(Slots& s) { return ZANTH_CALL(RspRebootBoard2)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_RestartStopTask(Slots& s) { return ZANTH_CALL(RestartStopTask)(s.Text(0), s.I32(1), s.I32(2)); }
+inline int32_t Call_RspRestartStopTask(Slots& s) { return ZANTH_CALL(RspRestartStopTask)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_RestartTask(Slots& s) { return ZANTH_CALL(RestartTask)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspRestartTask(Slots& s) { return ZANTH_CALL(RspRestartTask)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_StopTask(Slots& s) { return ZANTH_CALL(StopTask)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspStopTask(Slots& s) { return ZANTH_CALL(RspStopTask)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_EnableDHCP(Slots& s) { return ZANTH_CALL(EnableDHCP)(s.Text(0), s.Text(1)); }
+inline int32_t Call_RspEnableDHCP(Slots& s) { return ZANTH_CALL(RspEnableDHCP)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_EnableStaticIP(Slots& s) { return ZANTH_CALL(EnableStaticIP)(s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6), s.Text(7), s.Text(8)); }
+inline int32_t Call_RspEnableStaticIP(Slots& s) { return ZANTH_CALL(RspEnableStaticIP)(s.U32(0), s.Text(1), s.Text(2), s.Text(3), s.Text(4), s.Text(5), s.Text(6), s.Text(7), s.Text(8), s.Text(9)); }
+inline int32_t Call_SetPassword(Slots& s) { return ZANTH_CALL(SetPassword)(s.Text(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspSetPassword(Slots& s) { return ZANTH_CALL(RspSetPassword)(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
+inline int32_t Call_FirmwareCommand(Slots& s) { return ZANTH_CALL(FirmwareCommand)(s.Text(0), s.U32(1)); }
+inline int32_t Call_RspFirmwareCommand(Slots& s) { return ZANTH_CALL(RspFirmwareCommand)(s.U32(0), s.Text(1), s.U32(2)); }
+inline int32_t Call_GetErrorLog(Slots& s) { return ZANTH_CALL(GetErrorLog)(s.Text(0), s.Text(1)); }
+inline int32_t Call_RspGetErrorLog(Slots& s) { return ZANTH_CALL(RspGetErrorLog)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_SystemTime(Slots& s) { return ZANTH_CALL(SystemTime)(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3), s.Buffer(4), s.I32(5), s.Buffer(6), s.I32(7)); }
+inline int32_t Call_RspSystemTime(Slots& s) { return ZANTH_CALL(RspSystemTime)(s.U32(0), s.Text(1), s.I32(2), s.Buffer(3), s.Buffer(4)); }
+inline int32_t Call_GetTimeDate(Slots& s) { return ZANTH_CALL(GetTimeDate)(s.Text(0), s.Buffer(1), s.I32(2), s.Buffer(3), s.I32(4)); }
+inline int32_t Call_RspGetTimeDate(Slots& s) { return ZANTH_CALL(RspGetTimeDate)(s.U32(0), s.Text(1)); }
+inline int32_t Call_SetTimeDate(Slots& s) { return ZANTH_CALL(SetTimeDate)(s.Text(0), s.Buffer(1), s.Buffer(2)); }
+inline int32_t Call_RspSetTimeDate(Slots& s) { return ZANTH_CALL(RspSetTimeDate)(s.U32(0), s.Text(1), s.Buffer(2), s.Buffer(3)); }
+inline int32_t Call_GetCurrentTimeZone(Slots& s) { return ZANTH_CALL(GetCurrentTimeZone)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_RspGetCurrentTimeZone(Slots& s) { return ZANTH_CALL(RspGetCurrentTimeZone)(s.U32(0), s.Text(1)); }
+inline int32_t Call_SystemTZ(Slots& s) { return ZANTH_CALL(SystemTZ)(s.Text(0), s.I32(1), s.Buffer(2), s.I32(3)); }
+inline int32_t Call_RspSystemTZ(Slots& s) { return ZANTH_CALL(RspSystemTZ)(s.U32(0), s.Text(1), s.I32(2), s.Buffer(3)); }
+inline int32_t Call_GetTZ(Slots& s) { return ZANTH_CALL(GetTZ)(s.Text(0), s.Buffer(1), s.I32(2)); }
+inline int32_t Call_RspGetTZ(Slots& s) { return ZANTH_CALL(RspGetTZ)(s.U32(0), s.Text(1)); }
+inline int32_t Call_SetTZ(Slots& s) { return ZANTH_CALL(SetTZ)(s.Text(0), s.Text(1)); }
+inline int32_t Call_RspSetTZ(Slots& s) { return ZANTH_CALL(RspSetTZ)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_CmdEventLog(Slots& s) { return ZANTH_CALL(CmdEventLog)(s.Text(0), s.I32(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_RspCmdEventLog(Slots& s) { return ZANTH_CALL(RspCmdEventLog)(s.U32(0), s.Text(1), s.I32(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_UploadCurrentMsgs(Slots& s) { return ZANTH_CALL(UploadCurrentMsgs)(s.Text(0)); }
+inline int32_t Call_RspUploadCurrentMsgs(Slots& s) { return ZANTH_CALL(RspUploadCurrentMsgs)(s.U32(0), s.Text(1)); }
+inline int32_t Call_UploadAllMsgs(Slots& s) { return ZANTH_CALL(UploadAllMsgs)(s.Text(0)); }
+inline int32_t Call_RspUploadAllMsgs(Slots& s) { return ZANTH_CALL(RspUploadAllMsgs)(s.U32(0), s.Text(1)); }
+inline int32_t Call_UploadCurrentMsgsByClassCode(Slots& s) { return ZANTH_CALL(UploadCurrentMsgsByClassCode)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspUploadCurrentMsgsByClassCode(Slots& s) { return ZANTH_CALL(RspUploadCurrentMsgsByClassCode)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_UploadAllMsgsByClassCode(Slots& s) { return ZANTH_CALL(UploadAllMsgsByClassCode)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspUploadAllMsgsByClassCode(Slots& s) { return ZANTH_CALL(RspUploadAllMsgsByClassCode)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_UploadMsgsByMsgID(Slots& s) { return ZANTH_CALL(UploadMsgsByMsgID)(s.Text(0), s.I32(1), s.I32(2)); }
+inline int32_t Call_RspUploadMsgsByMsgID(Slots& s) { return ZANTH_CALL(RspUploadMsgsByMsgID)(s.U32(0), s.Text(1), s.I32(2), s.I32(3)); }
+inline int32_t Call_UploadCurrentMsgsByPriority(Slots& s) { return ZANTH_CALL(UploadCurrentMsgsByPriority)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspUploadCurrentMsgsByPriority(Slots& s) { return ZANTH_CALL(RspUploadCurrentMsgsByPriority)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_UploadAllMsgsByPriority(Slots& s) { return ZANTH_CALL(UploadAllMsgsByPriority)(s.Text(0), s.I32(1)); }
+inline int32_t Call_RspUploadAllMsgsByPriority(Slots& s) { return ZANTH_CALL(RspUploadAllMsgsByPriority)(s.U32(0), s.Text(1), s.I32(2)); }
+inline int32_t Call_GetFile(Slots& s) { return ZANTH_CALL(GetFile)(s.Text(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspGetFile(Slots& s) { return ZANTH_CALL(RspGetFile)(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
+inline int32_t Call_SendFile(Slots& s) { return ZANTH_CALL(SendFile)(s.Text(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspSendFile(Slots& s) { return ZANTH_CALL(RspSendFile)(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
+inline int32_t Call_GetData(Slots& s) { return ZANTH_CALL(GetData)(s.Text(0), s.Text(1), s.Buffer(2), s.I32(3), s.PI32(4), s.PI32(5)); }
+inline int32_t Call_SendData(Slots& s) { return ZANTH_CALL(SendData)(s.Text(0), s.Text(1), s.Text(2), s.I32(3), s.I32(4)); }
+inline int32_t Call_RspGetDataFilename(Slots& s) { return ZANTH_CALL(RspGetDataFilename)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspGetData(Slots& s) { return ZANTH_CALL(RspGetData)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspSendDataFilename(Slots& s) { return ZANTH_CALL(RspSendDataFilename)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspSendData(Slots& s) { return ZANTH_CALL(RspSendData)(s.U32(0), s.Text(1), s.Text(2), s.Text(3), s.I32(4), s.I32(5)); }
+inline int32_t Call_FileStatus(Slots& s) { return ZANTH_CALL(FileStatus)(s.Text(0), s.I32(1), s.Text(2), s.Buffer(3), s.I32(4)); }
+inline int32_t Call_GetFileStatus(Slots& s) { return ZANTH_CALL(GetFileStatus)(s.Text(0), s.Text(1), s.Buffer(2), s.I32(3)); }
+inline int32_t Call_SetFileStatus(Slots& s) { return ZANTH_CALL(SetFileStatus)(s.Text(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspFileStatus(Slots& s) { return ZANTH_CALL(RspFileStatus)(s.U32(0), s.Text(1), s.I32(2), s.Text(3), s.Text(4)); }
+inline int32_t Call_RspGetFileStatus(Slots& s) { return ZANTH_CALL(RspGetFileStatus)(s.U32(0), s.Text(1), s.Text(2)); }
+inline int32_t Call_RspSetFileStatus(Slots& s) { return ZANTH_CALL(RspSetFileStatus)(s.U32(0), s.Text(1), s.Text(2), s.Text(3)); }
+inline int32_t Call_ZanthDeleteFile(Slots& s) { return ZANTH_CALL(ZanthDeleteFile)(s.Text(0), s.Text(1)); }
+inline int32_t Call_RspZanthDeleteFile(Slots& s) { return ZANTH_CALL(RspZanthDeleteFile)(s.U32(0), s.Text(1), s.Text(2)); }
 
 }  // namespace detail
 
