@@ -1,12 +1,19 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs the whole test suite under AddressSanitizer and
 # UndefinedBehaviorSanitizer. With --tsan, builds a ThreadSanitizer tree instead and runs the
-# tests that exercise the library's threads.
+# tests that exercise the library's threads. With --bindings, builds a tree without sanitizers
+# (build/bindings) and runs the language bindings' tests, which load the library into CPython and
+# mono.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 mode=asan
-if [ "${1:-}" = "--tsan" ]; then mode=tsan; fi
+case "${1:-}" in
+    --tsan) mode=tsan ;;
+    --bindings) mode=bindings ;;
+    "") ;;
+    *) echo "test.sh: unknown argument $1" >&2; exit 2 ;;
+esac
 
 # --field: the tests' real peers, tshark among them (the dissector's tests run it).
 bash scripts/setup.sh --field
@@ -17,11 +24,16 @@ if [ "$mode" = asan ]; then
     cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DZANTH_SANITIZE=address,undefined -DZANTH_BUILD_BENCH=OFF
     filter=()
-else
+elif [ "$mode" = tsan ]; then
     dir=build/tsan
     cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DZANTH_SANITIZE=thread -DZANTH_BUILD_BENCH=OFF
     filter=(-L "e2e|crypto|gateway")
+else
+    dir=build/bindings
+    cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZANTH_BUILD_TESTS=OFF \
+        -DZANTH_BUILD_BENCH=OFF -DZANTH_BINDING_TESTS=ON
+    filter=(-L bindings)
 fi
 cmake --build "$dir" -j "$jobs"
 
