@@ -12,8 +12,9 @@ import ctypes
 import logging
 import threading
 
-from ._loader import CALLBACK_TYPES
+from ._loader import CALLBACK_TYPES, ZanthResponse
 from ._model import MODEL
+from ._reply import frame_length
 
 log = logging.getLogger("zanth")
 
@@ -85,6 +86,7 @@ def _text_trampoline(kind, padded):
                 s = s.rstrip(" ")
             return _deliver(kind, s)
         except BaseException:  # never into the library's thread
+            log.exception("the %s trampoline failed", kind)
             return 0
     return trampoline
 
@@ -95,11 +97,12 @@ def _response_trampoline(kind):
             if not response:
                 return 0
             r = response.contents
-            raw = ctypes.string_at(ctypes.addressof(r.text), ctypes.sizeof(r.text))
-            from ._reply import frame_length
-            frame = raw[:frame_length(raw)]
-            return _deliver(kind, (int(r.rspid), frame))
+            # Read as bytes at its place: a char array member would come back cut at a NUL.
+            text = ZanthResponse.text
+            raw = ctypes.string_at(ctypes.addressof(r) + text.offset, text.size)
+            return _deliver(kind, (int(r.rspid), raw[:frame_length(raw)]))
         except BaseException:
+            log.exception("the response trampoline failed")
             return 0
     return trampoline
 
