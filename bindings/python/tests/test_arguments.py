@@ -336,3 +336,70 @@ def test_outputs_are_shaped_by_the_model(offline):
         return 0
     r.results["DebugLevel"] = level
     assert offline.debug_level(0) == 42
+
+
+def test_checks_agree_with_the_cpp_layer(offline):
+    """Random arguments, mostly valid, some past a bound, of the wrong type, missing or
+    unknown, checked here and by zanth.hpp's CheckArgs (zanth-decode-oracle): both accept the
+    same calls, and refuse the others naming the same parameter."""
+    import json
+    import os
+    import random
+    import subprocess
+    from pathlib import Path
+
+    oracle = Path(os.environ.get("ZANTH_TEST_BIN", "")) / "zanth-decode-oracle"
+    assert oracle.exists(), f"{oracle} is not built"
+    rng = random.Random(int(os.environ.get("ZANTH_CHECK_SEED", "24")))
+    texts = ["", "x", "a;b", ";", "x" * 300, "2024/13/01", "2024/01/02", "1901/1/1", "12:00:00",
+             "24:00:00", "0", "G", "1F", "644", "648", "ad", "a", "C0:00:01", "  ", "1,2"]
+    cases = []
+    for e in CALLABLE:
+        for _ in range(40):
+            mode = rng.choice(modes_of(e))
+            args = valid_args(e, mode)
+            for _ in range(rng.choice([0, 1, 1, 2]) if e.params else 0):
+                p = rng.choice(e.params)
+                roll = rng.random()
+                if roll < 0.1:
+                    args.pop(p.name, None)
+                elif roll < 0.15:
+                    args["noSuchParam"] = 1
+                elif p.base in ("text", "bytes") and roll < 0.8 or roll > 0.95:
+                    args[p.name] = rng.choice(texts)
+                else:
+                    b = p.bounds_in(mode)
+                    low, high = b.min if b.min is not None else 0, b.max if b.max is not None else 9
+                    args[p.name] = rng.choice([low, high, low - 1, high + 1, 0, -1, 4097,
+                                               min(high, 2**63 - 1)])
+            if all(not isinstance(v, int) or -2**63 <= v < 2**63 for v in args.values()):
+                cases.append((e, args))  # the C++ layer's numbers are 64-bit
+    lines = []
+    for e, args in cases:
+        items = []
+        for k, v in args.items():
+            if isinstance(v, int):
+                items.append(f"{k}=i:{v}")
+            else:
+                items.append(f"{k}=s:{(v if isinstance(v, bytes) else v.encode()).hex()}")
+        lines.append(f"CHECK {e.name} {' '.join(items)}\n")
+    done = subprocess.run([str(oracle)], input="".join(lines), capture_output=True, text=True,
+                          timeout=120)
+    assert done.returncode == 0, done.stderr
+    answers = [json.loads(a) for a in done.stdout.splitlines()]
+    assert len(answers) == len(cases)
+    differ = []
+    accepted = 0
+    for (e, args), want in zip(cases, answers):
+        try:
+            getattr(offline, e.pyname)(**{e.by_name[k].pyname if k in e.by_name else k: v
+                                          for k, v in args.items()})
+            got = {"ok": True}
+            accepted += 1
+        except (TypeError, ValueError) as error:
+            got = {"ok": False, "param": getattr(error, "param", "?")}
+        if got["ok"] != want["ok"] or (not got["ok"] and got["param"] != want["param"]):
+            why = bytes.fromhex(want.get("why", "")).decode(errors="replace")
+            differ.append(f"{e.name} {args}: python {got}, c++ {want.get('param')} {why}")
+    assert not differ, f"{len(differ)} of {len(cases)} differ\n" + "\n".join(differ[:10])
+    assert 0.2 * len(cases) < accepted < 0.9 * len(cases)
