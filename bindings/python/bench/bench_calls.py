@@ -97,10 +97,13 @@ def main(argv=None):
     if args.calls < 100:
         parser.error("--calls must be at least 100")
     program = args.c_program or default_c_program()
+    if args.library:
+        args.library = os.path.abspath(args.library)  # the run moves to a scratch folder
     if program is None or not program.exists():
         print("bench_calls: zanth-bench-c-calls not found (build the bindings tree, or give "
               "--c-program)", file=sys.stderr)
         return 1
+    program = program.resolve()
 
     scratch = args.dir or Path(tempfile.mkdtemp(prefix="zanth-bench-py-"))
     scratch.mkdir(parents=True, exist_ok=True)
