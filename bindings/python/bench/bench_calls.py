@@ -77,8 +77,8 @@ def run_c(program, calls, where):
 
 
 def default_c_program():
-    for tree in ("bindings", "release", "bench"):
-        candidate = SOURCE_ROOT / "build" / tree / "bin" / "zanth-bench-c-calls"
+    for tree in ("build/bindings", "build/release", "build-bench"):
+        candidate = SOURCE_ROOT / tree / "bin" / "zanth-bench-c-calls"
         if candidate.exists():
             return candidate
     found = shutil.which("zanth-bench-c-calls")
@@ -90,7 +90,8 @@ def main(argv=None):
     parser.add_argument("--calls", type=int, default=200000, help="calls per measurement")
     parser.add_argument("--library", help="the library (default: as the package finds it)")
     parser.add_argument("--c-program", type=Path, default=None,
-                        help="zanth-bench-c-calls (default: build/*/bin)")
+                        help="zanth-bench-c-calls (default: build/bindings, build/release "
+                             "or build-bench)")
     parser.add_argument("--dir", type=Path, help="scratch folder (default: a fresh one)")
     parser.add_argument("--keep", action="store_true", help="keep the scratch folder")
     args = parser.parse_args(argv)
