@@ -54,7 +54,11 @@ class Library(Exports):
     queued for polling.
 
     ``events=True`` (or a list of kinds) queues those kinds from the start for `events()`;
-    otherwise the first call of events() registers them.
+    otherwise the first call of events() registers them. The exports block their caller (a
+    command up to its reply); from asyncio, call them in a thread:
+    ``await asyncio.to_thread(lib.controller_info, mac)``. A registration outlives the Library
+    (the library has no way to undo one): after close() the kinds it registered are taken by
+    their callbacks and dropped, not left for polling.
     """
 
     def __init__(self, port=None, valid=None, *, events=False, library=None,
