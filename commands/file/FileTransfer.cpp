@@ -321,7 +321,7 @@ int32_t Master::RspSendData(int32_t rspid, const char* mac, const char* controll
 int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                            const char* path, char* permission, int32_t size) {
     Transaction t(*this, "Master::FileStatus", rspfunc, rspid, mac);
-    if (!t.Admit()) return t.Result();
+    if (!t.Admit() || !t.Present(path)) return t.Result();
     t.LogLine(kLogTrace, "[Master::FileStatus] gatewayPathFile=%s", path ? path : "");
     if (mode == 0) {
         // The plain form writes the permission back: it needs somewhere to put it.
@@ -356,7 +356,9 @@ int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int3
 
 int32_t Master::ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* path) {
     Transaction t(*this, "Master::ZanthDeleteFile", rspfunc, rspid, mac);
-    if (!t.Admit() || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path))) return t.Result();
+    // An empty path is the controller's to judge; a missing one is refused.
+    if (!t.Admit() || !t.Present(path) || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path)))
+        return t.Result();
     t.ReceiveRaw();
     // Nothing whole came: unlike every other command, 0 stands.
     if (!util_.IsCompleteMessage(recvBuffer_, -1)) return t.Result();
