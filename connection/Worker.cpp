@@ -466,8 +466,10 @@ void Worker::CheckStalls() {
 
 bool Worker::LateReply() const {
     if (abandonedCode_ == 0) return false;
-    // Nothing awaited: any reply is the late one.
-    if (!replyOwed_ && !xfer_) return true;
+    // Nothing awaited: any reply is the late one of a plain command, and any stream message that
+    // of a stream (which stays marked, as its controller may send more than one).
+    const bool stream = abandonedCode_ == ZANTH_GET_FILE || abandonedCode_ == ZANTH_SEND_FILE;
+    if (!replyOwed_ && !xfer_) return !stream || RepliesTo(abandonedCode_, code_);
     const bool awaited = (xfer_ && RepliesTo(streamCode_, code_)) ||
                          (waitingForANonXferResponse_ && RepliesTo(awaitedCode_, code_));
     return !awaited && RepliesTo(abandonedCode_, code_);

@@ -16,6 +16,12 @@
  *   (RecvWaitTime, 300000 ms by default). RspX(rspid, mac, ...) only queue the message: the
  *   whole reply frame arrives later under `rspid` through GetNextResponse or the response
  *   callback. Commands are serialised inside the library: one runs at a time.
+ * - A controller that doesn't answer is never left holding its link. A blocking call that runs
+ *   out of time returns -10005 (after the wait and five seconds more), and the library closes
+ *   that controller's link, so that the controller calls again. An Rsp command (or file stream)
+ *   that gets nothing within the wait time is answered "0000;0017;-10005;" under its rspid; the
+ *   link's later commands go on, and a reply that comes after that is dropped. A connection that
+ *   doesn't identify as a controller within 30 seconds is closed.
  * - Output buffers are owned by the caller and always come with their size in bytes. A null
  *   output buffer with a non-zero size, a null output pointer, or a null text that would go to
  *   the controller is refused with -10002, and nothing is sent.
@@ -944,11 +950,13 @@ ZANTH_API int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, in
  * the link fails (is reset) mid-stream, 9990 when the controller closes it in order; or the
  * controller's own number when it gives up. The wait time
  * (RecvWaitTime) bounds the whole file, so set it to fit the largest one; a wait that runs out
- * returns 0 though the stream hasn't ended. A partly received file stays on disk. SendFile
- * reports 0 once the last chunk is written to the link.
+ * returns -10005 and ends the stream with the link. A 9980 whose result isn't a number gives
+ * -10017. A partly received file stays on disk. SendFile reports 0 once the last chunk is
+ * written to the link.
  * RspGetFile/RspSendFile return at once; the end arrives under `rspid` as the frame
  * "0000;0012;0;" (success), "0000;0017;-10007;" (local file), "0000;0029;Connection failure;"
- * (link reset; "9990;0010;" when closed in order), or the controller's own 9980 frame
+ * (link reset; "9990;0010;" when closed in order), "0000;0017;-10005;" when the controller sends
+ * nothing for the wait time (the local file is closed), or the controller's own 9980 frame
  * "9980;LLLL;result;text;". */
 ZANTH_API int32_t GetFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
 ZANTH_API int32_t RspGetFile(uint32_t rspid, const char* mac, const char* controllerPathFile,
