@@ -469,6 +469,8 @@ bool Listed(const std::string& mac) {
     return false;
 }
 
+void MutatedStream(Peer& p, std::mt19937_64& rng);
+
 // A controller that answers a few of the host's commands rightly, then stops answering in the
 // middle of a command or a stream. It keeps its link and its heartbeats, as a controller whose
 // command task hung does: it calls again only when its link is closed. A library that gives it up
@@ -480,7 +482,8 @@ void Staller(Peer& p, std::mt19937_64& rng, int port) {
     const int slot = static_cast<int>(rng() % kStallerMacs);
     bool expected = false;
     if (!stallerBusy[slot].compare_exchange_strong(expected, true)) {
-        Responder(p, rng);
+        // Its MAC is in use: a short kind instead, so that the peers keep their pace.
+        MutatedStream(p, rng);
         return;
     }
     const std::string mac = MacText(kFirstStallerMac + slot);
@@ -656,7 +659,16 @@ void HostThread(uint64_t seed) {
         // Half the commands wait for their reply, half have it delivered to the response queue.
         // Besides ControllerInfo, the commands with the loosest reply readings and the file
         // transfers, whose chunks and ends the responders answer with garbage too.
-        const char* m = macs[rng() % macs.size()].c_str();
+        // Half the time a controller that may stall, when one is there, so that it stalls in the
+        // middle of a command or a stream often enough.
+        std::vector<std::string> stallers;
+        for (const std::string& mac : macs) {
+            for (int i = 0; i < kStallerMacs; ++i) {
+                if (mac == MacText(kFirstStallerMac + i)) stallers.push_back(mac);
+            }
+        }
+        const std::vector<std::string>& pool = !stallers.empty() && rng() % 2 ? stallers : macs;
+        const char* m = pool[rng() % pool.size()].c_str();
         const auto tag = static_cast<uint32_t>(rng() % 1000);
         const auto size = static_cast<int32_t>(rng() % 64 + 1);
         int32_t rc = 0;
