@@ -2,11 +2,15 @@
 // once they are connected and quiet, and whether connecting and dropping again and again leaves
 // anything behind.
 //
-// Three ways to run:
+// Four ways to run:
 //   (default)  staggered: zanth-sim keeps 16 connections under way at a time (its own default),
 //              as a site whose controllers come up one after the other;
 //   --storm    all N controllers call at once, as a whole site after its switch came back;
-//   --churn    C cycles of connect, identify and drop, P controllers cycling at a time.
+//   --churn    C cycles of connect, identify and drop, P controllers cycling at a time;
+//   --silent   N connections that never identify (silent, or one byte a second each with
+//              --drip), held until the library closes them after its 30 s limit: the memory
+//              they cost while held and what the process keeps after they are gone, with the
+//              allocator's defaults and with MALLOC_ARENA_MAX=2.
 //
 // Staggered and storm: each N (and each repeat) runs in a fresh process of its own (this program
 // started again with --child). That process holds only the library; the controllers are a
@@ -28,8 +32,15 @@
 //
 //   zanth-bench-connect [--counts 10,100,1000 | --full] [--storm] [--repeat R] [--idle-s 10]
 //   zanth-bench-connect --churn [--cycles 10000] [--parallel 50] [--max-s 600]
+//   zanth-bench-connect --silent [--peers 2000] [--drip]
 
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,6 +80,7 @@ void PrintUsage(FILE* out) {
         "                           [--heartbeat-ms N] [--max-connecting N] [--sim PATH]\n"
         "                           [--dir D] [--keep]\n"
         "       zanth-bench-connect --churn [--cycles C] [--parallel P] [--max-s N] [--dir D]\n"
+        "       zanth-bench-connect --silent [--peers N] [--drip] [--dir D] [--keep]\n"
         "  --counts L          controller counts, comma-separated (default 10,100,1000;\n"
         "                      with --storm 1000,5000)\n"
         "  --full              10,100,1000,5000\n"
@@ -81,6 +93,9 @@ void PrintUsage(FILE* out) {
         "  --cycles C          churn cycles in all, in two halves (default 10000)\n"
         "  --parallel P        controllers cycling at the same time (default 50)\n"
         "  --max-s N           churn time bound (default 600): it stops there and says so\n"
+        "  --silent            N connections that never identify, until the library closes them\n"
+        "  --peers N           how many (default 2000)\n"
+        "  --drip              each sends one byte a second instead of nothing\n"
         "  --sim PATH          the zanth-sim program (default: next to this one)\n"
         "  --dir D             where the scratch directories go (default $TMPDIR or /tmp)\n"
         "  --keep              keep them (library log, simulator output)\n");
@@ -702,15 +717,225 @@ int RunChurn(const Args& args) {
     return 0;
 }
 
+// ---- Silent storm ----------------------------------------------------------------------------
+
+// The peers of the silent storm, in a process of their own: N connections to the host that never
+// identify. Each stays until the library closes it (or --hold-s passes); with --drip each sends
+// one byte of a frame that never completes every second. Writes how many connected and how many
+// the library closed.
+int RunSilentPeers(const Args& args) {
+    const int port = args.Int("--silent-peers", 0, 1, 65535);
+    const int n = args.Int("--peers", 2000, 1, 100000);
+    const int holdS = args.Int("--hold-s", 120, 1, 3600);
+    const bool drip = args.Flag("--drip");
+    const std::string resultPath = args.Value("--result").value_or("result");
+    RaiseOpenFilesToHard();
+    std::vector<int> fds;
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    int failed = 0;
+    for (int i = 0; i < n; ++i) {
+        int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+            if (fd >= 0) ::close(fd);
+            ++failed;
+            continue;
+        }
+        ::fcntl(fd, F_SETFL, O_NONBLOCK);
+        fds.push_back(fd);
+    }
+    const std::string frame = "1042;0100;02:5A:37:";
+    size_t sent = 0;
+    int closed = 0;
+    std::vector<bool> open(fds.size(), true);
+    auto until = Clock::now() + std::chrono::seconds(holdS);
+    auto nextDrip = Clock::now();
+    while (closed < static_cast<int>(fds.size()) && Clock::now() < until) {
+        if (drip && Clock::now() >= nextDrip) {
+            for (size_t i = 0; i < fds.size(); ++i) {
+                if (open[i]) ::send(fds[i], &frame[sent % frame.size()], 1, MSG_NOSIGNAL);
+            }
+            ++sent;
+            nextDrip += 1s;
+        }
+        std::vector<pollfd> polls;
+        std::vector<size_t> which;
+        for (size_t i = 0; i < fds.size(); ++i) {
+            if (!open[i]) continue;
+            polls.push_back(pollfd{fds[i], POLLIN, 0});
+            which.push_back(i);
+        }
+        if (::poll(polls.data(), polls.size(), 200) <= 0) continue;
+        for (size_t k = 0; k < polls.size(); ++k) {
+            if (polls[k].revents == 0) continue;
+            char buffer[256];
+            if (::recv(polls[k].fd, buffer, sizeof buffer, 0) <= 0) {
+                open[which[k]] = false;
+                ++closed;
+            }
+        }
+    }
+    for (int fd : fds) ::close(fd);
+    Results r;
+    r.Put("connected", static_cast<double>(fds.size()));
+    r.Put("connect_failures", failed);
+    r.Put("closed_by_host", closed);
+    r.Write(resultPath);
+    return 0;
+}
+
+// Two silent storms, one after the other, against a library of its own process: memory, threads
+// and descriptors with no peer, while the N peers are held, and after the library has closed
+// them; then once more after malloc_trim, which hands the allocator's free memory back to the
+// system. The second storm shows whether what stayed after the first is kept for reuse or grows.
+int RunSilentChild(const Args& args) {
+    const int n = args.Int("--silent-child", 2000, 1, 100000);
+    const bool drip = args.Flag("--drip");
+    const std::string resultPath = args.Value("--result").value_or("result");
+    Sandbox sandbox(args.Value("--dir").value_or(""), args.Flag("--keep"));
+    RaiseOpenFilesToHard();
+    Results r;
+    Host host;
+    std::this_thread::sleep_for(500ms);
+    const long threadsBefore = TaskCount();
+    r.Put("rss_before_kb", static_cast<double>(StatusValue("VmRSS")));
+    r.Put("threads_before", static_cast<double>(threadsBefore));
+    r.Put("fds_before", static_cast<double>(OpenFileCount()));
+
+    for (int storm = 1; storm <= 2; ++storm) {
+        const std::string k = std::to_string(storm);
+        std::vector<std::string> argv = {SelfProgram(), "--silent-peers", std::to_string(host.Port()),
+                                         "--peers", std::to_string(n), "--result",
+                                         sandbox.Path("peers-" + k)};
+        if (drip) argv.push_back("--drip");
+        const auto start = Clock::now();
+        pid_t pid = Spawn(argv, sandbox.Path("peers-" + k + ".out"));
+        // Every peer has its Worker: the thread count is up by N.
+        bool held = WaitFor([&] { return TaskCount() >= threadsBefore + n; }, 60s, 20ms);
+        if (!held) Fail("storm " + k + ": not every connection got its Worker");
+        std::this_thread::sleep_for(2s);
+        r.Put("rss_held_kb_" + k, static_cast<double>(StatusValue("VmRSS")));
+        r.Put("threads_held_" + k, static_cast<double>(TaskCount()));
+        r.Put("fds_held_" + k, static_cast<double>(OpenFileCount()));
+        // The library closes them once its identification limit has passed.
+        bool gone = WaitFor([&] { return TaskCount() <= threadsBefore; }, 120s, 50ms);
+        if (!gone) Fail("storm " + k + ": the library did not close every silent connection");
+        r.Put("gone_after_s_" + k, Seconds(Clock::now() - start));
+        int status = WaitExit(pid, 60s);
+        if (status != 0) Fail("the silent peers failed:\n" + ReadFile(sandbox.Path("peers-" + k + ".out")));
+        Results peers = Results::Read(sandbox.Path("peers-" + k));
+        r.Put("connected_" + k, peers.Number("connected"));
+        r.Put("closed_by_host_" + k, peers.Number("closed_by_host"));
+        std::this_thread::sleep_for(1s);
+        r.Put("rss_after_kb_" + k, static_cast<double>(StatusValue("VmRSS")));
+        r.Put("threads_after_" + k, static_cast<double>(TaskCount()));
+        r.Put("fds_after_" + k, static_cast<double>(OpenFileCount()));
+    }
+    ::malloc_trim(0);
+    r.Put("rss_trimmed_kb", static_cast<double>(StatusValue("VmRSS")));
+    host.Close();
+    r.Write(resultPath);
+    return 0;
+}
+
+int RunSilent(const Args& args) {
+    const int n = args.Int("--peers", 2000, 1, 100000);
+    const bool drip = args.Flag("--drip");
+    RaiseOpenFilesToHard();
+    Sandbox sandbox(args.Value("--dir").value_or(""), args.Flag("--keep"));
+    std::printf("zanth-bench-connect: %d connections that never identify (%s), held until the "
+                "library closes them, twice\n",
+                n, drip ? "each sends one byte a second" : "silent");
+    std::printf("machine: %s\n", MachineLine(sandbox.Dir()).c_str());
+    Limits l = ReadLimits();
+    PrintLimits(l);
+    std::string why = WontFit(n, l);
+    if (!why.empty()) Fail(std::to_string(n) + " connections can't be held here: " + why);
+    std::printf("\n");
+    std::fflush(stdout);
+
+    // The allocator and the threads library read their settings when a process starts: each
+    // setting gets a child of its own.
+    struct Setting {
+        const char* label;
+        const char* name;
+        const char* value;
+    };
+    const Setting settings[] = {
+        {"glibc defaults", nullptr, nullptr},
+        {"MALLOC_ARENA_MAX=2", "MALLOC_ARENA_MAX", "2"},
+        {"no thread stack cache", "GLIBC_TUNABLES", "glibc.pthread.stack_cache_size=0"},
+    };
+    std::vector<std::pair<const Setting*, Results>> runs;
+    for (const Setting& setting : settings) {
+        if (setting.name) ::setenv(setting.name, setting.value, 1);
+        std::fprintf(stderr, "zanth-bench-connect: two storms of %d silent connections, %s (about "
+                     "70 s)...\n", n, setting.label);
+        std::string resultPath = sandbox.Path("silent-" + std::to_string(runs.size()));
+        std::vector<std::string> argv = {SelfProgram(), "--silent-child", std::to_string(n),
+                                         "--peers", std::to_string(n), "--result", resultPath,
+                                         "--dir", sandbox.Dir()};
+        if (drip) argv.push_back("--drip");
+        if (args.Flag("--keep")) argv.push_back("--keep");
+        pid_t pid = Spawn(argv);
+        int status = WaitExit(pid, 400s);
+        if (setting.name) ::unsetenv(setting.name);
+        if (status != 0) Fail(std::string("the silent storms under ") + setting.label + " failed");
+        runs.emplace_back(&setting, Results::Read(resultPath));
+    }
+
+    Table t({"setting", "storm", "peers", "closed by host", "closed after s", "RSS before MB",
+             "RSS held MB", "per link kB", "threads held", "fds held", "RSS after MB",
+             "threads after", "fds after"});
+    for (const auto& [setting, r] : runs) {
+        const double before = r.Number("rss_before_kb");
+        for (int storm = 1; storm <= 2; ++storm) {
+            const std::string k = "_" + std::to_string(storm);
+            const double heldKb = r.Number("rss_held_kb" + k);
+            const double base = storm == 1 ? before : r.Number("rss_after_kb_1");
+            t.Row({setting->label, std::to_string(storm), Fixed(r.Number("connected" + k), 0),
+                   Fixed(r.Number("closed_by_host" + k), 0), Fixed(r.Number("gone_after_s" + k), 1),
+                   Fixed(base / 1024, 1), Fixed(heldKb / 1024, 1),
+                   Fixed((heldKb - base) / std::max(1.0, r.Number("connected" + k)), 1),
+                   Fixed(r.Number("threads_held" + k), 0), Fixed(r.Number("fds_held" + k), 0),
+                   Fixed(r.Number("rss_after_kb" + k) / 1024, 1),
+                   Fixed(r.Number("threads_after" + k), 0), Fixed(r.Number("fds_after" + k), 0)});
+        }
+    }
+    t.Print();
+    std::printf("\nafter both storms and malloc_trim(0):");
+    for (const auto& [setting, r] : runs) {
+        std::printf(" %s %.1f MB;", setting->label, r.Number("rss_trimmed_kb") / 1024);
+    }
+    std::printf(
+        "\n\nmodel: each connection gets a Worker thread (256 KiB of reserved stack), its socket\n"
+        "and its wake-up eventfd, and its buffers on the heap; the library closes a link that\n"
+        "hasn't identified 30 s after it connected, so all are gone about 30 s after the storm.\n"
+        "RSS before is VmRSS with no peer (storm 2: after storm 1), held with every peer\n"
+        "connected, after once they are gone. glibc keeps what the Workers freed: heap memory\n"
+        "that is free but not at the top of its heap, in the main arena and the per-thread arenas\n"
+        "(MALLOC_ARENA_MAX bounds how many), and up to 40 MiB of finished threads' stacks for\n"
+        "reuse (glibc.pthread.stack_cache_size). A second storm reuses it; malloc_trim(0) hands\n"
+        "the free heap memory back.\n");
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     return BenchMain(
-        "zanth-bench-connect", argc, argv, {"--keep", "--full", "--storm", "--churn"},
+        "zanth-bench-connect", argc, argv,
+        {"--keep", "--full", "--storm", "--churn", "--silent", "--drip"},
         {"--counts", "--idle-s", "--heartbeat-ms", "--sim", "--dir", "--child", "--result",
-         "--max-connecting", "--repeat", "--cycles", "--parallel", "--max-s", "--churn-driver"},
+         "--max-connecting", "--repeat", "--cycles", "--parallel", "--max-s", "--churn-driver",
+         "--peers", "--silent-child", "--silent-peers", "--hold-s"},
         PrintUsage, [](const Args& args) {
             if (args.Value("--churn-driver")) return RunChurnDriver(args);
+            if (args.Value("--silent-peers")) return RunSilentPeers(args);
+            if (args.Value("--silent-child")) return RunSilentChild(args);
+            if (args.Flag("--silent")) return RunSilent(args);
             if (args.Value("--child")) {
                 return RunChild(args.Int("--child", 1, 1, 100000), args,
                                 args.Value("--result").value_or("result"));

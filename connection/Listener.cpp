@@ -93,6 +93,9 @@ void Listener::Run() {
             Log(name_, kLogTrace, "[Listener::Run] DispatchMessage FD_ACCEPT");
             if (LibraryTerminating()) break;
         }
+        // Workers that ended (a storm of links that never identified, say) give back their
+        // threads' stacks and records now, rather than when the next link comes.
+        platform::ReapFinishedThreads();
         platform::Sleep(100);
         if (LibraryTerminating()) return;
     }

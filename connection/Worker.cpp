@@ -28,6 +28,23 @@ namespace {
 // A turn reads on while a frame comes in pieces, but no peer keeps it reading for ever.
 constexpr int kReadsPerTurn = 64;
 
+// Whether `reply` can answer `command`: the stream codes have their own, any other command
+// its code plus 1000. A reply is known only by its code.
+bool RepliesTo(int32_t command, int32_t reply) {
+    switch (command) {
+        case ZANTH_GET_FILE:
+        case ZANTH_GET_FILE_RSP:
+            return reply == ZANTH_GET_FILE_MORE || reply == ZANTH_GET_FILE_END ||
+                   reply == ZANTH_FILE_TRANSFER_ERROR;
+        case ZANTH_SEND_FILE:
+        case ZANTH_SEND_FILE_MORE:
+        case ZANTH_SEND_FILE_END:
+            return reply == ZANTH_SEND_FILE_RSP || reply == ZANTH_FILE_TRANSFER_ERROR;
+        default:
+            return command > 0 && reply == command + 1000;
+    }
+}
+
 bool PayloadIs(const char* payload, std::initializer_list<const char*> texts) {
     for (const char* text : texts) {
         if (std::strcmp(payload, text) == 0) return true;
@@ -37,11 +54,14 @@ bool PayloadIs(const char* payload, std::initializer_list<const char*> texts) {
 
 }  // namespace
 
+std::atomic<uint32_t> identifyLimitMilliseconds{kIdentifyLimitMilliseconds};
+
 Worker::Worker(const WorkerStartRecord& start)
     : socket_(start.socket), parentWindow_(start.parentWindow), instance_(start.instance),
       type_(start.type), port_(start.port), startRspfunc_(start.rspfunc),
       startRspid_(start.rspid), threadId_(platform::CurrentThreadId()),
       reader_(mac_, util_, current_), writer_(mac_, util_, current_) {
+    startedAt_ = Clock::now();
     CopyBounded(iphostname_, start.iphostname, sizeof iphostname_);
     cmd_ = std::make_unique<ThreadQueue>("cmd");
     dataBuffer_.assign(static_cast<size_t>(kRecordMessageSize), '\0');
@@ -70,6 +90,11 @@ Worker::Worker(const WorkerStartRecord& start)
     }
     reader_.Attach(socket_);
     writer_.Attach(socket_);
+    if (type_ == kOutboundLink) {
+        FormatText(peer_, sizeof peer_, "%s:%d", iphostname_, static_cast<int>(port_));
+    } else {
+        platform::PeerAddress(socket_, peer_, sizeof peer_);
+    }
     if (socket_ != platform::kInvalidSocket) {
         // The platform form of a forced end: the socket is shut down under the Worker's feet.
         platform::SocketHandle s = socket_;
@@ -140,6 +165,11 @@ Worker::~Worker() {
 
 void Worker::ReleaseCaller(const CommandRecord& record, const char* responseText,
                            const char* slotText) {
+    if (record.rspfunc == 0 && callerGaveUp_) {
+        // Its caller has had -10005 already; parked, the text would answer the next caller.
+        Log(mac_, kLogTrace, "[Worker::~Worker] the blocking caller gave up: nothing parked");
+        return;
+    }
     if (record.rspfunc != 0) {
         Log(mac_, kLogTrace, responseText);
         responseMon->Add(record.rspid, releaseText_,
@@ -178,7 +208,9 @@ void Worker::Run() {
         }
         if (!Turn()) return;
         if (Idle()) {
-            platform::WaitForSocketOrWake(socket_, -1);
+            // A link not yet identified and a timed reply or stream wake the Worker by their
+            // deadlines too.
+            platform::WaitForSocketOrWake(socket_, MillisecondsToDeadline());
             now = Clock::now();
             if (now > turn) turn += ((now - turn) / kTurn) * kTurn;
         }
@@ -203,6 +235,7 @@ bool Worker::Start() {
 
 bool Worker::Turn() {
     if (platform::ThisThreadKilled()) return false;
+    if (DroppedByCaller() || IdentifyTimeRanOut()) return false;
 
     if (reader_.Peek()) {
         for (int reads = 0; reads < kReadsPerTurn; ++reads) {
@@ -220,6 +253,7 @@ bool Worker::Turn() {
         return false;
     }
 
+    CheckStalls();
     CheckSendMon();
 
     if (!xfer_ && !waitingForANonXferResponse_ && cmd_->Count() > 0 && !busy_) {
@@ -254,6 +288,7 @@ void Worker::CheckSendMon() {
                 "so queue it.");
         } else {
             writer_.Take(incoming_.message);
+            const Clock::time_point deadline = Deadline();
             Log(mac_, kLogTrace, "[Worker::Run] punch through msg...just SENDing directly to Controller");
             // current keeps the transfer's address; the punched reply goes to the saved one.
             int32_t keptRspfunc = current_.rspfunc;
@@ -270,6 +305,7 @@ void Worker::CheckSendMon() {
             }
             if (LibraryTerminating()) return;
             waitingForANonXferResponse_ = true;
+            AwaitReply(writer_.Code(), incoming_.rspfunc, incoming_.rspid, deadline);
             Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
             return;
         }
@@ -290,6 +326,7 @@ bool Worker::ProcessCommand(CommandRecord& record) {
         if (writer_.Code() == ZANTH_GET_FILE) return GetFile(record);
         if (writer_.Code() == ZANTH_SEND_FILE) return SendFile(record);
     }
+    const Clock::time_point deadline = Deadline();
     if (!SendData()) return false;
     if (SentLinkEndingCommand()) return false;
     // These get no reply: the caller is owed nothing, but no further command leaves until some
@@ -298,6 +335,8 @@ bool Worker::ProcessCommand(CommandRecord& record) {
         writer_.Code() == ZANTH_POST_ACCESS_MSG_TO_ZANTH)
         busy_ = false;
     waitingForANonXferResponse_ = true;
+    // Only a caller who is owed a reply is answered when it doesn't come.
+    AwaitReply(writer_.Code(), busy_ ? record.rspfunc : 0, record.rspid, deadline);
     Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
     return true;
 }
@@ -334,6 +373,120 @@ bool Worker::CheckValid() {
     if (valid) return true;
     if (SendFramed(ZANTH_TERMINATE, "")) busy_ = false;
     return false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Links and commands given up on
+
+bool Worker::DroppedByCaller() {
+    if (!init_ || StillRegistered()) return false;
+    // A caller's wait ran out and its drop step took this Worker off the table. Left running it
+    // would acknowledge the controller's heartbeats, and the controller, seeing a healthy link,
+    // would never call again; closed, the link makes it call back and get a fresh Worker.
+    callerGaveUp_ = true;
+    FormatText(logText_, sizeof logText_,
+               "[Worker::Run] no longer listed after a caller's wait ran out: link to %s closed",
+               peer_);
+    Log(mac_, kLogError, logText_);
+    return true;
+}
+
+bool Worker::IdentifyTimeRanOut() {
+    if (init_) return false;
+    const uint32_t limit = identifyLimitMilliseconds.load();
+    if (Clock::now() - startedAt_ < std::chrono::milliseconds(limit)) return false;
+    FormatText(logText_, sizeof logText_,
+               "[Worker::Run] %s did not identify within %u ms: link closed", peer_,
+               static_cast<unsigned>(limit));
+    Log(mac_, kLogError, logText_);
+    return true;
+}
+
+Worker::Clock::time_point Worker::Deadline() const {
+    return Clock::now() + std::chrono::milliseconds(recvMon->WaitTime());
+}
+
+void Worker::AwaitReply(int32_t code, int32_t rspfunc, int32_t rspid, Clock::time_point deadline) {
+    awaitedCode_ = code;
+    replyTimed_ = rspfunc != 0;
+    awaitedRspid_ = rspid;
+    replyDeadline_ = deadline;
+}
+
+void Worker::AwaitStream(Clock::time_point deadline) {
+    // A blocking caller's own wait bounds its stream; once the end chunk is out the caller has
+    // its answer, and only the controller's last 1030 is awaited, on either road.
+    streamTimed_ = current_.rspfunc != 0 || sentLastChunk_;
+    streamDeadline_ = deadline;
+}
+
+void Worker::CheckStalls() {
+    const Clock::time_point now = Clock::now();
+    if (replyTimed_ && waitingForANonXferResponse_ && now >= replyDeadline_) {
+        replyTimed_ = false;
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::Run] no reply to %s within the wait time: %d to rspid %d",
+                   util_.CodeName(awaitedCode_), static_cast<int>(kNoReply),
+                   static_cast<int>(awaitedRspid_));
+        Log(mac_, kLogError, logText_);
+        char text[16];
+        FormatText(text, sizeof text, "%d;", static_cast<int>(kNoReply));
+        char framed[kMessageBufferSize];
+        util_.BuildMessage(0, text, std::strlen(text), framed, sizeof framed);
+        responseMon->Add(awaitedRspid_, framed, static_cast<int32_t>(std::strlen(framed) + 1));
+        // The link's later commands go on; the reply, should it still come, is dropped.
+        abandonedCode_ = awaitedCode_;
+        waitingForANonXferResponse_ = false;
+        // A punch-through command leaves the stream it passed in hand.
+        if (!xfer_) busy_ = false;
+    }
+    if (streamTimed_ && xfer_ && now >= streamDeadline_) {
+        streamTimed_ = false;
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::Run] %s stalled: nothing from the controller within the wait time",
+                   util_.CodeName(streamCode_));
+        Log(mac_, kLogError, logText_);
+        if (!sentLastChunk_) {
+            if (fp_ >= 0) platform::CloseFile(fp_);
+            fp_ = -1;
+            DeliverTransferResult(kNoReply);
+        }
+        abandonedCode_ = streamCode_;
+        xfer_ = false;
+        sentLastChunk_ = false;
+        busy_ = false;
+        // A punch-through command still awaited is now the one in hand: its reply goes to its
+        // own caller, no longer by the stream's address.
+        if (waitingForANonXferResponse_) {
+            current_.rspfunc = punchRspfunc_;
+            current_.rspid = punchRspid_;
+        }
+    }
+}
+
+bool Worker::LateReply() const {
+    if (abandonedCode_ == 0) return false;
+    // Nothing awaited: any reply is the late one of a plain command, and any stream message that
+    // of a stream (which stays marked, as its controller may send more than one).
+    const bool stream = abandonedCode_ == ZANTH_GET_FILE || abandonedCode_ == ZANTH_SEND_FILE;
+    if (!replyOwed_ && !xfer_) return !stream || RepliesTo(abandonedCode_, code_);
+    const bool awaited = (xfer_ && RepliesTo(streamCode_, code_)) ||
+                         (waitingForANonXferResponse_ && RepliesTo(awaitedCode_, code_));
+    return !awaited && RepliesTo(abandonedCode_, code_);
+}
+
+int Worker::MillisecondsToDeadline() const {
+    const Clock::time_point now = Clock::now();
+    long long nearest = -1;
+    auto consider = [&](Clock::time_point at) {
+        long long ms = std::max<long long>(
+            0, std::chrono::ceil<std::chrono::milliseconds>(at - now).count());
+        nearest = nearest < 0 ? ms : std::min(nearest, ms);
+    };
+    if (!init_) consider(startedAt_ + std::chrono::milliseconds(identifyLimitMilliseconds.load()));
+    if (replyTimed_ && waitingForANonXferResponse_) consider(replyDeadline_);
+    if (streamTimed_ && xfer_) consider(streamDeadline_);
+    return static_cast<int>(std::min<long long>(nearest, 24LL * 3600 * 1000));
 }
 
 // ---------------------------------------------------------------------------------------------

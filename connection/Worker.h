@@ -5,6 +5,8 @@
 // It learns its controller's MAC only from the identification message; only then can commands
 // reach it. Other threads meet it only through the monitors.
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -28,6 +30,12 @@ namespace zanth {
 // 1 MiB on Windows) is waste; eight times what was measured leaves room for sanitizers and a
 // cipher plugin of another make.
 constexpr size_t kWorkerStackBytes = 256 * 1024;
+
+// How long a link may stay without identifying itself before the Worker closes it. A controller
+// identifies as soon as it is connected; a peer that doesn't would hold a thread and two
+// descriptors for as long as it liked. Tests shorten it.
+constexpr uint32_t kIdentifyLimitMilliseconds = 30000;
+extern std::atomic<uint32_t> identifyLimitMilliseconds;
 
 class Worker {
 public:
@@ -65,6 +73,31 @@ private:
     bool StillRegistered();
     // Nothing for the next turn to do until the socket or a wake-up says otherwise.
     bool Idle();
+
+    // The ends a Worker puts to a link or a command itself, where waiting on would leave a
+    // controller unreachable (docs/DESIGN.md, "Departures for safety").
+    using Clock = std::chrono::steady_clock;
+    // A Worker no longer listed for its MAC after a caller's wait ran out; true when it ends.
+    bool DroppedByCaller();
+    // A link that hasn't identified itself in time; true when it ends.
+    bool IdentifyTimeRanOut();
+    // The reply awaited for an Rsp command, and a stream's next message: -10005 to the caller
+    // once the wait time has passed without them.
+    void CheckStalls();
+    // When a wait that starts now runs out: taken before a send, so that the wait time is the
+    // one in force when the message left.
+    Clock::time_point Deadline() const;
+    // Arms the wait for a command's reply (only an Rsp caller is answered by the Worker itself;
+    // a blocking caller has its own wait).
+    void AwaitReply(int32_t code, int32_t rspfunc, int32_t rspid, Clock::time_point deadline);
+    // Arms the wait for the next message of the stream in hand.
+    void AwaitStream(Clock::time_point deadline);
+    // A reply that belongs to a command given up on; it is dropped.
+    bool LateReply() const;
+    // Drops such a reply with a log line; true when it did.
+    bool DropLateReply();
+    // Milliseconds until the nearest of the deadlines above, or -1 when none runs.
+    int MillisecondsToDeadline() const;
 
     // Dispatch (WorkerDispatch.cpp).
     bool ProcessIncomingSocketMessage();
@@ -147,6 +180,23 @@ private:
     int32_t code_ = 0;
     int32_t dataLen_ = 0;
     int32_t result_ = 0;
+
+    // "address:port" of the peer, for the log.
+    char peer_[64] = {};
+    Clock::time_point startedAt_;
+    // The command whose reply is awaited, and, for an Rsp one, where and when it is given up.
+    int32_t awaitedCode_ = 0;
+    bool replyTimed_ = false;
+    int32_t awaitedRspid_ = 0;
+    Clock::time_point replyDeadline_;
+    // The stream's code (33 or 30) and, while its next message is timed, when it is given up.
+    int32_t streamCode_ = 0;
+    bool streamTimed_ = false;
+    Clock::time_point streamDeadline_;
+    // The command last given up on, whose reply is dropped should it still come; 0 when none.
+    int32_t abandonedCode_ = 0;
+    // The caller of a blocking command has given up: nothing is parked in the reply slot for it.
+    bool callerGaveUp_ = false;
 
     FrameReader reader_;
     FrameWriter writer_;

@@ -81,6 +81,7 @@ bool Worker::ProcessIncomingSocketMessage() {
     }
 
     // A command's reply. During a transfer it can only belong to a punch-through command.
+    if (DropLateReply()) return true;
     Deliver(message, kWorkingBufferSize, xfer_ ? punchRspid_ : current_.rspid);
     if (!waitingForANonXferResponse_) {
         busy_ = false;
@@ -92,7 +93,19 @@ bool Worker::ProcessIncomingSocketMessage() {
     }
     busy_ = false;
     waitingForANonXferResponse_ = false;
+    replyTimed_ = false;
     Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to FALSE!!");
+    return true;
+}
+
+bool Worker::DropLateReply() {
+    if (!LateReply()) return false;
+    FormatText(logText_, sizeof logText_,
+               "[Worker::Run] %s came after its caller was answered %d: dropped",
+               util_.CodeName(code_), static_cast<int>(kNoReply));
+    Log(mac_, kLogError, logText_);
+    // A stream's controller may still send what it had under way; a plain command has one reply.
+    if (abandonedCode_ != ZANTH_GET_FILE && abandonedCode_ != ZANTH_SEND_FILE) abandonedCode_ = 0;
     return true;
 }
 
@@ -290,10 +303,12 @@ bool Worker::ProcessHereIAm() {
 
 bool Worker::ProcessTransferReply() {
     if (!CheckValid()) return false;
+    if (DropLateReply()) return true;
     if (!xfer_) {
         // The reply to GetData, SendData or their Rsp forms.
         busy_ = false;
         waitingForANonXferResponse_ = false;
+        replyTimed_ = false;
         // A chunk is binary: the frame's length, not its first NUL, measures it.
         Deliver(reader_.Message(), reader_.MessageLength() + 1, current_.rspid);
         return true;
@@ -307,6 +322,7 @@ bool Worker::ProcessTransferReply() {
                 // The controller has the end chunk: the stream is over.
                 xfer_ = false;
                 sentLastChunk_ = false;
+                streamTimed_ = false;
                 return true;
             }
             return SendFileChunk();

@@ -44,6 +44,7 @@ void Worker::DeliverTransferResult(int32_t result) {
 
 bool Worker::StartStream(const CommandRecord& record, bool get) {
     xfer_ = true;
+    streamCode_ = get ? ZANTH_GET_FILE : ZANTH_SEND_FILE;
     uint32_t& calls = get ? getCalls_ : sendCalls_;
     uint32_t& total = get ? getTotal_ : sendTotal_;
     calls = 0;
@@ -63,7 +64,10 @@ bool Worker::StartStream(const CommandRecord& record, bool get) {
         busy_ = false;
         return true;
     }
-    return SendData();
+    const Clock::time_point deadline = Deadline();
+    if (!SendData()) return false;
+    AwaitStream(deadline);
+    return true;
 }
 
 bool Worker::GetFile(const CommandRecord& record) { return StartStream(record, true); }
@@ -81,8 +85,14 @@ bool Worker::GetFileChunk() {
     FormatText(logText_, sizeof logText_, "[Worker::GetFile] GetFile CALL #%d. running total = %d",
                static_cast<int>(getCalls_), static_cast<int>(getTotal_));
     Log(mac_, kLogTrace, logText_);
-    if (code_ == ZANTH_GET_FILE_MORE) return SendFramed(ZANTH_GET_FILE_RSP, "");
+    if (code_ == ZANTH_GET_FILE_MORE) {
+        const Clock::time_point deadline = Deadline();
+        if (!SendFramed(ZANTH_GET_FILE_RSP, "")) return false;
+        AwaitStream(deadline);
+        return true;
+    }
     // The last chunk: no acknowledgement goes back.
+    streamTimed_ = false;
     if (fp_ >= 0) platform::CloseFile(fp_);
     fp_ = -1;
     DeliverTransferResult(0);
@@ -106,13 +116,18 @@ bool Worker::SendFileChunk() {
         FormatText(logText_, sizeof logText_, "[Worker::SendFile] SendFile CALL #%d. Total = %d",
                    static_cast<int>(sendCalls_), static_cast<int>(sendTotal_));
         Log(mac_, kLogTrace, logText_);
-        return writer_.Build(ZANTH_SEND_FILE_MORE, chunk, static_cast<size_t>(readCount_)) &&
-               SendData();
+        const Clock::time_point deadline = Deadline();
+        if (!writer_.Build(ZANTH_SEND_FILE_MORE, chunk, static_cast<size_t>(readCount_)) ||
+            !SendData())
+            return false;
+        AwaitStream(deadline);
+        return true;
     }
     // A short chunk, empty included, is the last one.
     FormatText(logText_, sizeof logText_, "[Worker::SendFile] SendData CALL #%d. Total = %d",
                static_cast<int>(sendCalls_), static_cast<int>(sendTotal_));
     Log(mac_, kLogTrace, logText_);
+    const Clock::time_point deadline = Deadline();
     if (!writer_.Build(ZANTH_SEND_FILE_END, chunk, static_cast<size_t>(readCount_)) || !SendData())
         return false;
     platform::CloseFile(fp_);
@@ -123,6 +138,7 @@ bool Worker::SendFileChunk() {
     busy_ = false;
     xfer_ = true;
     sentLastChunk_ = true;
+    AwaitStream(deadline);
     return true;
 }
 
@@ -131,7 +147,9 @@ void Worker::TransferError() {
     CopyBounded(payload, dataBuffer_.data(), sizeof payload);
     char* state = nullptr;
     char* first = Tokenize(payload, ";", &state);
-    result_ = first ? DecimalValue(first) : kNoTransferResult;
+    // A 9980 never means success: a first field that is missing, or no number ("abc", "#"),
+    // is no result.
+    if (first == nullptr || !IsDecimalNumber(first, &result_)) result_ = kNoTransferResult;
     FormatText(logText_, sizeof logText_, "[Worker::Run] result=%d", result_);
     Log(mac_, kLogTrace, logText_);
     if (char* second = Tokenize(nullptr, ";", &state)) {
@@ -153,6 +171,7 @@ void Worker::TransferError() {
     }
     busy_ = false;
     xfer_ = false;
+    streamTimed_ = false;
 }
 
 void Worker::CloseFile() {
@@ -171,6 +190,7 @@ void Worker::CloseFile() {
     fp_ = -1;
     busy_ = false;
     xfer_ = false;
+    streamTimed_ = false;
 }
 
 }  // namespace zanth

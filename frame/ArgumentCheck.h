@@ -40,6 +40,14 @@ class ArgumentCheck {
         return result_ == kOk;
     }
 
+    // An output buffer with a size: a null one with a non-zero size gives -10002, unlogged.
+    // (Null with size 0 is left to the size's own result.)
+    bool PresentBuffer(const void* buffer, int32_t size) {
+        if (result_ != kOk) return false;
+        if (buffer == nullptr && size != 0) result_ = kBadArgument;
+        return result_ == kOk;
+    }
+
     const char* Method() const { return method_; }
 
   private:

@@ -227,12 +227,14 @@ int32_t Master::SetValidControllers(const char* list) {
 }
 
 int32_t Master::GetValidControllers(char* buffer, int32_t size) {
+    if (buffer == nullptr && size != 0) return kBadArgument;
     int32_t error = 0;
     validMon->GetList(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetConnectedControllers(char* buffer, int32_t size) {
+    if (buffer == nullptr && size != 0) return kBadArgument;
     int32_t error = 0;
     workerMon->GetConnected(buffer, size, &error);
     return error;
@@ -240,6 +242,7 @@ int32_t Master::GetConnectedControllers(char* buffer, int32_t size) {
 
 int32_t Master::GetDLLVersion(char* buffer, int32_t size) {
     int32_t length = static_cast<int32_t>(std::strlen(kLibraryVersion));
+    if (buffer == nullptr && size != 0) return kBadArgument;
     if (buffer == nullptr || size <= length) return kTooLarge;
     CopyBounded(buffer, kLibraryVersion, static_cast<size_t>(length) + 1);
     return 0;

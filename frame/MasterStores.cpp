@@ -13,14 +13,14 @@
 namespace zanth {
 
 int32_t Master::GetNextEvent(char* buffer, int32_t size) {
-    if (buffer == nullptr) return kTooLarge;
+    if (buffer == nullptr) return size != 0 ? kBadArgument : kTooLarge;
     int32_t error = 0;
     eventMon->GetMsg(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetNextAlarm(char* buffer, int32_t size) {
-    if (buffer == nullptr) return kTooLarge;
+    if (buffer == nullptr) return size != 0 ? kBadArgument : kTooLarge;
     int32_t error = 0;
     alarmMon->GetMsg(buffer, size, &error);
     return error;
@@ -66,6 +66,7 @@ int32_t Master::LogSize(MsgMon* store, const char* method, int32_t mode, uint64_
 
 int32_t Master::GetEncryptionDLLVersion(char* buffer, int32_t size) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
+    if (buffer == nullptr && size != 0) return kBadArgument;
     if (buffer == nullptr || size <= 0) return kTooLarge;
     return util_.GetCrypto().GetVersion(buffer, size);
 }

@@ -90,9 +90,10 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
     return true;
 }
 
-void Transaction::ReceiveRaw() {
-    recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
+bool Transaction::ReceiveRaw() {
+    bool got = recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
     m_.recvBuffer_[kMessageBufferSize] = '\0';
+    return got;
 }
 
 bool Transaction::Expect(int32_t reply) {

@@ -64,8 +64,8 @@ class Transaction : public ArgumentCheck {
     bool Await(std::initializer_list<Output> outputs = {});
     // The wait alone, for the replies that skip Await's completeness test and its log lines:
     // the raw reply, or zeros after a time-out, is then in Reply(). Nothing is parsed, so a
-    // binary chunk keeps its bytes.
-    void ReceiveRaw();
+    // binary chunk keeps its bytes. False when the wait ran out.
+    bool ReceiveRaw();
     // The wait of the newer commands that read their replies loosely and log them in their own
     // words: no standard log lines and no result set. The outputs are cleared as in Await, and a
     // whole message is parsed into the payload and the code.

@@ -16,7 +16,15 @@
  *   (RecvWaitTime, 300000 ms by default). RspX(rspid, mac, ...) only queue the message: the
  *   whole reply frame arrives later under `rspid` through GetNextResponse or the response
  *   callback. Commands are serialised inside the library: one runs at a time.
- * - Output buffers are owned by the caller and always come with their size in bytes.
+ * - A controller that doesn't answer is never left holding its link. A blocking call that runs
+ *   out of time returns -10005 (after the wait and five seconds more), and the library closes
+ *   that controller's link, so that the controller calls again. An Rsp command (or file stream)
+ *   that gets nothing within the wait time is answered "0000;0017;-10005;" under its rspid; the
+ *   link's later commands go on, and a reply that comes after that is dropped. A connection that
+ *   doesn't identify as a controller within 30 seconds is closed.
+ * - Output buffers are owned by the caller and always come with their size in bytes. A null
+ *   output buffer with a non-zero size, a null output pointer, or a null text that would go to
+ *   the controller is refused with -10002, and nothing is sent.
  * - Callbacks run on the library's own threads, never on the caller's, with no library lock
  *   held: a callback may call any export.
  *
@@ -305,7 +313,9 @@ ZANTH_API int32_t RspAddModCardRecord3(
 /* GetCardRecord reads the record of the card given by *cardSetId, *noFormat, cardNumber and pin
  * (all four are overwritten from the reply; the card number and PIN are trimmed first, as above).
  * Each text output has its buffer size behind it, which must exceed the text's length (-10006
- * otherwise, with the outputs before it written and those after it not). A start or end stamp
+ * otherwise, with the outputs before it written and those after it not). The card number and PIN
+ * are read and written within their sizes only: each must end within its size, and the size be
+ * at least 2 (an empty one becomes "0"), or the call gives -10006 before anything is sent. A start or end stamp
  * comes back split into its date and time; the stamp "0" writes "0" to both, which needs both
  * sizes of at least 2. field7Value is a field the add commands have no counterpart for. The
  * outputs are not cleared: a reply that stops short is a success and leaves the outputs of the
@@ -313,7 +323,8 @@ ZANTH_API int32_t RspAddModCardRecord3(
  * all. Every output pointer must be given (-10002), except `role`: GetCardRecord4 with a null role
  * reads as GetCardRecord2. GetCardRecord2 adds pinExempt, GetCardRecord4 pinExempt and the card
  * role. The Rsp forms take the selection by value and have no outputs: the reply frame comes back
- * raw under rspid. */
+ * raw under rspid. Their card number and PIN have no size: they must be writable buffers of at
+ * least 2 bytes, never string literals, as the library may write "0" into an empty one. */
 ZANTH_API int32_t GetCardRecord(
     const char* mac, int32_t* cardSetId, int32_t* noFormat, char* cardNumber,
     int32_t cardNumberSize, char* pin, int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
@@ -351,7 +362,10 @@ ZANTH_API int32_t RspGetCardRecord4(uint32_t rspid, const char* mac, int32_t car
                                     int32_t noFormat, char* cardNumber, char* pin);
 /* Marks a record deleted or brings it back, named by its card (texts trimmed in place, as above)
  * or by its unique ID (non-zero; it goes out as a signed number). UpdateCardRecord takes the mode:
- * 1 delete, 2 undelete. Result: the controller's. */
+ * 1 delete, 2 undelete. Result: the controller's.
+ * cardNumber and pin take no size, and the library writes into them: they must be writable
+ * buffers of at least 2 bytes, never string literals. An empty one becomes "0" in place, so
+ * DeleteCardRecord(mac, 1, 0, "", "") writes into read-only memory and crashes the host. */
 ZANTH_API int32_t DeleteCardRecord(const char* mac, int32_t cardSetId, int32_t noFormat,
                                    char* cardNumber, char* pin);
 ZANTH_API int32_t RspDeleteCardRecord(uint32_t rspid, const char* mac, int32_t cardSetId,
@@ -936,11 +950,13 @@ ZANTH_API int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, in
  * the link fails (is reset) mid-stream, 9990 when the controller closes it in order; or the
  * controller's own number when it gives up. The wait time
  * (RecvWaitTime) bounds the whole file, so set it to fit the largest one; a wait that runs out
- * returns 0 though the stream hasn't ended. A partly received file stays on disk. SendFile
- * reports 0 once the last chunk is written to the link.
+ * returns -10005 and ends the stream with the link. A 9980 whose result isn't a number gives
+ * -10017. A partly received file stays on disk. SendFile reports 0 once the last chunk is
+ * written to the link.
  * RspGetFile/RspSendFile return at once; the end arrives under `rspid` as the frame
  * "0000;0012;0;" (success), "0000;0017;-10007;" (local file), "0000;0029;Connection failure;"
- * (link reset; "9990;0010;" when closed in order), or the controller's own 9980 frame
+ * (link reset; "9990;0010;" when closed in order), "0000;0017;-10005;" when the controller sends
+ * nothing for the wait time (the local file is closed), or the controller's own 9980 frame
  * "9980;LLLL;result;text;". */
 ZANTH_API int32_t GetFile(const char* mac, const char* controllerPathFile, const char* pcPathFile);
 ZANTH_API int32_t RspGetFile(uint32_t rspid, const char* mac, const char* controllerPathFile,

@@ -25,6 +25,9 @@ void RecvMon::DropWorker(const char* mac) {
     // Only the Worker that was told to go loses its entry; one that has identified since stays.
     int32_t error = 0;
     workerMon->RemoveWorkerOf(mac, worker, &error);
+    // Unlisted, it no longer answers for its MAC, and a controller that still hears its
+    // acknowledgements would never call again: woken, it ends its link at its next turn.
+    if (error == 0) platform::WakeThread(worker);
 }
 
 // The clean-up of a failed wait: it frees the slot, so a reply parked meanwhile is lost and a

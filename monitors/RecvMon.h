@@ -20,7 +20,8 @@ public:
     // Waits for a reply and copies all 4097 bytes of the slot into `dest`. False on a time-out,
     // with `dest` all zero; each of the two inner waits is bounded by the wait time. On a
     // time-out the Worker of `mac`, if any, is told to go, and after 5 seconds its entry is
-    // removed, so that the controller reads as not connected until it identifies again.
+    // removed and it is woken: it ends its link at its next turn, so that the controller calls
+    // again and gets a fresh Worker.
     bool GetBuffer(char* dest, const char* mac);
     // Parks 4097 bytes of `src`, waiting while an earlier reply lies unread. False only when a
     // Worker gives the wait up because it was killed or the library unloads.
@@ -28,6 +29,8 @@ public:
 
     void GetWaitTime(int32_t* result);
     void SetWaitTime(const int32_t* value);
+    // The wait time without the slot's lock, for a Worker that times its own Rsp commands.
+    uint32_t WaitTime() const { return waitTime_.load(); }
 
     bool SlotEmpty();
 

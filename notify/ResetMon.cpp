@@ -50,22 +50,22 @@ void ResetMon::WaitForResetDLLEvent(int32_t* result) {
             }
             continue;
         }
-        // The mutex is held during each step; the Reset thread's signal goes through in the gap
-        // between two steps.
+        // Each step takes the mutex, then waits for the event with it released: the Reset thread
+        // takes the mutex three times on the way to its signal (the request, the result, the
+        // signal), and a step that held it for its whole second would cost each of them a step.
+        // The event keeps a signal that comes before the wait, so none is lost.
+        hResetDLL_.Unlock();
         const bool signalled = resetDLLEvent_.Wait(kStepMilliseconds);
         if (signalled) {
             resetDLLEvent_.Reset();
-            hResetDLL_.Unlock();
             return;
         }
         if (elapsed > limit) {
             Log(name_, kLogError, "[ResetMon::WaitForResetDLLEvent] resetDLLEvent timeout");
-            hResetDLL_.Unlock();
             *result = kTerminating;
             return;
         }
         elapsed += static_cast<int32_t>(kStepMilliseconds);
-        hResetDLL_.Unlock();
     }
 }
 

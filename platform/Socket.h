@@ -54,6 +54,9 @@ long Recv(SocketHandle s, void* buffer, size_t length, bool peek);
 long Send(SocketHandle s, const void* buffer, size_t length);
 // The port a bound socket got.
 int LocalPort(SocketHandle s);
+// The peer's IPv4 address and port as "a.b.c.d:port" into `out` (always terminated); false,
+// with "unknown", when the socket has no peer.
+bool PeerAddress(SocketHandle s, char* out, size_t size);
 
 // inet_addr semantics: the address in network order, or 0xFFFFFFFF for a text that isn't one
 // (which "255.255.255.255" also gives).

@@ -229,6 +229,12 @@ void EndUnload() {
 
 bool Unloading() { return TheRegistry().unloading.load(); }
 
+void ReapFinishedThreads() {
+    Registry& r = TheRegistry();
+    std::lock_guard<std::mutex> g(r.lock);
+    r.Reap();
+}
+
 bool WaitForLibraryThreads(std::chrono::milliseconds bound) {
     Registry& r = TheRegistry();
     std::unique_lock<std::mutex> g(r.lock);

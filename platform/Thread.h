@@ -68,6 +68,10 @@ void BeginUnload();
 void EndUnload();
 bool Unloading();
 
+// Joins the threads that have ended since the last look, so that their stacks and records go
+// now, not at the next thread's start.
+void ReapFinishedThreads();
+
 // Waits up to `bound` for all library threads to end; true when none is left.
 bool WaitForLibraryThreads(std::chrono::milliseconds bound);
 size_t LiveThreadCount();

@@ -52,6 +52,19 @@ int32_t DecimalValue(const char* text, size_t length) {
     return static_cast<int32_t>(value);
 }
 
+bool IsDecimalNumber(const char* text, int32_t* value) {
+    if (text == nullptr) return false;
+    const char* p = text;
+    while (IsBlank(*p)) ++p;
+    if (*p == '+' || *p == '-') ++p;
+    if (!std::isdigit(static_cast<unsigned char>(*p))) return false;
+    while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
+    while (IsBlank(*p)) ++p;
+    if (*p != '\0') return false;
+    if (value) *value = DecimalValue(text);
+    return true;
+}
+
 bool UnsignedValue(const char* text, size_t length, uint32_t* value) {
     if (text == nullptr || value == nullptr) return false;
     const char* end = text + ::strnlen(text, length);

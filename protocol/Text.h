@@ -20,6 +20,10 @@ int32_t DecimalValue(const char* text);
 // The same, reading no more than `length` bytes of a text that needn't be terminated.
 int32_t DecimalValue(const char* text, size_t length);
 
+// True when the whole text is one decimal number (blanks around it and a sign allowed), with its
+// value, saturated as DecimalValue's, in *value. "12abc", "#" and "" are no numbers.
+bool IsDecimalNumber(const char* text, int32_t* value);
+
 // An unsigned decimal as the runtime's "%u" scan reads it: leading blanks, a sign (a minus
 // negates modulo 2^32), digits; a value beyond the runtime's unsigned long gives 4294967295.
 // False, with `*value` untouched, when no digit follows. Reads no more than `length` bytes.

@@ -12,7 +12,7 @@ namespace zanth {
 int32_t Master::RecheckLookupCard(int32_t rspfunc, int32_t rspid, const char* mac,
                                   const char* data) {
     Transaction t(*this, "Master::RecheckLookupCard", rspfunc, rspid, mac);
-    if (!t.Admit()) return t.Result();
+    if (!t.Admit() || !t.Present(data)) return t.Result();
     // The host's text goes verbatim: nothing is appended, not even a ';'.
     if (!t.Send(ZANTH_RECHECK_LOOKUP_CARD, Payload().Raw(data))) return t.Result();
     if (!t.Await() || !t.Expect(ZANTH_RECHECK_LOOKUP_CARD_RSP)) return t.Result();
@@ -38,7 +38,7 @@ int32_t Master::RequestPin(int32_t rspfunc, int32_t rspid, const char* mac, uint
 
 int32_t Master::SendPostAccessMsg(const char* mac, const char* message) {
     Transaction t(*this, "Master::SendPostAccessMsg", 0, 0, mac);
-    if (!t.Admit()) return t.Result();
+    if (!t.Admit() || !t.Present(message)) return t.Result();
     // Nobody waits: the controller sends no reply to this one.
     t.Send(ZANTH_POST_ACCESS_MSG_TO_ZANTH, Payload().Raw(message));
     return t.Result();

@@ -54,6 +54,19 @@ bool OutputsPresent(Transaction& t, const CardOutputs& o, bool second) {
     return t.Ok();
 }
 
+// A declared size is honoured before anything is sent: the caller's text must end within it,
+// and an empty one, which the trim makes "0", needs two bytes. Nothing is read or written past
+// the size. The Rsp forms declare none; their texts must be writable and hold at least two.
+bool FitsItsSize(Transaction& t, const char* subject, const char* text, int32_t size) {
+    if (!t.Ok() || !t.Blocking()) return t.Ok();
+    if (size >= 2 && ::strnlen(text, static_cast<size_t>(size)) < static_cast<size_t>(size))
+        return true;
+    t.LogLine(kLogError, "[%s] %s does not fit its size of %d bytes", t.Method(), subject,
+              static_cast<int>(size));
+    t.SetResult(kTooLarge);
+    return false;
+}
+
 // The reply: its result by the tokeniser, then every ';' a field, empty ones included. A short
 // reply is a success and leaves the outputs of the missing fields as they were.
 int32_t ReadRecord(Transaction& t, const CardOutputs& o, bool second) {
@@ -117,6 +130,8 @@ int32_t Master::GetCardRecord(
     if (!OutputsPresent(t, o, false)) return t.Result();
     t.Check("card set ID", *cardSetId, 0, 2147483647);
     t.Check("no format", *noFormat, 0, 1);
+    FitsItsSize(t, "card number", cardNumber, cardNumberSize);
+    FitsItsSize(t, "PIN", pin, pinSize);
     if (!t.Ok()) return t.Result();
     MessageUtil::TrimOrZero(pin);
     MessageUtil::TrimOrZero(cardNumber);
@@ -195,6 +210,9 @@ int32_t Master::GetCardRecord2(
                  "[Master::GetCardRecord[2] no format value must be between 0 and 1");
     t.CheckRange(uniqueid, 0, 4294967295,
                  "[Master:GetCardRecord[2] uniqueid value must be between %d and %u");
+    // By unique ID the card number is only written, and the reply's store measures it.
+    if (!byId) FitsItsSize(t, "card number", cardNumber, cardNumberSize);
+    FitsItsSize(t, "PIN", pin, pinSize);
     if (!t.Ok()) return t.Result();
     MessageUtil::TrimOrZero(pin);
     Payload p;

@@ -235,7 +235,9 @@ int32_t Master::GetErrorLog(int32_t rspfunc, int32_t rspid, const char* mac,
                             const char* pcPathFile) {
     Transaction t(*this, "Master::GetErrorLog", rspfunc, rspid, mac);
     // A Rsp caller stops after the query: it reads 1090 itself and fetches the file if it wants.
-    if (!t.Admit() || !t.Send(ZANTH_GET_ERROR_LOG)) return t.Result();
+    // A blocking caller needs the path the file is fetched to, before the query goes out.
+    if (!t.Admit() || (t.Blocking() && !t.Present(pcPathFile)) || !t.Send(ZANTH_GET_ERROR_LOG))
+        return t.Result();
     if (!t.Await() || !t.Expect(ZANTH_GET_ERROR_LOG_RSP)) return t.Result();
     t.Fields().ControllerResult();
     int32_t rslt = t.Result();

@@ -9,7 +9,9 @@ namespace zanth {
 int32_t Master::GatewayInfo(int32_t rspfunc, int32_t rspid, const char* mac, char* buffer,
                             int32_t size) {
     Transaction t(*this, "Master::GatewayInfo", rspfunc, rspid, mac);
-    if (!t.Admit() || !t.Send(ZANTH_CONTROLLER_INFO)) return t.Result();
+    // The Rsp forms pass no buffer and size 0.
+    if (!t.Admit() || !t.PresentBuffer(buffer, size) || !t.Send(ZANTH_CONTROLLER_INFO))
+        return t.Result();
     if (!t.Await({{buffer, size}}) || !t.Expect(ZANTH_CONTROLLER_INFO_RSP)) return t.Result();
     t.TakePayload(buffer, size);
     return t.Result();

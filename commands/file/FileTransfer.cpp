@@ -74,8 +74,9 @@ int32_t Master::TransferErrorResult(const char* method, const char* errorFormat)
     char* state = nullptr;
     char* first = Tokenize(payload, ";", &state);
     if (first == nullptr) return kNoTransferResult;
-    // The controller's own number, passed on as it is.
-    rslt_ = DecimalValue(first);
+    // The controller's own number, passed on as it is. A 9980 never means success: a first
+    // field that is no number ("abc", "#") is no result either.
+    if (!IsDecimalNumber(first, &rslt_)) rslt_ = kNoTransferResult;
     FormatText(logText_, sizeof logText_, "[%s] rslt=%d", method, rslt_);
     Log(masterName_, kLogTrace, logText_);
     if (char* second = Tokenize(nullptr, ";", &state)) {
@@ -107,8 +108,12 @@ int32_t Master::StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, cons
     if (!t.Send(code, Payload().Text(controllerPathFile), controllerPathFile, pcPathFile))
         return t.Result();
     // At the stream's end the Worker leaves a bare number, no frame: 0, its failure, or the
-    // controller's 9980 number. A wait that ran out leaves nothing to read, and 0 stands.
-    t.ReceiveRaw();
+    // controller's 9980 number. A wait that runs out is no success: the zeroed slot would read
+    // as 0, so it gives -10005, as every other command's does.
+    if (!t.ReceiveRaw()) {
+        t.SetResult(kNoReply);
+        return t.Result();
+    }
     int32_t value = 0;
     if (LeadingNumber(t.Reply(), &value)) t.SetResult(value);
     return t.Result();
@@ -316,7 +321,7 @@ int32_t Master::RspSendData(int32_t rspid, const char* mac, const char* controll
 int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                            const char* path, char* permission, int32_t size) {
     Transaction t(*this, "Master::FileStatus", rspfunc, rspid, mac);
-    if (!t.Admit()) return t.Result();
+    if (!t.Admit() || !t.Present(path)) return t.Result();
     t.LogLine(kLogTrace, "[Master::FileStatus] gatewayPathFile=%s", path ? path : "");
     if (mode == 0) {
         // The plain form writes the permission back: it needs somewhere to put it.
@@ -351,7 +356,9 @@ int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int3
 
 int32_t Master::ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* path) {
     Transaction t(*this, "Master::ZanthDeleteFile", rspfunc, rspid, mac);
-    if (!t.Admit() || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path))) return t.Result();
+    // An empty path is the controller's to judge; a missing one is refused.
+    if (!t.Admit() || !t.Present(path) || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path)))
+        return t.Result();
     t.ReceiveRaw();
     // Nothing whole came: unlike every other command, 0 stands.
     if (!util_.IsCompleteMessage(recvBuffer_, -1)) return t.Result();

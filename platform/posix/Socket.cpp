@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <netdb.h>
@@ -171,6 +172,21 @@ int LocalPort(SocketHandle s) {
     socklen_t len = sizeof a;
     if (::getsockname(s, reinterpret_cast<sockaddr*>(&a), &len) != 0) return -1;
     return ntohs(a.sin_port);
+}
+
+bool PeerAddress(SocketHandle s, char* out, size_t size) {
+    if (out == nullptr || size == 0) return false;
+    sockaddr_in a{};
+    socklen_t len = sizeof a;
+    if (::getpeername(s, reinterpret_cast<sockaddr*>(&a), &len) != 0 || a.sin_family != AF_INET) {
+        std::snprintf(out, size, "unknown");
+        return false;
+    }
+    // The address is in network order: its first byte is the first octet.
+    const auto* octet = reinterpret_cast<const unsigned char*>(&a.sin_addr);
+    std::snprintf(out, size, "%u.%u.%u.%u:%u", octet[0], octet[1], octet[2], octet[3],
+                  static_cast<unsigned>(ntohs(a.sin_port)));
+    return true;
 }
 
 uint32_t InetAddr(const char* text) {

@@ -1,5 +1,7 @@
 #include "platform/Socket.h"
 
+#include <cstdio>
+
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
@@ -117,6 +119,21 @@ int LocalPort(SocketHandle s) {
     int len = sizeof a;
     if (::getsockname(S(s), reinterpret_cast<sockaddr*>(&a), &len) != 0) return -1;
     return ntohs(a.sin_port);
+}
+
+bool PeerAddress(SocketHandle s, char* out, size_t size) {
+    if (out == nullptr || size == 0) return false;
+    sockaddr_in a{};
+    int len = sizeof a;
+    if (::getpeername(S(s), reinterpret_cast<sockaddr*>(&a), &len) != 0 || a.sin_family != AF_INET) {
+        std::snprintf(out, size, "unknown");
+        return false;
+    }
+    // The address is in network order: its first byte is the first octet.
+    const auto* octet = reinterpret_cast<const unsigned char*>(&a.sin_addr);
+    std::snprintf(out, size, "%u.%u.%u.%u:%u", octet[0], octet[1], octet[2], octet[3],
+                  static_cast<unsigned>(ntohs(a.sin_port)));
+    return true;
 }
 
 uint32_t InetAddr(const char* text) {

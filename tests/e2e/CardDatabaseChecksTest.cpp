@@ -7,6 +7,9 @@
 
 #include <functional>
 #include <future>
+#include <memory>
+#include <cstring>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -409,6 +412,98 @@ TEST_F(CardChecksTest, StampsAndTextsNeedRoomForTheirTerminator) {
                   "1076;0030;0;0;1;2;3;4;5;6;7;8;"),
               -10006);
     EXPECT_EQ(v[0], 0) << "the walk ended at the stamp";
+}
+
+// A declared size is never read or written past. The texts below live in heap blocks of exactly
+// their declared size, so the address sanitizer sees a single byte too many: an empty text with
+// room for less than "0" and its end, or a text that doesn't end within its size, is refused
+// with -10006 before anything is sent, and its bytes stay as they were.
+TEST_F(CardChecksTest, DeclaredSizesAreNeverReadOrWrittenPast) {
+    CardOut o;
+    using Get = std::function<int32_t(char*, int32_t, char*, int32_t)>;
+    const std::pair<const char*, Get> gets[] = {
+        {"GetCardRecord",
+         [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
+             return GetCardRecord(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize,
+                                  &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
+                                  &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
+                                  &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                                  &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
+                                  o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
+                                  &o.field7);
+         }},
+        {"GetCardRecord2",
+         [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
+             return GetCardRecord2(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin,
+                                   pinSize, &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
+                                   &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
+                                   &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                                   &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
+                                   o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
+                                   &o.field7, &o.pinExempt);
+         }},
+        {"GetCardRecord4",
+         [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
+             return GetCardRecord4(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin,
+                                   pinSize, &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
+                                   &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
+                                   &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                                   &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
+                                   o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
+                                   &o.field7, &o.pinExempt, &o.role);
+         }},
+    };
+    // A text of `size` bytes, all of them `content` (no terminator unless `content` is empty).
+    auto block = [](int32_t size, const char* content) {
+        auto b = std::make_unique<char[]>(static_cast<size_t>(std::max(size, 1)));
+        std::memset(b.get(), 0, static_cast<size_t>(std::max(size, 1)));
+        std::memcpy(b.get(), content, std::strlen(content));
+        return b;
+    };
+    struct Case {
+        const char* what;
+        int32_t numberSize;
+        const char* number;
+        int32_t pinSize;
+        const char* pin;
+    };
+    const Case cases[] = {
+        {"empty card number in one byte", 1, "", 8, "1234"},
+        {"empty PIN in one byte", 8, "1001", 1, ""},
+        {"card number of size 0", 0, "", 8, "1234"},
+        {"PIN of size 0", 8, "1001", 0, ""},
+        {"card number filling its size", 4, "1001", 8, "1234"},
+        {"PIN filling its size", 8, "1001", 4, "1234"},
+    };
+    for (const auto& [name, get] : gets) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(name) + ": " + c.what);
+            auto number = block(c.numberSize, c.number);
+            auto pin = block(c.pinSize, c.pin);
+            EXPECT_EQ(get(number.get(), c.numberSize, pin.get(), c.pinSize), -10006);
+            EXPECT_EQ(Taken(), "") << "nothing is sent";
+            EXPECT_EQ(std::string(number.get(), std::strlen(c.number)), c.number);
+            EXPECT_EQ(std::string(pin.get(), std::strlen(c.pin)), c.pin);
+        }
+        // Two bytes hold "0" and its end: empty texts go out as "0".
+        SCOPED_TRACE(name);
+        auto number = block(2, "");
+        auto pin = block(2, "");
+        auto pending = std::async(std::launch::async, [&] { return get(number.get(), 2, pin.get(), 2); });
+        ASSERT_TRUE(WaitUntil([] { return sendMon->CountFor(kMac) > 0; }));
+        const std::string sent = Taken();
+        EXPECT_EQ(sent.substr(4), Frame(25, "0;7;0;0;").substr(4));
+        char slot[kMessageBufferSize] = {};
+        // The controller's own refusal under the reply code of what was sent.
+        const std::string refused = "1" + sent.substr(1, 3) + ";0015;-100;";
+        std::memcpy(slot, refused.data(), refused.size());
+        recvMon->SetBuffer(slot);
+        EXPECT_EQ(pending.get(), -100);
+        EXPECT_STREQ(number.get(), "0");
+        EXPECT_STREQ(pin.get(), "0");
+    }
+    EXPECT_TRUE(LogContains("[Master::GetCardRecord] card number does not fit its size of 1 bytes"));
+    EXPECT_TRUE(LogContains("[Master::GetCardRecord[2]] PIN does not fit its size of 0 bytes"));
 }
 
 TEST_F(CardChecksTest, SelectionOfTheGetCodeIsTraced) {

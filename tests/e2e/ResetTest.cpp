@@ -90,6 +90,25 @@ TEST_F(ResetTest, ResetThreadForConnectedUnconnectedAndInvalidControllers) {
         WaitUntil([] { return LogContains("[Reset::ResetThread] Complete Reset Thread"); }));
 }
 
+// The blocking wait takes its lock only to enter each one-second step, so the reset thread's
+// three takes of it never wait for a step: a controller with nothing to end is answered at once,
+// and one that is ended after the reset thread's one-second pause.
+TEST_F(ResetTest, ResetThreadAnswersWithoutWaitingForTheWaitsSteps) {
+    Start("AA:BB:CC,11:22:33");
+    for (int round = 0; round < 3; ++round) {
+        const double unconnected = SecondsOf([] { EXPECT_EQ(ResetThread("11:22:33"), -10003); });
+        const double invalid = SecondsOf([] { EXPECT_EQ(ResetThread("99:99:99"), -10004); });
+        EXPECT_LT(unconnected, 0.6);
+        EXPECT_LT(invalid, 0.6);
+    }
+    FakeController c;
+    Join(c);
+    const double took = SecondsOf([] { EXPECT_EQ(ResetThread(kMac), 0); });
+    EXPECT_GE(took, 0.9) << "the reset thread's pause before the forced end stays";
+    EXPECT_LT(took, 1.9);
+    EXPECT_TRUE(c.WaitClosed());
+}
+
 TEST_F(ResetTest, RspResetThreadAnswersOnTheResponseQueue) {
     Start(kMac);
     FakeController c;

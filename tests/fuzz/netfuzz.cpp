@@ -3,14 +3,17 @@
 // again from a few peer threads, on 127.0.0.1 only, each time with traffic of one kind: random
 // bytes, malformed headers, lengths beyond any buffer, frames cut at every byte, frames cut off
 // by a close or a reset, identification followed by unsolicited messages with garbage payloads,
-// encrypted identification followed by garbage or by sealed frames with garbage inside, and
-// controllers that answer the host's commands with mutated replies. Meanwhile a host thread sends
-// ControllerInfo to whatever has identified, with a short wait, and drains the host's queues.
+// encrypted identification followed by garbage or by sealed frames with garbage inside,
+// controllers that answer the host's commands with mutated replies, and controllers that answer
+// well, then stop answering in the middle of a command or a stream (keeping their link and their
+// heartbeats) and call back once the link is gone. Meanwhile a host thread sends commands to
+// whatever has identified, with a short wait, and drains the host's queues.
 //
 // When the time or the connection count runs out, every peer closes and the library is given
-// time to settle. The run passes when the process is still up, a fresh controller can still
-// identify and answer a command, and the thread and open-descriptor counts are back at what they
-// were before the first connection. Both counts are printed either way.
+// time to settle. The run passes when the process is still up, every controller that stopped
+// answering was listed again once it called back, a fresh controller can still identify and
+// answer a command, and the thread and open-descriptor counts are back at what they were before
+// the first connection. Both counts are printed either way.
 //
 //   zanth-netfuzz [--duration SECONDS] [--connections COUNT] [--seed N] [--peers N] [--keep]
 //                 [--trace] [--tolerate-parked-replies]
@@ -59,10 +62,13 @@ using namespace std::chrono_literals;
 constexpr const char* kSeed = "netseed";
 // Valid MACs: the hostile kinds take the first eight, the command responders the next seven (a
 // MAC that identifies again waits for its former link to be replaced, longer than a responder
-// stays), the check at the end the last.
-constexpr int kValidMacs = 16;
+// stays), the controllers that stall the next two, one each at a time, the check at the end the
+// last.
+constexpr int kValidMacs = 18;
 constexpr int kHostileMacs = 8;
 constexpr int kResponderMacs = 7;
+constexpr int kStallerMacs = 2;
+constexpr int kFirstStallerMac = kHostileMacs + kResponderMacs;
 
 struct Options {
     int durationSeconds = 60;
@@ -81,6 +87,17 @@ std::atomic<long> framesSent{0};
 std::atomic<long> bytesSent{0};
 std::atomic<long> repliesServed{0};
 std::atomic<long> queuedCommands{0};
+// The controllers that stopped answering: how their links ended, and whether the library listed
+// them again when they called back.
+std::atomic<long> stalls{0};
+std::atomic<long> stallsClosedByLibrary{0};
+std::atomic<long> stallsOnACommand{0};
+std::atomic<long> stallsLost{0};
+std::atomic<long> stallsRelisted{0};
+std::atomic<long> stallsNotRelisted{0};
+std::atomic<bool> stallerBusy[kStallerMacs];
+// The end of the traffic, for every peer thread.
+std::atomic<bool> stop{false};
 std::mutex tallyLock;
 std::map<std::string, long> kindCount;
 std::map<int32_t, long> hostResults;
@@ -181,6 +198,11 @@ public:
     }
     ~Peer() { Close(false); }
     bool Up() const { return fd_ >= 0; }
+    // True once the other side has closed the link (nothing left to read, and its end seen).
+    bool Ended() const {
+        char byte;
+        return fd_ >= 0 && ::recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+    }
 
     bool Send(const std::string& bytes) {
         size_t at = 0;
@@ -407,6 +429,150 @@ void Responder(Peer& p, std::mt19937_64& rng) {
     }
 }
 
+// The frames of `pending` that are whole, taken off its front: their codes and payloads.
+std::vector<std::pair<int, std::string>> TakeFrames(std::string& pending) {
+    std::vector<std::pair<int, std::string>> frames;
+    while (pending.size() >= 10) {
+        int total = std::atoi(pending.substr(5, 4).c_str());
+        if (total < 10 || static_cast<size_t>(total) > pending.size()) break;
+        frames.emplace_back(std::atoi(pending.substr(0, 4).c_str()),
+                            pending.substr(10, static_cast<size_t>(total) - 10));
+        pending.erase(0, static_cast<size_t>(total));
+    }
+    return frames;
+}
+
+// A controller's right answer to a command: its reply, a file's chunks and their ends.
+std::string RightAnswer(int code, const std::string& mac, std::mt19937_64& rng) {
+    switch (code) {
+        case zanth::ZANTH_GET_FILE:
+        case zanth::ZANTH_GET_FILE_RSP:
+            return Frame(rng() % 3 ? zanth::ZANTH_GET_FILE_MORE : zanth::ZANTH_GET_FILE_END,
+                         std::string(rng() % 4086, 'f'));
+        case zanth::ZANTH_SEND_FILE:
+        case zanth::ZANTH_SEND_FILE_MORE:
+        case zanth::ZANTH_SEND_FILE_END:
+            return Frame(zanth::ZANTH_SEND_FILE_RSP, "0;");
+        case zanth::ZANTH_CONTROLLER_INFO:
+            return Frame(zanth::ZANTH_CONTROLLER_INFO_RSP, "Zanth;4.2;" + mac + ";");
+        default:
+            return Frame(code + 1000, "0;");
+    }
+}
+
+bool Listed(const std::string& mac) {
+    char list[4096] = {};
+    GetConnectedControllers(list, sizeof list);
+    for (char* save = nullptr, *m = strtok_r(list, ",", &save); m; m = strtok_r(nullptr, ",", &save)) {
+        if (mac == m) return true;
+    }
+    return false;
+}
+
+void MutatedStream(Peer& p, std::mt19937_64& rng);
+
+// A controller that answers a few of the host's commands rightly, then stops answering in the
+// middle of a command or a stream. It keeps its link and its heartbeats, as a controller whose
+// command task hung does: it calls again only when its link is closed. A library that gives it up
+// (a blocking caller's wait ran out, and the MAC is no longer listed) must close the link, or the
+// controller would stay lost for good. An Rsp command's wait ends without ending the link; the
+// controller then leaves by itself after a while. Either way it calls back, and the library must
+// list it again.
+void Staller(Peer& p, std::mt19937_64& rng, int port) {
+    const int slot = static_cast<int>(rng() % kStallerMacs);
+    bool expected = false;
+    if (!stallerBusy[slot].compare_exchange_strong(expected, true)) {
+        // Its MAC is in use: a short kind instead, so that the peers keep their pace.
+        MutatedStream(p, rng);
+        return;
+    }
+    const std::string mac = MacText(kFirstStallerMac + slot);
+    ++stalls;
+    p.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(mac)));
+    int answersLeft = static_cast<int>(rng() % 5);
+    std::string pending;
+    bool closed = false;
+    // Without a command to stall on it leaves after 3 s. The host's wait is 1 s and its drop
+    // step 5 s more: a link given up on is closed within 8 s of the first unanswered command.
+    auto until = Clock::now() + 3s;
+    bool stalledOnOne = false;
+    auto heartbeat = Clock::now();
+    while (!closed && Clock::now() < until && !stop) {
+        if (Clock::now() >= heartbeat) {
+            p.SendFrame(Frame(zanth::ZANTH_HEART_BEAT, ""));
+            heartbeat += 400ms;
+        }
+        std::string got = p.Read(50);
+        if (got.empty()) {
+            closed = p.Ended();
+            continue;
+        }
+        pending += got;
+        for (auto& [code, payload] : TakeFrames(pending)) {
+            if (code >= 1000 || code == zanth::ZANTH_ACCEPT_CONNECTION ||
+                code == zanth::ZANTH_HEART_BEAT_RSP || code == zanth::ZANTH_TERMINATE)
+                continue;
+            if (answersLeft <= 0) {
+                // Stalled: it hears, it doesn't answer.
+                if (!stalledOnOne) until = std::max(until, Clock::now() + 8s);
+                stalledOnOne = true;
+                continue;
+            }
+            --answersLeft;
+            ++repliesServed;
+            p.SendFrame(RightAnswer(code, mac, rng));
+        }
+    }
+    if (!closed && !stop && !Listed(mac)) {
+        // Given up on: the link must close at the Worker's next turn, not stay up with its
+        // heartbeats answered.
+        auto grace = Clock::now() + 2s;
+        while (!closed && Clock::now() < grace) {
+            p.SendFrame(Frame(zanth::ZANTH_HEART_BEAT, ""));
+            if (p.Read(100).empty()) closed = p.Ended();
+        }
+        if (!closed) {
+            ++stallsLost;
+            std::printf("  %s is no longer listed, but its link stayed up\n", mac.c_str());
+            std::fflush(stdout);
+        }
+    }
+    if (closed) ++stallsClosedByLibrary;
+    if (stalledOnOne) ++stallsOnACommand;
+    p.Close(false);
+    if (stop) {
+        stallerBusy[slot] = false;
+        return;
+    }
+
+    // It calls back, and answers rightly from now on.
+    Peer again(port);
+    bool listed = false;
+    if (again.Up() && again.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(mac)))) {
+        // A former link the library hasn't seen end yet is replaced after five seconds.
+        auto deadline = Clock::now() + 20s;
+        std::string backlog;
+        while (!listed && Clock::now() < deadline && !stop) {
+            backlog += again.Read(50);
+            for (auto& [code, payload] : TakeFrames(backlog)) {
+                if (code < 1000 && code != zanth::ZANTH_ACCEPT_CONNECTION &&
+                    code != zanth::ZANTH_TERMINATE)
+                    again.SendFrame(RightAnswer(code, mac, rng));
+            }
+            listed = Listed(mac);
+        }
+    }
+    if (listed) {
+        ++stallsRelisted;
+    } else if (!stop) {
+        ++stallsNotRelisted;
+        std::printf("  %s called back and was not listed again within 20 s\n", mac.c_str());
+        std::fflush(stdout);
+    }
+    again.Close(false);
+    stallerBusy[slot] = false;
+}
+
 void MutatedStream(Peer& p, std::mt19937_64& rng) {
     std::string stream = Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng)));
     const int n = 1 + static_cast<int>(rng() % 6);
@@ -417,6 +583,9 @@ void MutatedStream(Peer& p, std::mt19937_64& rng) {
     p.SendFrame(Mutate(stream, rng));
     p.Read(80);
 }
+
+int fuzzPort = 0;
+void StallThenCallBack(Peer& p, std::mt19937_64& rng) { Staller(p, rng, fuzzPort); }
 
 struct Kind {
     const char* name;
@@ -431,11 +600,11 @@ const Kind kKinds[] = {{"random bytes", RandomBytes},
                        {"encrypted garbage", EncryptedGarbage},
                        {"encrypted sealed garbage", EncryptedSealed},
                        {"command responder", Responder},
+                       {"stalls, then calls back", StallThenCallBack},
                        {"mutated stream", MutatedStream}};
 
 // ---- Threads ----------------------------------------------------------------------------------
 
-std::atomic<bool> stop{false};
 std::atomic<long> budget{0};
 
 void PeerThread(int port, uint64_t seed) {
@@ -490,7 +659,16 @@ void HostThread(uint64_t seed) {
         // Half the commands wait for their reply, half have it delivered to the response queue.
         // Besides ControllerInfo, the commands with the loosest reply readings and the file
         // transfers, whose chunks and ends the responders answer with garbage too.
-        const char* m = macs[rng() % macs.size()].c_str();
+        // Half the time a controller that may stall, when one is there, so that it stalls in the
+        // middle of a command or a stream often enough.
+        std::vector<std::string> stallers;
+        for (const std::string& mac : macs) {
+            for (int i = 0; i < kStallerMacs; ++i) {
+                if (mac == MacText(kFirstStallerMac + i)) stallers.push_back(mac);
+            }
+        }
+        const std::vector<std::string>& pool = !stallers.empty() && rng() % 2 ? stallers : macs;
+        const char* m = pool[rng() % pool.size()].c_str();
         const auto tag = static_cast<uint32_t>(rng() % 1000);
         const auto size = static_cast<int32_t>(rng() % 64 + 1);
         int32_t rc = 0;
@@ -663,6 +841,7 @@ int main(int argc, char** argv) {
     int32_t wait = 1000;
     RecvWaitTime(1, &wait);
     const int port = FreePort();
+    fuzzPort = port;
     if (Initialization(port, nullptr, nullptr) != 0 || !WaitFor([port] { return ListenerUp(port); }, 10s)) {
         std::printf("netfuzz: the library did not start listening on 127.0.0.1:%d\n", port);
         return 1;
@@ -759,6 +938,13 @@ int main(int argc, char** argv) {
     }
     std::printf("  host commands         %ld blocking (result:count%s), %ld with the reply queued\n",
                 commands, results.c_str(), queuedCommands.load());
+    std::printf("  stalled controllers   %ld stopped answering, %ld of them in the middle of a command\n"
+                "                        or stream; the library closed %ld of their links (the\n"
+                "                        others closed them themselves); %ld unlisted with their\n"
+                "                        link left up; %ld listed again when they called back,\n"
+                "                        %ld not\n",
+                stalls.load(), stallsOnACommand.load(), stallsClosedByLibrary.load(),
+                stallsLost.load(), stallsRelisted.load(), stallsNotRelisted.load());
     std::printf("  process               up; a fresh controller %s\n",
                 serves ? "identified and answered ControllerInfo" : "was NOT served");
     std::printf("  threads               %d before, %d after settling %.1f s with the host idle, "
@@ -777,6 +963,8 @@ int main(int argc, char** argv) {
     std::string why;
     if (leak) why += "threads or descriptors leaked; ";
     if (!serves) why += "the library no longer serves; ";
+    if (stallsNotRelisted > 0) why += "a controller that stopped answering was not listed again; ";
+    if (stallsLost > 0) why += "a controller given up on kept its link, unlisted; ";
     if (idleLeak && !leak && !(o.tolerateParked && pinned)) {
         why += "Workers of closed links stayed while the host was idle (waiting to park unasked "
                "replies); ";
