@@ -18,6 +18,7 @@ namespace Zanth
 
         public static void Keep(Delegate callback)
         {
+            ExitGuard.Install();
             lock (gate)
             {
                 if (!kept.Contains(callback)) kept.Add(callback);

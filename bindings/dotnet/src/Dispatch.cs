@@ -119,10 +119,16 @@ namespace Zanth
 
         // ---- Trampolines: on the library's threads ----------------------------------------------
 
+        static void Attached()
+        {
+            ExitGuard.Entered();
+        }
+
         static int OnText(Channel c, IntPtr text)
         {
             try
             {
+                Attached();
                 string t = NativeText.FromPointer(text) ?? "";
                 if (c.Padded) t = t.TrimEnd(' ');
                 Deliver(c, new ControllerTextEventArgs(c.Name, t));
@@ -138,6 +144,7 @@ namespace Zanth
         {
             try
             {
+                Attached();
                 Deliver(c, new ControllerEventArgs((NativeText.FromPointer(mac) ?? "").Trim()));
             }
             catch (Exception e)
@@ -151,6 +158,7 @@ namespace Zanth
         {
             try
             {
+                Attached();
                 if (response == IntPtr.Zero) return 0;
                 ZanthResponse r = ZanthResponse.FromPointer(response);
                 string frame = NativeText.Decode(r.Text, 0, NativeText.FrameLength(r.Text, r.Text.Length));
