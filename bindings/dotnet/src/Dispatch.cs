@@ -229,16 +229,5 @@ namespace Zanth
                 }
             });
         }
-
-        /// <summary>Items of `kind` waiting for a handler, and those the full backlog dropped.</summary>
-        public static long Waiting(Kind kind, out long dropped)
-        {
-            Channel c = channels[(int)kind];
-            lock (c.DeliverLock)
-            {
-                dropped = c.Dropped;
-                return c.Backlog.Count;
-            }
-        }
     }
 }

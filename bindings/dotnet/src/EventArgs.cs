@@ -31,8 +31,7 @@ namespace Zanth
             Text = text;
         }
 
-        /// <summary>The payload's fields: each ';' ends one, and nothing after the last one counts
-        /// unless it is text.</summary>
+        /// <summary>The payload split at ';' (the empty piece after a final ';' left out).</summary>
         public string[] Fields
         {
             get

@@ -24,7 +24,7 @@ namespace Zanth
         /// <summary>Before a callback is handed to the library.</summary>
         public static void Install()
         {
-            if (Type.GetType("Mono.Runtime") == null) return;
+            if (Type.GetType("Mono.Runtime") == null || Environment.OSVersion.Platform != PlatformID.Unix) return;
             if (Interlocked.Exchange(ref installed, 1) != 0) return;
             AppDomain.CurrentDomain.ProcessExit += (sender, args) =>
             {
