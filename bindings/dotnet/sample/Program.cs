@@ -20,7 +20,7 @@ namespace ZanthSample
     public static class Program
     {
         static readonly object print = new object();
-        static int controllers, events, alarms, granted, denied, postAccess, failures;
+        static int controllers, events, alarms, granted, denied, refused, postAccess, failures;
 
         static void Say(string line)
         {
@@ -139,7 +139,8 @@ namespace ZanthSample
                 Say("stopping");
             }
             Say("summary: " + controllers + " connects, " + events + " events, " + alarms + " alarms, " +
-                (granted + denied) + " look-ups (" + granted + " granted, " + denied + " denied), " +
+                (granted + denied + refused) + " look-ups (" + granted + " granted, " + denied + " denied, " + refused +
+                " refused by the controller), " +
                 postAccess + " door reports, " + failures + " failures");
             return 0;
         }
@@ -174,6 +175,13 @@ namespace ZanthSample
                 else Interlocked.Increment(ref denied);
                 Say("look-up " + mac + " door " + door + " card " + card + ": " + (open ? "granted" : "denied") +
                     " (controller answered " + answer + ")");
+            }
+            catch (ZanthException e) when (e.Code > -10000)
+            {
+                // The controller's own answer: no such look-up pending (it was decided already, say).
+                Interlocked.Increment(ref refused);
+                Say("look-up " + mac + " door " + door + " card " + card + ": the controller refused the decision (" +
+                    e.Code + ")");
             }
             catch (ZanthException e)
             {

@@ -122,7 +122,10 @@ namespace Zanth.Tests
                     }
                     else
                     {
-                        Console.Error.WriteLine(name + ": still running after " + timeout + " s: stopped");
+                        Console.Error.WriteLine(name + ": still running after " + timeout + " s: its threads, then stopped");
+                        // Mono writes every managed thread's stack on SIGQUIT.
+                        using (Process quit = Process.Start("kill", "-QUIT " + child.Id)) quit.WaitForExit();
+                        child.WaitForExit(2000);
                         child.Kill();
                         child.WaitForExit();
                     }

@@ -138,11 +138,21 @@ namespace Zanth.Tests
                 zanth.PostAccessReported += doors.Add;
                 zanth.HandlerFailed += failures.Add;
                 // The door's decision, taken on the library's thread as a host would: card 1001 opens.
+                // A decision sent while the link is being ended waits for its reply until the wait
+                // time has passed: 5 s here, and such failures don't count.
+                ZanthApi.RecvWaitTime(1, 5000);
+                var deciding = true;
                 zanth.LookupReceived += (s, e) =>
                 {
                     lookups.Add(s, e);
                     string[] f = e.Fields;  // MAC;door;card;facility;
-                    ZanthApi.RecheckLookupCard(f[0], f[1] + ";" + f[2] + ";" + (f[2] == "1001" ? 1 : 0) + ";");
+                    try
+                    {
+                        ZanthApi.RecheckLookupCard(f[0], f[1] + ";" + f[2] + ";" + (f[2] == "1001" ? 1 : 0) + ";");
+                    }
+                    catch (ZanthException) when (!deciding)
+                    {
+                    }
                 };
                 using (new Simulator(port, "--event-interval-ms 200 --alarm-interval-ms 300 --lookup-interval-ms 300"))
                 {
@@ -160,6 +170,7 @@ namespace Zanth.Tests
                     Assert.Equal(Mac, pins.Items[0].Fields[0], "the PIN names its controller");
                     Assert.Equal("2", pins.Items[0].Fields[1], "and the door");
 
+                    deciding = false;
                     Assert.Equal(0, ZanthApi.Terminate(Mac), "link told to end");
                     Assert.True(Wait.Until(() => disconnected.Any(d => ZanthLibrary.SameMac(d.Mac, Mac))), "Disconnected");
                 }
@@ -278,7 +289,7 @@ namespace Zanth.Tests
                 Assert.Equal(0, sample.WaitForExit(30), "the sample ended by itself:\n" + sample.Output);
                 string summary = sample.Output.Split('\n').First(l => l.Contains("summary:"));
                 Assert.Contains("2 connects", summary, "summary");
-                Assert.Contains(" 0 failures", summary, "summary");
+                Assert.True(summary.Contains(" 0 failures"), "no failure in the summary:\n" + sample.Output);
                 Assert.True(!sample.Output.Contains("threw"), "no handler failed:\n" + sample.Output);
             }
         }
