@@ -135,6 +135,10 @@ void CallPath::CallPrepared(const PreparedCall& call, CallRequest request, Done 
         Finish(call, request, FromResult(call, RunHere(call), true), std::move(done));
         return;
     }
+    if (call.SentUnconfirmed() && options_.model.connected && !options_.model.connected(call.Mac())) {
+        Finish(call, request, FromResult(call, ResultOnly(call, kNotConnected), true), std::move(done));
+        return;
+    }
     auto deadline = std::chrono::milliseconds(DeadlineMs(request.deadlineMs));
     auto shared = std::make_shared<std::pair<CallRequest, Done>>(std::move(request), std::move(done));
     auto state = std::make_shared<BlockingState>();
@@ -148,6 +152,10 @@ void CallPath::CallPrepared(const PreparedCall& call, CallRequest request, Done 
                 } else if (!awaits) {
                     a = FromResult(call, ResultOnly(call, r.local), true);
                 } else {
+                    if (LogEnabled(Level::Debug)) {
+                        Log(Level::Debug, "commands", "%s to %s: reply %.200s", call.Name().c_str(),
+                            call.Mac().c_str(), r.frame.c_str());
+                    }
                     a = FromResult(call, DecodeReply(call, r.frame), false);
                 }
                 break;

@@ -171,6 +171,7 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     CallPath::Options co;
     co.model.filesDir = config.filesDir;
     co.model.macForm = [&controllers](const std::string& mac) { return controllers.LibraryMac(mac); };
+    co.model.connected = [&controllers](const std::string& mac) { return controllers.IsConnected(mac); };
     co.defaultDeadlineMs = config.commandDeadlineMs;
     co.maxDeadlineMs = config.commandDeadlineMaxMs;
     CallPath calls(co, router, ingest, metrics);

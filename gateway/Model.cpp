@@ -125,6 +125,9 @@ const std::string& PreparedCall::Name() const { return impl ? impl->name : kEmpt
 const std::string& PreparedCall::Mac() const { return impl ? impl->mac : kEmpty; }
 CallWay PreparedCall::Way() const { return impl ? impl->way : CallWay::kLocal; }
 bool PreparedCall::AwaitsReply() const { return impl && impl->awaits; }
+bool PreparedCall::SentUnconfirmed() const {
+    return impl && impl->way == CallWay::kRsp && impl->rsp && zanth::RuleOf(impl->rsp->rule).alwaysOk;
+}
 json PreparedCall::AuditArgs() const { return impl ? impl->audit : json::object(); }
 
 std::vector<std::string> CallableExports() {
@@ -242,7 +245,10 @@ int32_t SendRsp(const PreparedCall& call, uint32_t rspid) {
     }
     args["rspid"] = static_cast<int64_t>(rspid);
     try {
-        return dyn::Invoke(c.rsp->name, args).result;
+        // Some Rsp forms say -1 for "queued" (a reading schedule command), or -1 whatever happened
+        // (a writing one): by the form's own rule, a success means the message went out.
+        int32_t result = dyn::Invoke(c.rsp->name, args).result;
+        return zanth::Succeeded(c.rsp->rule, result) ? 0 : (result == 0 ? -10001 : result);
     } catch (const zanth::ArgumentError&) {
         return -10002;
     } catch (const std::exception&) {

@@ -45,6 +45,9 @@ struct CallOptions {
     // The library's own form of a controller's MAC ("XX:XX:XX" as the client gave it
     // normalised); none: the normalised form.
     std::function<std::string(const std::string& mac)> macForm;
+    // Whether a controller is connected now, for the calls whose Rsp form can't tell; none:
+    // taken as connected.
+    std::function<bool(const std::string& mac)> connected;
 };
 
 class PreparedCall {
@@ -61,6 +64,9 @@ class PreparedCall {
     // False when the controller sends no reply that the call waits for (an Rsp call answered
     // by its local result).
     bool AwaitsReply() const;
+    // The Rsp form's own result says nothing (not even whether the message went out): the caller
+    // tells a controller that isn't connected by other means.
+    bool SentUnconfirmed() const;
     // The arguments as given, for the audit record: PINs and passwords masked, bytes counted.
     nlohmann::json AuditArgs() const;
 

@@ -218,6 +218,17 @@ void HttpApi::ResourceRoutes() {
         out["audit_id"] = a.body.value("audit_id", json(nullptr));
         Send(res, 200, out);
     };
+    // Before the routes by card: "by-uid/42/status" would read as a card set, format and number.
+    s.Get(v1 + byUid + "/status", [=, this](const httplib::Request& req, httplib::Response& res) {
+        int64_t uid = 0;
+        std::string m;
+        CallAnswer a;
+        if (!macOf(req, res, &m) || !uidOf(req, res, &uid)) return;
+        if (!Run(req, res, call("GetCardholderStatus3", {{"mac", m}, {"uniqueId", uid}}), &a)) return;
+        json out = a.result.outputs;
+        out["uniqueId"] = uid;
+        Send(res, 200, out);
+    });
     s.Put(v1 + byCard, [=](const httplib::Request& req, httplib::Response& res) {
         json key;
         std::string m;
@@ -249,16 +260,6 @@ void HttpApi::ResourceRoutes() {
         key["pin"] = req.has_param("pin") ? req.get_param_value("pin") : "0";
         if (!Run(req, res, call("DeleteCardRecord", key), &a)) return;
         Send(res, 200, {{"deleted", true}, {"audit_id", a.body.value("audit_id", json(nullptr))}});
-    });
-    s.Get(v1 + byUid + "/status", [=, this](const httplib::Request& req, httplib::Response& res) {
-        int64_t uid = 0;
-        std::string m;
-        CallAnswer a;
-        if (!macOf(req, res, &m) || !uidOf(req, res, &uid)) return;
-        if (!Run(req, res, call("GetCardholderStatus3", {{"mac", m}, {"uniqueId", uid}}), &a)) return;
-        json out = a.result.outputs;
-        out["uniqueId"] = uid;
-        Send(res, 200, out);
     });
     s.Delete(v1 + byUid, [=, this](const httplib::Request& req, httplib::Response& res) {
         int64_t uid = 0;

@@ -128,7 +128,7 @@ void ResponseRouter::Run() {
         {
             std::unique_lock<std::mutex> lock(mutex_);
             if (stop_) return;
-            if (waiting_.empty()) {
+            if (waiting_.empty() && std::chrono::steady_clock::now() >= watchUntil_) {
                 cv_.wait(lock, [&] { return stop_ || !waiting_.empty(); });
                 if (stop_) return;
             }
@@ -162,6 +162,7 @@ void ResponseRouter::Run() {
                 if (it->second.deadline <= now) {
                     expired.push_back(std::move(it->second));
                     it = waiting_.erase(it);
+                    watchUntil_ = now + std::chrono::minutes(1);
                 } else {
                     ++it;
                 }

@@ -79,6 +79,9 @@ class ResponseRouter {
     uint32_t nextRspid_ = 1;
     bool accepting_ = true;
     bool stop_ = false;
+    // After a time-out the queue is still watched for a while, so that a late reply is taken
+    // and dropped rather than left in the library until the next command.
+    std::chrono::steady_clock::time_point watchUntil_{};
 };
 
 }  // namespace zanthd
