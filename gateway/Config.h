@@ -86,7 +86,7 @@ struct Config {
     Scope anonymousScope = Scope::Read;
     int64_t maxBodyBytes = 65536;
     int64_t maxUploadBytes = 16 << 20;  // bulk card loads and files
-    int threads = 32;
+    int threads = 128;
 
     std::vector<TokenConfig> tokens;
 

@@ -200,6 +200,8 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
                   [&ingest] { return ingest.Healthy() ? 1.0 : 0.0; });
     metrics.Gauge("zanthd_commands_in_flight", "Commands sent and waiting for their reply.",
                   [&router] { return static_cast<double>(router.InFlight()); });
+    metrics.Gauge("zanthd_journal_commit_seconds_total", "Time spent committing to the journal so far.",
+                  [&journal] { return static_cast<double>(journal.CommitNanos()) / 1e9; });
     metrics.Gauge("zanthd_journal_commit_seconds_per_commit", "Mean time of a journal commit so far.",
                   [&journal] {
                       uint64_t n = journal.Commits();

@@ -153,6 +153,8 @@ bool HttpApi::Start(std::string* error) {
     // every other request to max_body_bytes.
     server_->set_payload_max_length(static_cast<size_t>(std::max(c.maxBodyBytes, c.maxUploadBytes)));
     server_->set_keep_alive_max_count(1000);
+    // An answer goes out whole at once: no wait for the client's delayed acknowledgement.
+    server_->set_tcp_nodelay(true);
     server_->set_read_timeout(10, 0);
     Routes();
     if (!server_->bind_to_port(c.listenHost, c.listenPort)) {

@@ -16,7 +16,6 @@ Metrics::Metrics()
          "Replies that came after their command's deadline and were dropped.");
     Help("zanthd_decisions_total", "counter", "Door decisions, by source and outcome.");
     Help("zanthd_journal_commits_total", "counter", "Journal transactions committed.");
-    Help("zanthd_journal_commit_seconds_total", "counter", "Time spent committing to the journal.");
     Help("zanthd_journal_errors_total", "counter", "Journal transactions that failed.");
     Help("zanthd_http_requests_total", "counter", "HTTP requests, by status code.");
     Help("zanthd_command_timeouts_total", "counter", "Commands that passed their deadline, by export.");
