@@ -2,6 +2,10 @@
 
 #include <httplib.h>
 
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
 #include <future>
 #include <nlohmann/json.hpp>
 
@@ -156,10 +160,22 @@ bool HttpApi::Start(std::string* error) {
     // An answer goes out whole at once: no wait for the client's delayed acknowledgement.
     server_->set_tcp_nodelay(true);
     server_->set_read_timeout(10, 0);
+    // The server listens with a backlog of five: a hundred clients that connect at once would
+    // overflow it, and some would find their connection gone at their first request. The
+    // listening socket is kept here and its backlog raised once it listens.
+    int listening = -1;
+    server_->set_socket_options([&listening](int fd) {
+        int yes = 1;
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        listening = fd;
+    });
     Routes();
     if (!server_->bind_to_port(c.listenHost, c.listenPort)) {
         *error = "cannot listen on " + c.listenHost + ":" + std::to_string(c.listenPort);
         return false;
+    }
+    if (listening >= 0 && ::listen(listening, SOMAXCONN) != 0) {
+        Log(Level::Warn, "http", "the listening backlog stays at five: %s", std::strerror(errno));
     }
     port_ = c.listenPort;
     thread_ = std::thread([this] { server_->listen_after_bind(); });

@@ -378,6 +378,8 @@ class Bench {
         std::atomic<bool> go{false}, stop{false};
         std::vector<std::vector<double>> latencies(static_cast<size_t>(count));
         std::vector<size_t> failures(static_cast<size_t>(count), 0);
+        std::mutex whyMutex;
+        std::map<std::string, size_t> why;
         std::vector<std::thread> threads;
         for (int i = 0; i < count; ++i) {
             threads.emplace_back([&, i] {
@@ -392,6 +394,9 @@ class Bench {
                         latencies[static_cast<size_t>(i)].push_back(ms);
                     } else {
                         ++failures[static_cast<size_t>(i)];
+                        std::lock_guard<std::mutex> lock(whyMutex);
+                        ++why[(r ? std::to_string(r->status) + " " + r->body.substr(0, 120) : httplib::to_string(r.error())) +
+                              " (call " + std::to_string(latencies[static_cast<size_t>(i)].size() + failures[static_cast<size_t>(i)]) + ")"];
                     }
                 }
             });
@@ -420,6 +425,7 @@ class Bench {
                Fixed(100 * cpu / seconds, 0)});
         std::printf("\n%d clients, each calling POST /call/ControllerInfo on its own controller back to back:\n\n", count);
         t.Print();
+        for (const auto& [text, n] : why) std::printf("failed %zu times: %s\n", n, text.c_str());
         std::printf("\nmodel: a command goes out at its Worker's next turn and its reply is read one turn later;\n"
                     "back to back, the next one can leave in the turn that read the reply (one per turn,\n"
                     "21.3/s) or the turn after (one per two turns, 10.6/s).\n");
