@@ -125,11 +125,25 @@ void CallPath::Call(CallRequest request, Done done) {
 CallAnswer CallPath::CallAndWait(CallRequest request) {
     auto promise = std::make_shared<std::promise<CallAnswer>>();
     auto future = promise->get_future();
+    // The answer comes by the deadline, but an audit record may then wait for a journal that
+    // stopped taking records: the caller is not held for ever.
+    auto patience = std::chrono::milliseconds(DeadlineMs(request.deadlineMs)) + std::chrono::seconds(15);
     Call(std::move(request), [promise](const CallAnswer& a) { promise->set_value(a); });
-    return future.get();
+    if (future.wait_for(patience) == std::future_status::ready) return future.get();
+    CallAnswer a = Plain(CallAnswer::Kind::kUnavailable, 503,
+                         "the command was made, but its audit record waits for the journal, which can't "
+                         "take records now: " + ingest_.Problem());
+    return a;
 }
 
 void CallPath::CallPrepared(const PreparedCall& call, CallRequest request, Done done) {
+    // An operator's command is made only while its audit record can be kept.
+    if (!request.actor.empty() && call.Way() != CallWay::kLocal && !ingest_.Healthy()) {
+        CallAnswer a = Plain(CallAnswer::Kind::kUnavailable, 503,
+                             "the journal can't take records now, and every command is journaled: " + ingest_.Problem());
+        done(a);
+        return;
+    }
     if (Repeated(request, done)) return;
     if (call.Way() == CallWay::kLocal) {
         Finish(call, request, FromResult(call, RunHere(call), true), std::move(done));

@@ -517,11 +517,17 @@ void HttpApi::ResourceRoutes() {
         ctx_.ingest.Submit(std::move(r));
         Send(res, 201, {{"name", name}, {"size", req.body.size()}});
     });
-    s.Delete(v1 + R"(/files/([^/]+))", [folder](const httplib::Request& req, httplib::Response& res) {
+    s.Delete(v1 + R"(/files/([^/]+))", [this, folder](const httplib::Request& req, httplib::Response& res) {
         std::string name = req.matches[1].str();
         if (!FileName(name)) return Send(res, 400, {{"error", "name: letters, digits, '.', '_' and '-'"}, {"field", "name"}});
         std::error_code ec;
         if (!fs::remove(folder / name, ec)) return Send(res, 404, {{"error", "no file " + name + " in the files folder"}});
+        Record r;
+        r.kind = "audit";
+        r.actor = Actor(req);
+        r.raw = "file removed";
+        r.fields = Dump({{"file", name}});
+        ctx_.ingest.Submit(std::move(r));
         res.status = 204;
     });
     auto transfer = [=, this](const httplib::Request& req, httplib::Response& res, bool send) {
