@@ -319,7 +319,7 @@ void Resources(json& paths) {
         "Unlocks the door: switches its relay on (CmdOutputFunction3); the relay timer, written to the controller "
         "once per connection from the door's open_ms, locks it again.", "Doors", {door}, nullptr, opened));
     paths["/controllers/{mac}/doors/{door}/open"]["post"] = Command(Op(
-        "The same, for the door the config maps to this controller's door number.", "Doors",
+        "Unlocks the door that the config maps to this controller's door number, as above.", "Doors",
         {mac, PathParam("door", "The door's number, as the controller's look-ups name it.", kInt)}, nullptr, opened));
     paths["/controllers/{mac}/outputs/{target}/{output}"]["put"] = Command(Op(
         "Switches an output (CmdOutputFunction3): state 0 off, 1 on, 2 toggle.", "Outputs and inputs",
@@ -455,8 +455,14 @@ json Components() {
 json OpenApiDocument(const std::string& site, const std::string& libraryVersion) {
     json paths = json::object();
     Resources(paths);
+    // The resources first, then the commands by family, as the model orders its families.
     json tags = json::array();
     std::set<std::string> seen;
+    for (const char* tag : {"Controllers", "Doors", "Cards", "Time", "Outputs and inputs", "Schedules on controllers",
+                            "Files", "Journal", "Rules", "Gateway", "Commands"}) {
+        tags.push_back({{"name", tag}});
+        seen.insert(tag);
+    }
     for (const meta::Export& e : meta::kExports) {
         if (e.category != meta::Category::kCommand && e.category != meta::Category::kInfo) continue;
         paths["/call/" + std::string(e.name)]["post"] = CallOperation(e);
@@ -551,7 +557,7 @@ function render() {
   const filter = document.getElementById("filter").value.toLowerCase();
   out.replaceChildren();
   out.append(el("p", {}, doc.info.description));
-  const byTag = new Map();
+  const byTag = new Map((doc.tags || []).map(t => [t.name, []]));
   for (const [path, ops] of Object.entries(doc.paths)) {
     if (filter && !path.toLowerCase().includes(filter)) continue;
     for (const [method, op] of Object.entries(ops)) {
@@ -561,6 +567,7 @@ function render() {
     }
   }
   for (const [tag, list] of byTag) {
+    if (!list.length) continue;
     out.append(el("h2", {}, tag + " (" + list.length + ")"));
     for (const [path, method, op] of list) {
       const d = el("details", {}, el("summary", {}, el("span", {class: "m " + method}, method.toUpperCase()),
