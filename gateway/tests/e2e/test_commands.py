@@ -6,6 +6,7 @@ import base64
 import json
 import os
 import random
+import threading
 
 from conftest import READER, wait_for
 
@@ -76,6 +77,9 @@ def test_call_answers_refuses_before_sending_and_journals(site):
         assert r.json()["field"] == field and words in r.json()["error"], (export, r.json())
     assert g.request("POST", "/call/GetTimeDate", data="[1,2]", headers={"Content-Type": "application/json"}).status_code == 400
     assert g.request("POST", "/call/GetTimeDate", data="{nope", headers={"Content-Type": "application/json"}).status_code == 400
+    # Only bulk loads and files may be larger than max_body_bytes (4096 here).
+    big = g.call("SetTZ", {"mac": "00:00:01", "tz": "x" * 5000})
+    assert big.status_code == 413 and "field" not in big.json()
     # The exports the gateway keeps to itself.
     for export in ("Shutdown", "Initialization", "SetValidControllers", "RecvWaitTime", "SetEventCallback",
                    "GetNextEvent", "GetNextLookup", "GetNextResponse", "EventLogSize", "ContactController"):
@@ -117,8 +121,8 @@ def test_call_answers_refuses_before_sending_and_journals(site):
 
 def test_deadline_answers_504_and_the_late_reply_is_dropped(site):
     g = site.gateway().start()
-    # Every time read (code 19) of this controller is answered 1.5 s late.
-    sim = site.sim(g.port, "--count", "1", "--late", "19:1500")
+    # Every time read (code 19) and every input status of a board (code 2) is answered 1.5 s late.
+    sim = site.sim(g.port, "--count", "1", "--late", "19:1500", "--late", "2:1500")
     g.connected(1)
     r = g.call("GetTimeDate", {"mac": "00:00:01"}, params={"deadline_ms": 300})
     assert r.status_code == 504, r.text
@@ -132,8 +136,30 @@ def test_deadline_answers_504_and_the_late_reply_is_dropped(site):
     r = g.call("GetTimeDate", {"mac": "00:00:01"}, params={"deadline_ms": 10 ** 8})
     assert r.status_code == 400 and r.json()["field"] == "deadline_ms"
     assert g.metric("zanthd_commands_total", export="GetTimeDate", result="timeout") == 1
-    timeout = [a for a in audits(g) if a["fields"].get("result") == "timeout"]
-    assert len(timeout) == 1 and timeout[0]["fields"]["status"] == 504
+
+    # A repeat that comes while the first is still under way waits for the first's answer.
+    answers = []
+    def timed_read():
+        answers.append(g.call("GetTimeDate", {"mac": "00:00:01"}, params={"deadline_ms": 5000},
+                              headers={"Idempotency-Key": "slow-1"}).json())
+    first = threading.Thread(target=timed_read)
+    first.start()
+    wait_for(lambda: g.metric("zanthd_commands_in_flight") >= 1, 10, "the first read under way")
+    timed_read()
+    first.join()
+    assert sorted(a.get("repeat", False) for a in answers) == [False, True], answers
+    assert answers[0]["outputs"] == answers[1]["outputs"] and answers[0]["audit_id"] == answers[1]["audit_id"]
+
+    # A command without a Rsp form runs in its blocking form: past its deadline the caller hears
+    # 504, and the result that comes later is dropped too.
+    late = g.metric("zanthd_late_replies_total")
+    r = g.call("GetInputStatus", {"mac": "00:00:01", "target": 0}, params={"deadline_ms": 300})
+    assert r.status_code == 504 and r.json()["export"] == "GetInputStatus", r.text
+    wait_for(lambda: g.metric("zanthd_late_replies_total") > late, 30, "the blocking call's late result dropped")
+    again = g.call("GetInputStatus", {"mac": "00:00:01", "target": 0}, params={"deadline_ms": 5000}).json()
+    assert again["ok"] and again["outputs"]["buffer"] == "0" * 16, again
+    timeout = [a["fields"]["export"] for a in audits(g) if a["fields"].get("result") == "timeout"]
+    assert timeout == ["GetTimeDate", "GetInputStatus"]
     sim.stop()
     g.stop()
 
@@ -204,8 +230,16 @@ def test_cards_by_key_and_by_unique_id_and_a_bulk_load(site):
         assert (rec["uniqueId"], rec["pin"], rec["accessGroup1"], rec["endDate"]) == (
             1000 + i, str(1000 + i % 9000), i % 7, "2031/01/31")
     assert any(l["id"] == done["id"] for l in g.get("/card-loads").json()["loads"])
+    # A record the controller refuses is named in the progress; the others go in.
+    clash = [card_record(i) for i in range(300, 305)]
+    clash[2]["cardNumber"] = "50000"  # held by the record of unique ID 1000
+    r = g.request("POST", "/controllers/00:00:01/card-loads", json={"cards": clash})
+    second = wait_for(lambda: (p := g.get(f"/card-loads/{r.json()['id']}").json())["state"] == "done" and p, 60, "the second load")
+    assert (second["ok"], second["failed"]) == (4, 1), second
+    assert second["errors"] == [{"index": 2, "cardNumber": "50000", "status": 200, "result": -104,
+                                 "name": "controller result"}], second["errors"]
     loads = [a for a in audits(g) if a["raw"].startswith("card load")]
-    assert [a["raw"] for a in loads] == ["card load started", "card load ended"]
+    assert [a["raw"] for a in loads] == ["card load started", "card load ended"] * 2
     assert loads[1]["fields"]["ok"] == 300 and loads[1]["actor"] == "operator"
     sim.stop()
     # A load to a controller that went away stops, and says why.
