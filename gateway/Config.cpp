@@ -165,6 +165,7 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
     c.dataDir = c.dir / "data";
     c.journal = c.dir / "journal.db";
     c.rulesDb = c.dir / "rules.db";
+    c.filesDir = c.dir / "files";
 
     toml::table root;
     try {
@@ -198,8 +199,10 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
                    "\"" + c.timeZone + "\"");
         }
         s.Path("library", c.dir, &c.library);
+        s.Path("files_dir", c.dir, &c.filesDir);
         s.Finish();
         if (c.dataDir.empty()) c.dataDir = c.dir / "data";
+        if (c.filesDir.empty()) c.filesDir = c.dir / "files";
     }
     {
         Section s(file, SubTable(file, root, "library"), "library");
@@ -228,6 +231,14 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
         s.Int("event_ring", int64_t{0}, int64_t{2000000000}, &c.eventRing);
         s.Int("alarm_ring", int64_t{0}, int64_t{2000000000}, &c.alarmRing);
         s.Int("command_deadline_ms", 100, 600000, &c.commandDeadlineMs);
+        s.Int("command_deadline_max_ms", 100, 3600000, &c.commandDeadlineMaxMs);
+        s.Int("blocking_wait_ms", 100, 600000, &c.blockingWaitMs);
+        s.Int("card_load_window", 1, 64, &c.cardLoadWindow);
+        if (c.commandDeadlineMaxMs < c.commandDeadlineMs) {
+            s.Fail(*s.Take("command_deadline_max_ms"), "command_deadline_max_ms",
+                   "at least command_deadline_ms (" + std::to_string(c.commandDeadlineMs) + ")",
+                   std::to_string(c.commandDeadlineMaxMs));
+        }
         s.Int("lookup_poll_us", 100, 100000, &c.lookupPollUs);
         s.Int("queue_poll_ms", 1, 1000, &c.queuePollMs);
         for (const char* ring : {"event_ring", "alarm_ring"}) {
@@ -285,6 +296,7 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
         s.Bool("allow_anonymous", &c.allowAnonymous);
         c.anonymousScope = ParseScope(s, "anonymous_scope", Scope::Read);
         s.Int("max_body_bytes", int64_t{256}, int64_t{64} << 20, &c.maxBodyBytes);
+        s.Int("max_upload_bytes", int64_t{256}, int64_t{1} << 30, &c.maxUploadBytes);
         s.Int("threads", 4, 1024, &c.threads);
         if (c.tlsCert.empty() != c.tlsKey.empty()) {
             const toml::node* n = s.Take(c.tlsCert.empty() ? "tls_key" : "tls_cert");
@@ -373,6 +385,7 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
             s.Int("door", 0, 255, &d.door);
             s.Int("relay", 0, 15, &d.relay);
             s.Int("lock_input", 0, 15, &d.lockInput);
+            s.Int("open_ms", 0, 1320000, &d.openMs);
             if (d.name.empty()) s.Fail(item, "name", "a name for the door", "none");
             if (!names.insert(d.name).second) s.Fail(*s.Take("name"), "name", "a door name not used before", "\"" + d.name + "\"");
             d.controller = NormalizeMac(mac);

@@ -33,6 +33,7 @@ struct DoorConfig {
     int door = 1;
     int relay = 0;
     int lockInput = 8;
+    int openMs = 5000;  // the relay timer: how long an opened door stays unlocked (0: not set)
 };
 
 enum class DecisionMode { Rules, Webhook };
@@ -47,6 +48,7 @@ struct Config {
     std::string logLevel = "info";
     std::string timeZone = "UTC";
     std::filesystem::path library;  // empty: libzanth.so.2 through the normal search path
+    std::filesystem::path filesDir; // default: <config folder>/files
 
     // [library]
     int port = 3001;
@@ -58,6 +60,9 @@ struct Config {
     int64_t eventRing = 0;           // 0: controllers x 21.3/s x ringSeconds
     int64_t alarmRing = 0;           // 0: a quarter of the event ring, at least 5000
     int commandDeadlineMs = 10000;
+    int commandDeadlineMaxMs = 300000;
+    int blockingWaitMs = 15000;      // RecvWaitTime: a blocking call's wait for its reply
+    int cardLoadWindow = 8;          // Rsp calls of a bulk card load in flight at once
     int lookupPollUs = 1000;
     int queuePollMs = 5;
 
@@ -80,7 +85,8 @@ struct Config {
     bool allowAnonymous = false;  // only honoured on a loopback address
     Scope anonymousScope = Scope::Read;
     int64_t maxBodyBytes = 65536;
-    int threads = 32;
+    int64_t maxUploadBytes = 16 << 20;  // bulk card loads and files
+    int threads = 128;
 
     std::vector<TokenConfig> tokens;
 

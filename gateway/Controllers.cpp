@@ -1,88 +1,116 @@
 #include "gateway/Controllers.h"
 
-#include <cstring>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "gateway/Ingest.h"
-#include "gateway/LibraryApi.h"
+#include "gateway/Library.h"
+#include "gateway/Log.h"
 #include "gateway/PayloadCodec.h"
 
 namespace zanthd {
 
-Controllers::Controllers(const LibraryApi& api, Ingest& ingest, std::vector<std::string> valid,
-                         bool validAll)
-    : api_(api), ingest_(ingest), valid_(std::move(valid)), validAll_(validAll) {
-    for (const std::string& mac : valid_) states_[mac] = {mac, true, false, 0, 0};
+Controllers::Controllers(Library& library, Ingest& ingest, std::vector<std::string> valid, bool validAll)
+    : library_(library), ingest_(ingest), valid_(std::move(valid)), validAll_(validAll) {
+    for (const std::string& mac : valid_) states_[mac] = {mac, true, false, 0, 0, 0};
 }
 
 Controllers::~Controllers() { Stop(); }
 
-void Controllers::Start() { thread_ = std::thread([this] { Run(); }); }
+void Controllers::Start() {
+    stop_ = false;
+    thread_ = std::thread([this] { Run(); });
+}
 
 void Controllers::Stop() {
-    stop_ = true;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stop_ = true;
+        woken_ = true;
+    }
+    wake_.notify_all();
     if (thread_.joinable()) thread_.join();
 }
 
 void Controllers::Run() {
-    while (!stop_) {
-        Poll();
-        for (int i = 0; i < 10 && !stop_; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (;;) {
+        {
+            std::unique_lock<std::mutex> lock(mutex_);
+            wake_.wait_for(lock, std::chrono::milliseconds(500), [this] { return woken_; });
+            woken_ = false;
+            if (stop_) return;
+        }
+        Refresh();
     }
 }
 
-void Controllers::Poll() {
-    // 20 characters and a comma per controller; grown when the library says it didn't fit.
-    static thread_local std::vector<char> buffer(4096);
-    int32_t rc;
-    while ((rc = api_.GetConnectedControllers(buffer.data(), static_cast<int32_t>(buffer.size()))) == -10006 &&
-           buffer.size() < (64u << 20)) {
-        buffer.resize(buffer.size() * 2);
+void Controllers::Notice(const std::string& libraryMac, bool connected) {
+    std::string mac = NormalizeMac(libraryMac);
+    Record r;
+    r.kind = connected ? "connect" : "disconnect";
+    r.mac = mac;
+    r.raw = libraryMac;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!mac.empty()) {
+            ControllerState& s = states_[mac];
+            s.mac = mac;
+            s.valid = s.valid || validAll_;
+            ++s.notices;
+            if (connected) libraryMacs_[mac] = libraryMac;
+        }
+        woken_ = true;
     }
-    if (rc != 0) return;
-    std::set<std::string> now;
-    std::string list(buffer.data(), strnlen(buffer.data(), buffer.size()));
+    // A worker that ends before it has read its MAC is noticed with whatever its MAC then held.
+    r.fields = nlohmann::json({{"notice", connected ? "connected" : "disconnected"},
+                               {"mac_known", !mac.empty()}})
+                   .dump();
+    ingest_.Submit(std::move(r));
+    wake_.notify_all();
+    // A link that came and went between two looks at the list still gets its connect work; the
+    // hook's work is the same however often it runs.
+    if (connected && !mac.empty() && hook_) hook_(mac);
+}
+
+void Controllers::Refresh() {
+    std::lock_guard<std::mutex> one(refreshMutex_);
+    std::string list;
+    if (!library_.Connected(&list)) return;
+    std::map<std::string, std::string> now;  // normalised -> as the library has it
     size_t start = 0;
     while (start <= list.size()) {
         size_t comma = list.find(',', start);
         std::string item = list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
         std::string mac = NormalizeMac(item);
-        if (!mac.empty()) now.insert(mac);
+        if (!mac.empty()) now[mac] = item;
         if (comma == std::string::npos) break;
         start = comma + 1;
     }
-    std::vector<Record> changes;
+    std::vector<std::string> connected;
     int64_t t = NowMs();
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        for (const std::string& mac : now) {
+        for (const auto& [mac, form] : now) {
             ControllerState& s = states_[mac];
             s.mac = mac;
             s.valid = s.valid || validAll_;
+            libraryMacs_[mac] = form;
             if (!s.connected) {
                 s.connected = true;
                 s.connectedSinceMs = t;
-                s.lastHeardMs = t;
-                Record r;
-                r.kind = "connect";
-                r.mac = mac;
-                r.raw = mac;
-                changes.push_back(r);
+                s.lastHeardMs = std::max(s.lastHeardMs, t);
+                connected.push_back(mac);
             }
         }
         for (auto& [mac, s] : states_) {
-            if (s.connected && now.count(mac) == 0) {
-                s.connected = false;
-                Record r;
-                r.kind = "disconnect";
-                r.mac = mac;
-                r.raw = mac;
-                changes.push_back(r);
-            }
+            if (s.connected && now.count(mac) == 0) s.connected = false;
         }
     }
-    for (Record& r : changes) ingest_.Submit(std::move(r));
+    for (const std::string& mac : connected) {
+        Log(Level::Debug, "controllers", "%s is connected", mac.c_str());
+        if (hook_) hook_(mac);
+    }
 }
 
 void Controllers::Heard(const std::vector<Record>& records) {
@@ -110,11 +138,23 @@ bool Controllers::Find(const std::string& mac, ControllerState* out) const {
     return true;
 }
 
+bool Controllers::IsConnected(const std::string& mac) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = states_.find(mac);
+    return it != states_.end() && it->second.connected;
+}
+
 size_t Controllers::ConnectedCount() const {
     std::lock_guard<std::mutex> lock(mutex_);
     size_t n = 0;
     for (const auto& [mac, s] : states_) n += s.connected ? 1 : 0;
     return n;
+}
+
+std::string Controllers::LibraryMac(const std::string& mac) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = libraryMacs_.find(mac);
+    return it == libraryMacs_.end() ? mac : it->second;
 }
 
 }  // namespace zanthd

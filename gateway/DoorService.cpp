@@ -3,12 +3,12 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "gateway/CallPath.h"
 #include "gateway/Ingest.h"
-#include "gateway/LibraryApi.h"
+#include "gateway/Library.h"
 #include "gateway/Log.h"
 #include "gateway/Metrics.h"
 #include "gateway/PayloadCodec.h"
-#include "gateway/ResponseRouter.h"
 
 namespace zanthd {
 namespace {
@@ -19,9 +19,9 @@ double MsSince(std::chrono::steady_clock::time_point t) {
 
 }  // namespace
 
-DoorService::DoorService(const Config& config, const LibraryApi& api, const PayloadCodec& codec,
-                         Decider& decider, ResponseRouter& router, Ingest& ingest, Metrics& metrics)
-    : config_(config), api_(api), codec_(codec), decider_(decider), router_(router), ingest_(ingest),
+DoorService::DoorService(const Config& config, Library& library, const PayloadCodec& codec,
+                         Decider& decider, CallPath& calls, Ingest& ingest, Metrics& metrics)
+    : config_(config), library_(library), codec_(codec), decider_(decider), calls_(calls), ingest_(ingest),
       metrics_(metrics) {
     for (const DoorConfig& d : config_.doors) doors_[{d.controller, d.door}] = &d;
 }
@@ -50,22 +50,23 @@ void DoorService::Stop(int graceMs) {
 }
 
 void DoorService::Run() {
-    char buffer[4200];
     const auto poll = std::chrono::microseconds(config_.lookupPollUs);
     while (!stop_) {
         bool busy = false;
         if (taking_) {
             // Look-ups first: a person waits at the door.
-            while (api_.GetNextLookup(buffer, sizeof buffer - 1) == 0) {
-                TakeLookup(std::string(buffer, strnlen(buffer, sizeof buffer - 1)));
+            while (auto lookup = library_.NextLookup()) {
+                TakeLookup(*lookup);
                 busy = true;
             }
-            while (api_.GetNextPin(buffer, sizeof buffer - 1) == 0) {
-                TakePin(std::string(buffer, strnlen(buffer, sizeof buffer - 1)));
+            while (auto pin = library_.NextPin()) {
+                TakePin(*pin);
                 busy = true;
             }
-            while (api_.GetNextPostAccess(buffer, sizeof buffer - 1) == 0) {
-                TakeDoorReport(std::string(buffer, strnlen(buffer, sizeof buffer - 1)));
+            // Door reports come padded with blanks.
+            while (auto report = library_.NextPostAccess()) {
+                report->erase(report->find_last_not_of(' ') + 1);
+                TakeDoorReport(*report);
                 busy = true;
             }
         }
@@ -158,15 +159,13 @@ void DoorService::Resolve(Open& o, const DecisionAnswer& answer) {
         o.answer = answer;
         o.deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(config_.pinTimeoutMs);
         std::string mac = o.request.lookup.mac;
-        uint32_t door = static_cast<uint32_t>(o.request.lookup.door);
-        uint32_t seconds = static_cast<uint32_t>(config_.pinSeconds);
-        uint32_t digits = static_cast<uint32_t>(config_.pinDigits);
-        const LibraryApi& api = api_;
-        router_.Submit("RspRequestPin",
-                       [&api, mac, door, seconds, digits](uint32_t rspid) {
-                           return api.RspRequestPin(rspid, mac.c_str(), door, seconds, digits);
-                       },
-                       std::chrono::milliseconds(config_.commandDeadlineMs), nullptr);
+        CallRequest ask;
+        ask.exportName = "RspRequestPin";
+        ask.args = {{"mac", mac}, {"pinValue1", o.request.lookup.door}, {"pinValue2", config_.pinSeconds},
+                    {"pinValue3", config_.pinDigits}};
+        calls_.Call(std::move(ask), [mac](const CallAnswer& a) {
+            if (!a.Ok()) Log(Level::Warn, "doors", "the PIN request to %s failed: %s", mac.c_str(), a.body.dump().c_str());
+        });
         Record r;
         r.kind = "decision";
         r.mac = mac;
@@ -184,21 +183,17 @@ void DoorService::Resolve(Open& o, const DecisionAnswer& answer) {
 }
 
 void DoorService::SendDecision(Open& o, bool grant, const std::string& source, const std::string& reason) {
-    std::string text = codec_.DecisionText(o.request.lookup, grant);
     std::string mac = o.request.lookup.mac;
-    const LibraryApi& api = api_;
     double latency = MsSince(o.taken);
-    router_.Submit("RspRecheckLookupCard",
-                   [&api, mac, text](uint32_t rspid) {
-                       return api.RspRecheckLookupCard(rspid, mac.c_str(), text.c_str());
-                   },
-                   std::chrono::milliseconds(config_.commandDeadlineMs),
-                   [mac](const CommandResult& r) {
-                       if (r.outcome != CommandResult::Outcome::Replied) {
-                           Log(Level::Warn, "doors", "the decision for %s did not reach it (%s)", mac.c_str(),
-                               r.outcome == CommandResult::Outcome::Refused ? ResultName(r.local) : "no reply");
-                       }
-                   });
+    CallRequest answer;
+    answer.exportName = "RspRecheckLookupCard";
+    answer.args = {{"mac", mac}, {"data", codec_.DecisionText(o.request.lookup, grant)}};
+    calls_.Call(std::move(answer), [mac](const CallAnswer& a) {
+        if (a.kind != CallAnswer::Kind::kAnswered) {
+            Log(Level::Warn, "doors", "the decision for %s did not reach it: %s", mac.c_str(),
+                a.body.value("error", std::string("?")).c_str());
+        }
+    });
     metrics_.ObserveDecision(latency / 1000.0);
     metrics_.Count("zanthd_decisions_total",
                    Metrics::Label("source", source) + "," + Metrics::Label("decision", grant ? "grant" : "deny"));

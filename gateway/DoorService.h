@@ -1,8 +1,8 @@
 #pragma once
 // The doors' side of the gateway: one thread takes look-ups, PIN reports and door reports from
 // the library's queues by polling them tightly (never the callbacks' one-second sleep), asks the
-// decider, and answers each look-up with RspRecheckLookupCard through the response router, so a
-// slow controller holds up no other controller's answer. A look-up whose rules want a PIN gets a
+// decider, and answers each look-up with RecheckLookupCard's Rsp form on the call path (through
+// the response router), so a slow controller holds up no other controller's answer. A look-up whose rules want a PIN gets a
 // RequestPin, and the answer waits for the PIN report (or its time-out). Every look-up is
 // journaled with its decision, where it came from and how long it took.
 
@@ -21,16 +21,16 @@
 
 namespace zanthd {
 
-struct LibraryApi;
+class CallPath;
+class Library;
 class Ingest;
 class Metrics;
-class ResponseRouter;
 class PayloadCodec;
 
 class DoorService {
   public:
-    DoorService(const Config& config, const LibraryApi& api, const PayloadCodec& codec,
-                Decider& decider, ResponseRouter& router, Ingest& ingest, Metrics& metrics);
+    DoorService(const Config& config, Library& library, const PayloadCodec& codec,
+                Decider& decider, CallPath& calls, Ingest& ingest, Metrics& metrics);
     ~DoorService();
     void Start();
     // Stops taking look-ups; those already taken are still answered (for up to `graceMs`).
@@ -60,10 +60,10 @@ class DoorService {
     void SendDecision(Open& open, bool grant, const std::string& source, const std::string& reason);
 
     const Config& config_;
-    const LibraryApi& api_;
+    Library& library_;
     const PayloadCodec& codec_;
     Decider& decider_;
-    ResponseRouter& router_;
+    CallPath& calls_;
     Ingest& ingest_;
     Metrics& metrics_;
     std::map<std::pair<std::string, int>, const DoorConfig*> doors_;

@@ -8,19 +8,25 @@
 #include <filesystem>
 #include <memory>
 
+#include "gateway/CallPath.h"
+#include "gateway/CardLoads.h"
 #include "gateway/Controllers.h"
 #include "gateway/Decider.h"
 #include "gateway/DoorService.h"
 #include "gateway/Http.h"
+#include "gateway/HttpJson.h"
 #include "gateway/Ingest.h"
 #include "gateway/Intake.h"
 #include "gateway/Journal.h"
-#include "gateway/LibraryApi.h"
+#include "gateway/Library.h"
 #include "gateway/Log.h"
 #include "gateway/Metrics.h"
+#include "gateway/Model.h"
+#include "gateway/OpenApi.h"
 #include "gateway/PayloadCodec.h"
 #include "gateway/ResponseRouter.h"
 #include "gateway/Rules.h"
+#include "gateway/SiteSync.h"
 #include "gateway/SiteTime.h"
 
 namespace zanthd {
@@ -44,20 +50,19 @@ int64_t AlarmRingSize(const Config& c) {
 
 // Sizes a ring once, before the library starts: a resize discards the ring's records, so what
 // is unread is taken into the journal first.
-bool SizeRing(const LibraryApi& api, Ingest& ingest, bool alarms, int64_t want) {
+bool SizeRing(Library& library, Ingest& ingest, bool alarms, int64_t want) {
     uint64_t current = 0;
-    (alarms ? api.AlarmLogSize : api.EventLogSize)(0, &current);
+    if (!library.RingSize(alarms, &current)) return false;
     if (static_cast<int64_t>(current) == want) return true;
     std::string error;
-    if (!ingest.DrainRings(api, &error)) {
+    if (!ingest.DrainRings(library, &error)) {
         Log(Level::Error, "library", "cannot take the unread records before resizing the rings: %s", error.c_str());
         return false;
     }
-    uint64_t value = static_cast<uint64_t>(want);
-    int32_t rc = (alarms ? api.AlarmLogSize : api.EventLogSize)(1, &value);
+    int32_t rc = library.SetRingSize(alarms, static_cast<uint64_t>(want));
     if (rc != 0) {
-        Log(Level::Error, "library", "%s(1, %lld) returned %d", alarms ? "AlarmLogSize" : "EventLogSize",
-            static_cast<long long>(want), rc);
+        Log(Level::Error, "library", "%s(1, %lld) returned %d (%s)", alarms ? "AlarmLogSize" : "EventLogSize",
+            static_cast<long long>(want), rc, ResultName(rc).c_str());
         return false;
     }
     Log(Level::Info, "library", "%s ring sized from %llu to %lld records", alarms ? "alarm" : "event",
@@ -126,20 +131,26 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
         return 1;
     }
 
-    LibraryApi api;
-    if (!api.Load(config.library.string(), &error)) {
+    std::error_code made;
+    fs::create_directories(config.filesDir, made);
+    if (made) {
+        Log(Level::Error, "gateway", "cannot make the files folder %s: %s", config.filesDir.c_str(), made.message().c_str());
+        return 1;
+    }
+
+    Library library;
+    if (!library.Load(config.library.string(), &error)) {
         Log(Level::Error, "library", "%s", error.c_str());
         return 1;
     }
-    char text[300] = {};
-    api.GetDLLVersion(text, sizeof text);
-    Log(Level::Info, "library", "libzanth %s loaded in %s", text, config.dataDir.c_str());
-    char logPath[256] = {};
-    if (api.GetLogFilePath(logPath) == 0 && logPath[0] != '\0') {
+    std::string version = library.Version();
+    Log(Level::Info, "library", "libzanth %s loaded in %s", version.c_str(), config.dataDir.c_str());
+    std::string logFolder = library.LogFolder();
+    if (!logFolder.empty()) {
         Log(Level::Warn, "library",
-            "this user's log folder setting sends the library's files to %s, not the data folder", logPath);
+            "this user's log folder setting sends the library's files to %s, not the data folder", logFolder.c_str());
     }
-    if (!SizeRing(api, ingest, false, EventRingSize(config)) || !SizeRing(api, ingest, true, AlarmRingSize(config))) {
+    if (!SizeRing(library, ingest, false, EventRingSize(config)) || !SizeRing(library, ingest, true, AlarmRingSize(config))) {
         return 1;
     }
     std::string valid = "ALL";
@@ -147,11 +158,23 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
         valid.clear();
         for (const std::string& mac : config.valid) valid += (valid.empty() ? "" : ",") + mac;
     }
-    api.SetValidControllers(valid.c_str());
+    library.SetValid(valid);
+    // A blocking call holds every other command up in the library until its reply or its wait
+    // ends: the library's five minutes would stop the doors' decisions for as long.
+    if (int32_t rc = library.SetWaitTime(config.blockingWaitMs); rc != 0) {
+        Log(Level::Warn, "library", "RecvWaitTime(%d) returned %d", config.blockingWaitMs, rc);
+    }
 
-    ResponseRouter router(api, metrics);
-    Controllers controllers(api, ingest, config.valid, config.validAll);
+    ResponseRouter router(library, metrics);
+    Controllers controllers(library, ingest, config.valid, config.validAll);
     journal.Subscribe([&controllers](const std::vector<Record>& records) { controllers.Heard(records); });
+    CallPath::Options co;
+    co.model.filesDir = config.filesDir;
+    co.model.macForm = [&controllers](const std::string& mac) { return controllers.LibraryMac(mac); };
+    co.model.connected = [&controllers](const std::string& mac) { return controllers.IsConnected(mac); };
+    co.defaultDeadlineMs = config.commandDeadlineMs;
+    co.maxDeadlineMs = config.commandDeadlineMaxMs;
+    CallPath calls(co, router, ingest, metrics);
     std::unique_ptr<Decider> decider;
     if (config.mode == DecisionMode::Webhook) {
         decider = std::make_unique<WebhookDecider>(config.webhookUrl, config.webhookTimeoutMs,
@@ -159,17 +182,17 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     } else {
         decider = std::make_unique<RulesDecider>(rules, *clock);
     }
-    DoorService doors(config, api, codec, *decider, router, ingest, metrics);
+    DoorService doors(config, library, codec, *decider, calls, ingest, metrics);
+    SiteSync sync(config, controllers, rules, calls);
+    controllers.OnConnect([&sync](const std::string& mac) { sync.Connected(mac); });
+    CardLoads loads(calls, ingest, config.cardLoadWindow);
 
     metrics.Gauge("zanthd_controllers_connected", "Controllers connected now.",
                   [&controllers] { return static_cast<double>(controllers.ConnectedCount()); });
     metrics.Gauge("zanthd_journal_lag_records",
                   "Records waiting to be journaled: unread in the message files, submitted and in hand.",
-                  [&api, &ingest] {
-                      uint64_t events = 0, alarms = 0;
-                      api.NumberUnreadEvents(&events);
-                      api.NumberUnreadAlarms(&alarms);
-                      return static_cast<double>(events + alarms + ingest.Backlog());
+                  [&library, &ingest] {
+                      return static_cast<double>(library.Unread(false) + library.Unread(true) + ingest.Backlog());
                   });
     metrics.Gauge("zanthd_journal_last_id", "The last id stored in the journal.",
                   [&journal] { return static_cast<double>(journal.LastId()); });
@@ -177,18 +200,24 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
                   [&ingest] { return ingest.Healthy() ? 1.0 : 0.0; });
     metrics.Gauge("zanthd_commands_in_flight", "Commands sent and waiting for their reply.",
                   [&router] { return static_cast<double>(router.InFlight()); });
+    metrics.Gauge("zanthd_journal_commit_seconds_total", "Time spent committing to the journal so far.",
+                  [&journal] { return static_cast<double>(journal.CommitNanos()) / 1e9; });
     metrics.Gauge("zanthd_journal_commit_seconds_per_commit", "Mean time of a journal commit so far.",
                   [&journal] {
                       uint64_t n = journal.Commits();
                       return n ? static_cast<double>(journal.CommitNanos()) / 1e9 / static_cast<double>(n) : 0.0;
                   });
 
-    ingest.Start(&api);
+    ingest.Start(&library);
     router.Start();
+    calls.Start();
     std::atomic<bool> libraryUp{false};
-    int32_t rc = api.Initialization(config.port, nullptr, nullptr);
+    int32_t rc = library.Start(
+        config.port, [&controllers](const std::string& mac) { controllers.Notice(mac, true); },
+        [&controllers](const std::string& mac) { controllers.Notice(mac, false); });
     if (rc != 0) {
-        Log(Level::Error, "library", "Initialization(%d) returned %d (%s)", config.port, rc, ResultName(rc));
+        Log(Level::Error, "library", "Initialization(%d) returned %d (%s)", config.port, rc, ResultName(rc).c_str());
+        calls.Stop();
         router.Stop(0);
         ingest.Stop(2000);
         return 1;
@@ -196,14 +225,19 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     libraryUp = true;
     controllers.Start();
     doors.Start();
+    sync.Start();
+    sync.PendingChanged();
 
-    HttpApi http({config, journal, ingest, controllers, rules, metrics, [&libraryUp] { return libraryUp.load(); }});
+    HttpApi http({config, journal, ingest, controllers, rules, metrics, calls, loads, sync, codec, *clock,
+                  Dump(OpenApiDocument(config.site, version)), [&libraryUp] { return libraryUp.load(); }});
     if (!http.Start(&error)) {
         Log(Level::Error, "http", "%s", error.c_str());
+        sync.Stop();
         doors.Stop(0);
         controllers.Stop();
+        calls.Stop();
         router.Stop(0);
-        api.Shutdown();
+        library.Stop();
         ingest.Stop(2000);
         return 1;
     }
@@ -221,13 +255,17 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
 
     // Requests first, then the doors (decisions taken are still sent), then the commands in
     // flight end or fail with their code, then the library, and the journal takes the rest.
+    // The router's stop ends every wait for a reply, so the threads that wait (the sync, a card
+    // load) are free to end; a blocking call under way ends with the library.
     http.Stop();
     doors.Stop(1000);
     decider->Stop();
     router.Stop(3000);
+    sync.Stop();
     controllers.Stop();
-    api.Shutdown();
+    library.Stop();
     libraryUp = false;
+    calls.Stop();
     ingest.Stop(3000);
     journal.Close();
     Log(Level::Info, "gateway", "stopped in %.1f s; journal last id %lld",

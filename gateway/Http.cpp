@@ -2,11 +2,19 @@
 
 #include <httplib.h>
 
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
 #include <future>
 #include <nlohmann/json.hpp>
 
 #include "gateway/ApiInput.h"
+#include "gateway/CallPath.h"
 #include "gateway/Controllers.h"
+#include "gateway/HttpJson.h"
+#include "gateway/OpenApi.h"
+#include "gateway/SiteSync.h"
 #include "gateway/Ingest.h"
 #include "gateway/Journal.h"
 #include "gateway/Log.h"
@@ -19,18 +27,6 @@ namespace {
 
 using nlohmann::json;
 
-std::string IsoTime(int64_t ms) {
-    if (ms <= 0) return "";
-    std::time_t s = static_cast<std::time_t>(ms / 1000);
-    std::tm utc{};
-    gmtime_r(&s, &utc);
-    char text[96];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900,
-                  utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
-                  static_cast<int>(ms % 1000));
-    return text;
-}
-
 json RecordJson(const Record& r) {
     json j = {{"id", r.id}, {"kind", r.kind}, {"mac", r.mac}, {"received", IsoTime(r.receivedMs)},
               {"received_ms", r.receivedMs}, {"raw", r.raw}};
@@ -41,13 +37,6 @@ json RecordJson(const Record& r) {
     if (r.latencyMs >= 0) j["latency_ms"] = r.latencyMs;
     if (!r.actor.empty()) j["actor"] = r.actor;
     return j;
-}
-
-std::string Dump(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }
-
-void Send(httplib::Response& res, int status, const json& j) {
-    res.status = status;
-    res.set_content(Dump(j) + "\n", "application/json");
 }
 
 json ControllerJson(const ControllerState& s) {
@@ -68,6 +57,24 @@ json ScheduleJson(const Schedule& s) {
     json j = json::parse(ToJson(s.doc));
     j["id"] = s.id;
     return j;
+}
+
+// A path that may carry more than max_body_bytes: a file for the files folder, a bulk card load.
+bool IsUpload(const std::string& path) {
+    auto segments = [](std::string_view p) {
+        std::vector<std::string_view> out;
+        for (size_t start = 1; start <= p.size();) {
+            size_t slash = p.find('/', start);
+            size_t end = slash == std::string_view::npos ? p.size() : slash;
+            out.push_back(p.substr(start, end - start));
+            start = end + 1;
+        }
+        return out;
+    };
+    auto s = segments(path);
+    if (s.size() < 4 || s[0] != "api" || s[1] != "v1") return false;
+    return (s.size() == 4 && s[2] == "files" && !s[3].empty()) ||
+           (s.size() == 5 && s[2] == "controllers" && !s[3].empty() && s[4] == "card-loads");
 }
 
 const std::string* Param(const httplib::Request& req, const char* name, std::string* holder) {
@@ -146,13 +153,29 @@ bool HttpApi::Start(std::string* error) {
     }
     int threads = c.threads;
     server_->new_task_queue = [threads] { return new httplib::ThreadPool(static_cast<size_t>(threads)); };
-    server_->set_payload_max_length(static_cast<size_t>(c.maxBodyBytes));
+    // Bulk card loads and files may be larger than other bodies: the pre-routing handler holds
+    // every other request to max_body_bytes.
+    server_->set_payload_max_length(static_cast<size_t>(std::max(c.maxBodyBytes, c.maxUploadBytes)));
     server_->set_keep_alive_max_count(1000);
+    // An answer goes out whole at once: no wait for the client's delayed acknowledgement.
+    server_->set_tcp_nodelay(true);
     server_->set_read_timeout(10, 0);
+    // The server listens with a backlog of five: a hundred clients that connect at once would
+    // overflow it, and some would find their connection gone at their first request. The
+    // listening socket is kept here and its backlog raised once it listens.
+    int listening = -1;
+    server_->set_socket_options([&listening](int fd) {
+        int yes = 1;
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        listening = fd;
+    });
     Routes();
     if (!server_->bind_to_port(c.listenHost, c.listenPort)) {
         *error = "cannot listen on " + c.listenHost + ":" + std::to_string(c.listenPort);
         return false;
+    }
+    if (listening >= 0 && ::listen(listening, SOMAXCONN) != 0) {
+        Log(Level::Warn, "http", "the listening backlog stays at five: %s", std::strerror(errno));
     }
     port_ = c.listenPort;
     thread_ = std::thread([this] { server_->listen_after_bind(); });
@@ -200,8 +223,20 @@ void HttpApi::Routes() {
             Send(res, 503, {{"error", "the gateway is stopping"}});
             return httplib::Server::HandlerResponse::Handled;
         }
+        // The readable page of the API holds no data: it asks for a token to read the document.
+        if (req.method == "GET" && (req.path == "/docs" || req.path == "/api/v1/docs")) {
+            return httplib::Server::HandlerResponse::Unhandled;
+        }
         Scope needed = req.method == "GET" || req.method == "HEAD" ? Scope::Read : Scope::Operator;
         if (!Authorize(req, res, needed, nullptr)) return httplib::Server::HandlerResponse::Handled;
+        if (req.has_header("Content-Length")) {
+            int64_t limit = IsUpload(req.path) ? ctx_.config.maxUploadBytes : ctx_.config.maxBodyBytes;
+            auto length = ParseNumber(req.get_header_value("Content-Length"), 0, INT64_MAX);
+            if (length && *length > limit) {
+                Send(res, 413, {{"error", "the body is larger than the gateway takes here (" + std::to_string(limit) + " bytes)"}});
+                return httplib::Server::HandlerResponse::Handled;
+            }
+        }
         return httplib::Server::HandlerResponse::Unhandled;
     });
 
@@ -227,6 +262,8 @@ void HttpApi::Routes() {
     }
 
     s.Get(v1 + "/controllers", [this](const httplib::Request&, httplib::Response& res) {
+        // What is connected now, from the library; connects and disconnects are in the journal.
+        ctx_.controllers.Refresh();
         json list = json::array();
         for (const ControllerState& c : ctx_.controllers.List()) list.push_back(ControllerJson(c));
         Send(res, 200, {{"controllers", list}, {"connected", ctx_.controllers.ConnectedCount()}});
@@ -276,11 +313,13 @@ void HttpApi::Routes() {
         if (!create && !ParseId(req.matches[1].str(), &id)) return Error(res, {400, "id", "a cardholder id, 1 or more"});
         CardholderInput in;
         ApiError e;
+        if (!BodyBounded(req, res)) return;
         if (!ParseCardholder(req.body, &in, &e)) return Error(res, e);
         if (!ctx_.ingest.Healthy()) return Error(res, {503, "", "the journal can't take records now: " + ctx_.ingest.Problem()});
         Cardholder out;
         if (!ctx_.rules.PutCardholder(id, in, &out, &e)) return Error(res, e);
         json body = CardholderJson(out);
+        ctx_.sync.PendingChanged();
         if (!Audit(actor, create ? "cardholder added" : "cardholder changed", Dump(body), res)) return;
         Send(res, create ? 201 : 200, body);
     };
@@ -294,6 +333,7 @@ void HttpApi::Routes() {
         if (!ctx_.ingest.Healthy()) return Error(res, {503, "", "the journal can't take records now: " + ctx_.ingest.Problem()});
         ApiError e;
         if (!ctx_.rules.DeleteCardholder(id, &e)) return Error(res, e);
+        ctx_.sync.PendingChanged();
         if (!Audit(actor, "cardholder removed", Dump({{"id", id}}), res)) return;
         res.status = 204;
     });
@@ -312,6 +352,7 @@ void HttpApi::Routes() {
         if (!create && !ParseId(req.matches[1].str(), &id)) return Error(res, {400, "id", "a schedule id, 1 or more"});
         ScheduleInput in;
         ApiError e;
+        if (!BodyBounded(req, res)) return;
         if (!ParseSchedule(req.body, &in, &e)) return Error(res, e);
         if (!ctx_.ingest.Healthy()) return Error(res, {503, "", "the journal can't take records now: " + ctx_.ingest.Problem()});
         Schedule out;
@@ -346,10 +387,24 @@ void HttpApi::Routes() {
         for (const PendingChange& p : list) {
             out.push_back({{"id", p.id}, {"mac", p.mac}, {"op", p.op}, {"card", p.card},
                            {"facility", p.facility ? json(*p.facility) : json(nullptr)},
-                           {"cardholder", p.cardholder}, {"created", IsoTime(p.createdMs)}});
+                           {"cardholder", p.cardholder}, {"created", IsoTime(p.createdMs)},
+                           {"last_result", p.lastResult.empty() ? json(nullptr) : json(p.lastResult)}});
         }
         Send(res, 200, {{"pending", out}});
     });
+
+    CallRoutes();
+    ResourceRoutes();
+    auto document = [this](const httplib::Request&, httplib::Response& res) {
+        res.set_content(ctx_.openApi, "application/json");
+    };
+    auto page = [](const httplib::Request&, httplib::Response& res) {
+        res.set_content(OpenApiPage(), "text/html; charset=utf-8");
+    };
+    for (const std::string& prefix : {v1, std::string()}) {
+        s.Get(prefix + "/openapi.json", document);
+        s.Get(prefix + "/docs", page);
+    }
 }
 
 void HttpApi::Events(const httplib::Request& req, httplib::Response& res) {

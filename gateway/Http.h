@@ -8,6 +8,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 
@@ -22,12 +23,19 @@ struct Response;
 
 namespace zanthd {
 
+class CallPath;
+class CardLoads;
 class Controllers;
 class Ingest;
 class Journal;
 class Metrics;
+class PayloadCodec;
 class RulesStore;
+class SiteClock;
+class SiteSync;
 struct ApiError;
+struct CallAnswer;
+struct CallRequest;
 
 struct HttpContext {
     const Config& config;
@@ -36,6 +44,12 @@ struct HttpContext {
     Controllers& controllers;
     RulesStore& rules;
     Metrics& metrics;
+    CallPath& calls;
+    CardLoads& loads;
+    SiteSync& sync;
+    const PayloadCodec& codec;
+    const SiteClock& clock;
+    std::string openApi;          // the OpenAPI document, as served
     std::function<bool()> ready;  // the library is up and listening
 };
 
@@ -51,6 +65,22 @@ class HttpApi {
 
   private:
     void Routes();
+    // POST /call/{export} and the resources on the same call path (Resources.cpp).
+    void CallRoutes();
+    void ResourceRoutes();
+    // The token's name of an authorised request.
+    std::string Actor(const httplib::Request& req) const;
+    // The request's deadline_ms, when it gives one; false (and a 400 sent) when it is bad.
+    bool Deadline(const httplib::Request& req, httplib::Response& res, int* ms);
+    // A body within max_body_bytes; false (and a 413 sent) when it isn't.
+    bool BodyBounded(const httplib::Request& req, httplib::Response& res);
+    // The request's body as a JSON object (an empty body: {}); false (and a 400 sent) otherwise.
+    bool JsonBody(const httplib::Request& req, httplib::Response& res, nlohmann::json* out);
+    // Runs a call for a resource: true when it succeeded (`answer` holds it); otherwise the
+    // client has its error: the call's own status, or for a controller's refusal the status its
+    // result stands for (404 for an unknown record, ...).
+    bool Run(const httplib::Request& req, httplib::Response& res, CallRequest call, CallAnswer* answer);
+    void SendAnswer(httplib::Response& res, const CallAnswer& answer);
     bool Authorize(const httplib::Request& req, httplib::Response& res, Scope needed, std::string* actor);
     void Error(httplib::Response& res, const ApiError& e);
     // Stores an audit record for an operator's change and waits for the journal.

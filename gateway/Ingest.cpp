@@ -4,15 +4,13 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
-#include "gateway/LibraryApi.h"
+#include "gateway/Library.h"
 #include "gateway/Log.h"
 #include "gateway/Metrics.h"
 #include "gateway/PayloadCodec.h"
 
 namespace zanthd {
 namespace {
-
-constexpr int32_t kNoMessage = -10008;
 
 std::string FieldsJson(const std::map<std::string, std::string>& fields) {
     nlohmann::json j = nlohmann::json::object();
@@ -66,8 +64,8 @@ bool Ingest::Recover(std::string* error) {
     return true;
 }
 
-bool Ingest::DrainRings(const LibraryApi& api, std::string* error) {
-    api_ = &api;
+bool Ingest::DrainRings(Library& library, std::string* error) {
+    api_ = &library;
     size_t total = 0;
     for (;;) {
         std::vector<Record> ring;
@@ -84,8 +82,8 @@ bool Ingest::DrainRings(const LibraryApi& api, std::string* error) {
     return true;
 }
 
-void Ingest::Start(const LibraryApi* api) {
-    api_ = api;
+void Ingest::Start(Library* library) {
+    api_ = library;
     stopping_ = false;
     thread_ = std::thread([this] { Run(); });
 }
@@ -151,21 +149,16 @@ void Ingest::SetProblem(const std::string& problem) {
 }
 
 void Ingest::TakeFromRings(size_t max, std::vector<Record>* out) {
-    const LibraryApi* api = api_.load();
+    Library* api = api_.load();
     if (api == nullptr) return;
-    char buffer[256];
     bool eventsEmpty = false, alarmsEmpty = false;
     // Alternate so that a flood of one kind doesn't starve the other.
     bool alarmTurn = alarmsFirst_;
     alarmsFirst_ = !alarmsFirst_;
     while (out->size() < max && !(eventsEmpty && alarmsEmpty)) {
         if ((alarmTurn && alarmsEmpty) || (!alarmTurn && eventsEmpty)) alarmTurn = !alarmTurn;
-        int32_t rc = alarmTurn ? api->GetNextAlarm(buffer, sizeof buffer)
-                               : api->GetNextEvent(buffer, sizeof buffer);
-        if (rc != 0) {
-            if (rc != kNoMessage) {
-                Log(Level::Warn, "journal", "%s returned %d", alarmTurn ? "GetNextAlarm" : "GetNextEvent", rc);
-            }
+        std::optional<std::string> text = alarmTurn ? api->NextAlarm() : api->NextEvent();
+        if (!text) {
             (alarmTurn ? alarmsEmpty : eventsEmpty) = true;
             alarmTurn = !alarmTurn;
             continue;
@@ -175,7 +168,7 @@ void Ingest::TakeFromRings(size_t max, std::vector<Record>* out) {
         entry.seq = nextSeq_++;
         entry.receivedMs = NowMs();
         entry.kind = alarmTurn ? 'a' : 'e';
-        entry.text.assign(buffer, strnlen(buffer, Intake::kTextMax));
+        entry.text = text->substr(0, std::min(text->find('\0'), Intake::kTextMax));
         out->push_back(FromRing(codec_, entry.kind, entry.text, entry.receivedMs));
         inHand_ = out->size();
         std::string error;

@@ -23,7 +23,7 @@
 
 namespace zanthd {
 
-struct LibraryApi;
+class Library;
 class Metrics;
 class PayloadCodec;
 
@@ -45,9 +45,9 @@ class Ingest {
     bool Recover(std::string* error);
     // Takes events and alarms from the message files until none is unread, while the library
     // is loaded but not yet started (before a resize of the rings would discard them).
-    bool DrainRings(const LibraryApi& api, std::string* error);
+    bool DrainRings(Library& library, std::string* error);
 
-    void Start(const LibraryApi* api);
+    void Start(Library* library);
     // Stops taking from the library, commits what is in hand and submitted (for up to
     // `graceMs`), and ends the thread.
     void Stop(int graceMs);
@@ -81,7 +81,7 @@ class Ingest {
     const PayloadCodec& codec_;
     Metrics& metrics_;
     const Options options_;
-    std::atomic<const LibraryApi*> api_{nullptr};
+    std::atomic<Library*> api_{nullptr};
 
     std::thread thread_;
     std::atomic<bool> stopping_{false};

@@ -10,14 +10,17 @@ Metrics::Metrics()
       buckets_(bounds_.size(), 0) {
     Help("zanthd_records_total", "counter", "Records stored in the journal, by kind.");
     Help("zanthd_commands_total", "counter",
-         "Commands sent to controllers, by export and result name.");
+         "Commands to controllers (and local exports) by export and result name: the library's "
+         "result names, ok, positive, controller result, timeout or stopped.");
     Help("zanthd_late_replies_total", "counter",
          "Replies that came after their command's deadline and were dropped.");
     Help("zanthd_decisions_total", "counter", "Door decisions, by source and outcome.");
     Help("zanthd_journal_commits_total", "counter", "Journal transactions committed.");
-    Help("zanthd_journal_commit_seconds_total", "counter", "Time spent committing to the journal.");
     Help("zanthd_journal_errors_total", "counter", "Journal transactions that failed.");
     Help("zanthd_http_requests_total", "counter", "HTTP requests, by status code.");
+    Help("zanthd_command_timeouts_total", "counter", "Commands that passed their deadline, by export.");
+    Help("zanthd_call_refusals_total", "counter",
+         "Calls refused before anything was sent (bad argument, withheld or unknown export), by status.");
 }
 
 std::string Metrics::Label(const std::string& key, const std::string& value) {

@@ -146,4 +146,15 @@ std::string ZanthPayloadCodec::DecisionText(const Lookup& lookup, bool grant) co
            (grant ? "1" : "0") + ";";
 }
 
+ControllerResult ZanthPayloadCodec::DescribeResult(int32_t result) const {
+    switch (result) {
+        case -100: return {"bad argument", 400};
+        case -101: return {"unknown record", 404};
+        case -102: return {"store full", 507};
+        case -103: return {"record deleted", 404};
+        case -104: return {"card in use", 409};
+        default: return {};
+    }
+}
+
 }  // namespace zanthd

@@ -23,6 +23,10 @@
 //
 // A PIN has no answer of its own: the gateway holds the look-up that wanted it and answers that
 // look-up with a decision once the PIN has been checked (or its time has run out).
+//
+// A controller's own results (the first field of a reply, passed on by the library below -99):
+//   -100 bad argument   -101 unknown record   -102 store full   -103 record deleted
+//   -104 card in use (by another record)
 
 #include <cstdint>
 #include <map>
@@ -54,6 +58,12 @@ struct PinReport {
     std::string pin;
 };
 
+// A controller's own negative result: its name and the HTTP status a resource answers it with.
+struct ControllerResult {
+    std::string name;  // empty: not one the codec knows
+    int status = 422;
+};
+
 class PayloadCodec {
   public:
     virtual ~PayloadCodec() = default;
@@ -64,6 +74,7 @@ class PayloadCodec {
     virtual std::optional<PinReport> ParsePin(std::string_view text) const = 0;
     virtual std::optional<ParsedMessage> ParseDoorReport(std::string_view text) const = 0;
     virtual std::string DecisionText(const Lookup& lookup, bool grant) const = 0;
+    virtual ControllerResult DescribeResult(int32_t result) const = 0;
 };
 
 // The format above.
@@ -74,6 +85,7 @@ class ZanthPayloadCodec final : public PayloadCodec {
     std::optional<PinReport> ParsePin(std::string_view text) const override;
     std::optional<ParsedMessage> ParseDoorReport(std::string_view text) const override;
     std::string DecisionText(const Lookup& lookup, bool grant) const override;
+    ControllerResult DescribeResult(int32_t result) const override;
 };
 
 // The ';'-ended fields of a text (a trailing field without ';' counts); NULs end the text.

@@ -4,6 +4,8 @@
 // for that rspid. Every command has a deadline; past it the waiter hears "timed out" and a reply
 // that still comes is dropped. Commands to different controllers are in flight at the same
 // time: the library keeps one Worker per controller, and an Rsp call only queues the message.
+// Work done elsewhere (a blocking call on the worker of its own) takes a ticket from the router,
+// so that it has the same deadline and the same "too late, dropped" as a reply.
 
 #include <atomic>
 #include <chrono>
@@ -17,11 +19,11 @@
 
 namespace zanthd {
 
-struct LibraryApi;
+class Library;
 class Metrics;
 
 struct CommandResult {
-    enum class Outcome { Replied, Refused, TimedOut, Stopped };
+    enum class Outcome { Replied, Refused, TimedOut, Stopped };  // Replied: also a ticket completed
     Outcome outcome = Outcome::Replied;
     int32_t local = 0;   // the Rsp call's own result (non-zero: refused, nothing was sent)
     std::string frame;   // the reply frame "CCCC;LLLL;payload"
@@ -29,16 +31,12 @@ struct CommandResult {
     std::string payload;
 };
 
-// The library's result names (-10001 kTerminating ...), or "ok" for 0 and "controller" for a
-// controller's own value.
-const char* ResultName(int32_t result);
-
 class ResponseRouter {
   public:
     using Send = std::function<int32_t(uint32_t rspid)>;
     using Done = std::function<void(const CommandResult&)>;
 
-    ResponseRouter(const LibraryApi& api, Metrics& metrics, int pollUs = 1000);
+    ResponseRouter(Library& library, Metrics& metrics, int pollUs = 1000);
     ~ResponseRouter();
     void Start();
     // Stops taking commands, waits up to `graceMs` for those in flight, then fails the rest
@@ -52,6 +50,12 @@ class ResponseRouter {
     // The same, waiting on the caller's thread.
     CommandResult Call(const std::string& exportName, Send send, std::chrono::milliseconds deadline);
 
+    // A ticket for work done elsewhere: `done` runs once, with Complete's result or with the
+    // time-out or the stop. 0 when the router no longer takes work (`done` has run: Stopped).
+    uint32_t Open(const std::string& exportName, std::chrono::milliseconds deadline, Done done);
+    // Ends a ticket; false when it had ended already (timed out: the result is dropped).
+    bool Complete(uint32_t ticket, const CommandResult& result);
+
     size_t InFlight() const;
 
   private:
@@ -62,8 +66,10 @@ class ResponseRouter {
     };
     void Run();
     void Finish(Waiting& w, const CommandResult& r);
+    // Takes the waiter of `rspid` out of the table; false when none waits.
+    bool Take(uint32_t rspid, Waiting* w);
 
-    const LibraryApi& api_;
+    Library& library_;
     Metrics& metrics_;
     const int pollUs_;
     std::thread thread_;
@@ -73,6 +79,9 @@ class ResponseRouter {
     uint32_t nextRspid_ = 1;
     bool accepting_ = true;
     bool stop_ = false;
+    // After a time-out the queue is still watched for a while, so that a late reply is taken
+    // and dropped rather than left in the library until the next command.
+    std::chrono::steady_clock::time_point watchUntil_{};
 };
 
 }  // namespace zanthd

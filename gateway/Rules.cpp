@@ -19,6 +19,9 @@ CREATE TABLE IF NOT EXISTS schedules(id INTEGER PRIMARY KEY AUTOINCREMENT, name 
 CREATE TABLE IF NOT EXISTS pending(id INTEGER PRIMARY KEY AUTOINCREMENT, mac TEXT NOT NULL,
                                    op TEXT NOT NULL, card INTEGER NOT NULL, facility INTEGER,
                                    holder INTEGER NOT NULL, created_ms INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS card_ids(id INTEGER PRIMARY KEY AUTOINCREMENT, number INTEGER NOT NULL,
+                                    facility INTEGER);
+CREATE UNIQUE INDEX IF NOT EXISTS card_ids_key ON card_ids(number, IFNULL(facility, -2147483649));
 )";
 
 bool Fail(ApiError* e, int status, const std::string& field, const std::string& message) {
@@ -128,7 +131,46 @@ bool RulesStore::Open(const std::string& path, std::string* error) {
         *error = db_.Error();
         return false;
     }
+    // A database of an earlier zanthd has no column for the controllers' refusals yet.
+    Statement columns = db_.Prepare("SELECT 1 FROM pragma_table_info('pending') WHERE name = 'last_result'");
+    if (columns.Step() != SQLITE_ROW && !db_.Exec("ALTER TABLE pending ADD COLUMN last_result TEXT")) {
+        *error = db_.Error();
+        return false;
+    }
     return Reload(error);
+}
+
+bool RulesStore::CardUid(uint32_t number, std::optional<int32_t> facility, uint32_t* uid) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Statement ins = db_.Prepare("INSERT OR IGNORE INTO card_ids(number, facility) VALUES(?1, ?2)");
+    Statement get = db_.Prepare(
+        "SELECT id FROM card_ids WHERE number = ?1 AND IFNULL(facility, -2147483649) = IFNULL(?2, -2147483649)");
+    for (Statement* q : {&ins, &get}) {
+        q->Bind(1, static_cast<int64_t>(number));
+        if (facility) q->Bind(2, static_cast<int64_t>(*facility)); else q->BindNull(2);
+    }
+    if (!ins.Run() || get.Step() != SQLITE_ROW) return false;
+    int64_t id = get.Int(0);
+    if (id < 1 || id > 4294967295LL) return false;
+    *uid = static_cast<uint32_t>(id);
+    return true;
+}
+
+bool RulesStore::FinishPending(int64_t id, const std::string& failure) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Statement q = failure.empty() ? db_.Prepare("DELETE FROM pending WHERE id = ?1")
+                                  : db_.Prepare("UPDATE pending SET last_result = ?2 WHERE id = ?1");
+    q.Bind(1, id);
+    if (!failure.empty()) q.Bind(2, failure);
+    return q.Run();
+}
+
+std::vector<std::string> RulesStore::PendingMacs() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> macs;
+    Statement q = db_.Prepare("SELECT DISTINCT mac FROM pending ORDER BY mac");
+    while (q.Step() == SQLITE_ROW) macs.push_back(q.Text(0));
+    return macs;
 }
 
 std::shared_ptr<const RuleSet> RulesStore::Snapshot() const {
@@ -405,8 +447,8 @@ bool RulesStore::DeleteSchedule(int64_t id, ApiError* e) {
 bool RulesStore::ListPending(const std::string& mac, std::vector<PendingChange>* out, ApiError* e) {
     std::lock_guard<std::mutex> lock(mutex_);
     Statement q = db_.Prepare(
-        mac.empty() ? "SELECT id, mac, op, card, facility, holder, created_ms FROM pending ORDER BY id"
-                    : "SELECT id, mac, op, card, facility, holder, created_ms FROM pending WHERE mac = ?1 ORDER BY id");
+        mac.empty() ? "SELECT id, mac, op, card, facility, holder, created_ms, last_result FROM pending ORDER BY id"
+                    : "SELECT id, mac, op, card, facility, holder, created_ms, last_result FROM pending WHERE mac = ?1 ORDER BY id");
     if (!mac.empty()) q.Bind(1, mac);
     int rc;
     while ((rc = q.Step()) == SQLITE_ROW) {
@@ -418,6 +460,7 @@ bool RulesStore::ListPending(const std::string& mac, std::vector<PendingChange>*
         if (!q.IsNull(4)) p.facility = static_cast<int32_t>(q.Int(4));
         p.cardholder = q.Int(5);
         p.createdMs = q.Int(6);
+        if (!q.IsNull(7)) p.lastResult = q.Text(7);
         out->push_back(p);
     }
     if (rc != SQLITE_DONE) return DbFail(e, db_);

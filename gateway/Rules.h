@@ -43,6 +43,7 @@ struct PendingChange {
     std::optional<int32_t> facility;
     int64_t cardholder = 0;
     int64_t createdMs = 0;
+    std::string lastResult;  // why the controller refused it the last time; empty: not tried
 };
 
 struct RuleDecision {
@@ -85,6 +86,13 @@ class RulesStore {
     bool PutSchedule(int64_t id, const ScheduleInput& in, Schedule* out, ApiError* error);
     bool DeleteSchedule(int64_t id, ApiError* error);
     bool ListPending(const std::string& mac, std::vector<PendingChange>* out, ApiError* error);
+    // A change written to its controller (failure empty: it is gone from the list), or refused
+    // by it (kept, with why).
+    bool FinishPending(int64_t id, const std::string& failure);
+    std::vector<std::string> PendingMacs();
+    // The unique ID a card has in the controllers' databases: given once per card (number and
+    // facility) and kept for good, so that a card keeps its record however its holder changes.
+    bool CardUid(uint32_t number, std::optional<int32_t> facility, uint32_t* uid);
 
     // The validity window of a cardholder as instants in the site's zone.
     static void Resolve(const SiteClock& clock, Cardholder* holder);

@@ -13,7 +13,7 @@ packages=(build-essential cmake ninja-build pkg-config libboost-dev googletest l
           libgmock-dev libbenchmark-dev libsodium-dev binutils python3 clang-format
           libssl-dev nlohmann-json3-dev libcpp-httplib-dev libsqlite3-dev libmosquitto-dev
           libtomlplusplus-dev libcli11-dev python3-venv python3-pytest python3-pytest-asyncio
-          libhowardhinnant-date-dev python3-requests openssl)
+          libhowardhinnant-date-dev python3-requests python3-jsonschema openssl)
 for flag in "$@"; do
     case "$flag" in
         --fuzz) packages+=(clang-14 libclang-rt-14-dev) ;;

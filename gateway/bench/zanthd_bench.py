@@ -1,10 +1,13 @@
 #!/usr/bin/python3
 """zanthd's benchmark: events from N controllers flat out into the journal and onto the SSE
-stream, the journal's commit cost and zanthd's CPU; a kill -9 in the middle of a flat-out run;
-and the door decisions' latency. It prints figures next to the model and asserts nothing.
+stream, the journal's commit cost and zanthd's CPU, with SQLite's synchronous=NORMAL and FULL;
+a kill -9 in the middle of a flat-out run (events and alarms lost and duplicated, and what the
+library's memory queues held: look-ups, door reports, connect notices); and zanthd's own part of
+the door decisions. It prints figures next to the model and asserts nothing. The whole road of a
+door decision, REST and clients at once are zanthd-bench's (gateway/bench/decision_bench.cpp).
 
   /usr/bin/python3 gateway/bench/zanthd_bench.py --bin build/release/bin [--counts 100,400]
-      [--seconds 60] [--kill] [--lookups 200]
+      [--seconds 60] [--synchronous normal,full] [--kill] [--lookups 200]
 
 Model: a controller flat out sends one event per Worker turn (47 ms): N x 21.3 events/s. A
 look-up waits 0-47 ms for its Worker's turn; zanthd polls every 1 ms and decides in well under a
@@ -43,12 +46,13 @@ def cpu_seconds(pid):
 
 
 class Site:
-    def __init__(self, bindir, controllers, doors=""):
+    def __init__(self, bindir, controllers, doors="", synchronous="normal"):
         self.bindir = bindir
         self.dir = tempfile.mkdtemp(prefix="zanthd-bench-")
         self.port, self.http = free_port(), free_port()
         with open(os.path.join(self.dir, "zanthd.toml"), "w") as f:
             f.write(f'[library]\nport = {self.port}\ncontrollers = {controllers}\n'
+                    f'[journal]\nsynchronous = "{synchronous}"\n'
                     f'[http]\nlisten = "127.0.0.1:{self.http}"\nthreads = 16\n'
                     f'[[tokens]]\nname = "bench"\nscope = "operator"\n'
                     f'sha256 = "{hashlib.sha256(TOKEN.encode()).hexdigest()}"\n{doors}')
@@ -108,6 +112,17 @@ def acks(summary):
     return int(m.group(1)) if m else 0
 
 
+def sent(summary, code):
+    """How many messages of `code` the controllers sent, from zanth-sim's summary."""
+    m = re.search(rf"sent:.*?\b{code}=(\d+)", summary)
+    return int(m.group(1)) if m else 0
+
+
+def identifications(summary):
+    m = re.search(r"(\d+) identifications", summary)
+    return int(m.group(1)) if m else 0
+
+
 def sse_count(site, stop, out):
     ids = set()
     out["ids"] = ids
@@ -129,20 +144,22 @@ def sse_follow(site, stop, out, ids):
                 break
 
 
-def events(bindir, n, seconds, kill):
-    site = Site(bindir, n)
+def events(bindir, n, seconds, kill, synchronous="normal"):
+    site = Site(bindir, n, synchronous=synchronous)
     try:
         site.start()
         stop = threading.Event()
         seen = {}
         reader = threading.Thread(target=sse_count, args=(site, stop, seen), daemon=True)
         reader.start()
-        s = sim(bindir, site.port, "--count", str(n), "--flat-out", "--duration-s", str(seconds + 10))
+        # The kill run presents cards too: look-ups and door reports wait in the library's memory.
+        extra = ["--lookup-interval-ms", "500"] if kill else []
+        s = sim(bindir, site.port, "--count", str(n), "--flat-out", "--duration-s", str(seconds + 10), *extra)
         deadline = time.monotonic() + 60
         while site.get("/controllers").json()["connected"] < n and time.monotonic() < deadline:
             time.sleep(0.2)
         t0, c0, r0 = time.monotonic(), cpu_seconds(site.proc.pid), site.metric("zanthd_journal_last_id")
-        commits0 = site.metric("zanthd_journal_commit_seconds_per_commit")
+        commit0 = site.metric("zanthd_journal_commit_seconds_total")
         if kill:
             time.sleep(seconds / 2)
             site.stop(kill=True)
@@ -151,6 +168,7 @@ def events(bindir, n, seconds, kill):
         else:
             time.sleep(seconds)
         t1, c1, r1 = time.monotonic(), cpu_seconds(site.proc.pid), site.metric("zanthd_journal_last_id")
+        commit1 = site.metric("zanthd_journal_commit_seconds_total")
         summary = s.communicate(timeout=120)[0]
         deadline = time.monotonic() + 120
         while site.metric("zanthd_journal_lag_records") > 0 and time.monotonic() < deadline:
@@ -165,12 +183,29 @@ def events(bindir, n, seconds, kill):
         sse_lost = len(set(keys) - seen.get("ids", set())) if not kill else None
         rate = (r1 - r0) / (t1 - t0)
         per = site.metric("zanthd_journal_commit_seconds_per_commit")
-        print(f"| {n} | {'kill -9' if kill else 'steady'} | {t1 - t0:.0f} | {rate:.0f} | {n * 1000 / 47:.0f} |"
+        # After a kill the process and its counters are new: CPU and commit cost are the steady runs'.
+        cpu = "-" if kill else f"{100 * (c1 - c0) / (t1 - t0):.1f}"
+        per_event = "-" if kill else f"{(commit1 - commit0) / max(1, r1 - r0) * 1e6:.1f}"
+        print(f"| {n} | {'kill -9' if kill else 'steady'} | {synchronous} | {t1 - t0:.0f} | {rate:.0f} | {n * 1000 / 47:.0f} |"
               f" {acked} | {lost} | {dup} | {sse_lost if sse_lost is not None else '-'} |"
-              f" {100 * (c1 - c0) / (t1 - t0):.1f} | {per * 1e3:.2f} |", flush=True)
-        del commits0
+              f" {cpu} | {per * 1e3:.2f} | {per_event} |", flush=True)
+        if kill:
+            queues(site, summary)
     finally:
         site.close()
+
+
+def queues(site, summary):
+    """What the kill cost of what lives in the library's memory: look-ups, door reports and
+    connect notices the controllers sent, against what the journal holds."""
+    looked, reported = sent(summary, 1073), sent(summary, 1093)
+    connects = identifications(summary)
+    journaled = {k: len(site.records(k)) for k in ("lookup", "door", "connect")}
+    print(f"\n| kill -9: in the library's memory | sent by the controllers | in the journal | lost |\n|---|---:|---:|---:|\n"
+          f"| look-ups | {looked} | {journaled['lookup']} | {looked - journaled['lookup']} |\n"
+          f"| door reports | {reported} | {journaled['door']} | {reported - journaled['door']} |\n"
+          f"| connects (identifications / notices) | {connects} | {journaled['connect']} | {connects - journaled['connect']} |\n",
+          flush=True)
 
 
 def lookups(bindir, count):
@@ -197,13 +232,15 @@ def main():
     p.add_argument("--counts", default="100,400")
     p.add_argument("--seconds", type=int, default=60)
     p.add_argument("--kill", action="store_true")
+    p.add_argument("--synchronous", default="normal", help="normal, full or both: normal,full")
     p.add_argument("--lookups", type=int, default=200)
     a = p.parse_args()
     print(f"machine: {os.cpu_count()} cores, {os.uname().release}; zanthd from {a.bin}")
-    print("\n| controllers | run | s | journaled ev/s | model ev/s | acked | lost | duplicated | lost on SSE | zanthd CPU % | ms per commit |")
-    print("|---:|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|")
-    for n in [int(x) for x in a.counts.split(",")]:
-        events(a.bin, n, a.seconds, False)
+    print("\n| controllers | run | synchronous | s | journaled ev/s | model ev/s | acked | lost | duplicated | lost on SSE | zanthd CPU % | ms per commit | commit us per record |")
+    print("|---:|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|")
+    for sync in a.synchronous.split(","):
+        for n in [int(x) for x in a.counts.split(",") if x]:
+            events(a.bin, n, a.seconds, False, sync)
     if a.kill:
         events(a.bin, int(a.counts.split(",")[0]), a.seconds, True)
     if a.lookups:

@@ -66,6 +66,13 @@ struct Options {
     std::optional<int> messageLog;
     // Interface board layouts: for every controller (empty MAC) or for one.
     std::vector<std::pair<std::string, BoardLayout>> boards;
+    // Commands answered late, every time: for every controller (empty MAC) or for one.
+    struct Late {
+        std::string mac;
+        int code = 0;
+        int ms = 0;
+    };
+    std::vector<Late> late;
     // A capture of every link, and how its frames are cut into segments.
     std::string pcap;
     PcapOptions pcapOptions;
@@ -111,6 +118,8 @@ void Usage(FILE* out) {
         "                         that MAC; may be repeated. LAYOUT lists the board addresses\n"
         "                         (0 to 31) of chain 0, then after '/' those of chain 1, e.g.\n"
         "                         0,1,5/16 or /3 (default 0,1/16)\n"
+        "  --late [MAC=]CODE:MS   answer every command of CODE MS milliseconds late, in every\n"
+        "                         controller or in the one with that MAC; may be repeated\n"
         "  --pcap FILE            write every frame sent and received to FILE, a pcap capture\n"
         "                         of TCP segments between the links' real ends\n"
         "  --pcap-split N         cut the captured segments to at most N bytes (1 to %zu),\n"
@@ -234,6 +243,17 @@ int Parse(int argc, char** argv, Options* o) {
             auto layout = Boards::ParseLayout(mac.empty() ? text : text.substr(equals + 1));
             if (layout) o->boards.emplace_back(mac, *layout);
             ok = layout.has_value();
+        } else if (arg == "--late") {
+            std::string text = value;
+            size_t equals = text.find('=');
+            Options::Late late;
+            late.mac = equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
+            std::string rest = equals == std::string::npos ? text : text.substr(equals + 1);
+            size_t colon = rest.find(':');
+            ok = colon != std::string::npos && (equals == std::string::npos || !late.mac.empty()) &&
+                 ParseInt(rest.substr(0, colon).c_str(), 1, 9999, &late.code) &&
+                 ParseInt(rest.substr(colon + 1).c_str(), 1, 600000, &late.ms);
+            o->late.push_back(late);
         } else if (arg == "--pcap") {
             o->pcap = value;
             ok = !o->pcap.empty();
@@ -426,6 +446,9 @@ int main(int argc, char** argv) {
         c.Family<ControllerClock>().SetOffset(o.clockOffsetS);
         if (o.messageLog) c.Family<MessageStore>().SetCapacity(static_cast<size_t>(*o.messageLog));
         c.StoreMessages(static_cast<size_t>(o.stored));
+        for (const Options::Late& late : o.late) {
+            if (late.mac.empty() || late.mac == c.Mac()) c.SetFault(late.code, Fault::Late(late.ms).Persistent());
+        }
     }
 
     auto start = std::chrono::steady_clock::now();

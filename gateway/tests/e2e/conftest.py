@@ -107,6 +107,23 @@ sha256 = "{sha256(READER)}"
     def get(self, path, **kw):
         return self.request("GET", path, **kw)
 
+    def call(self, export, args=None, **kw):
+        """POST /call/{export} with the arguments as JSON."""
+        return self.request("POST", f"/call/{export}", json=args if args is not None else {}, **kw)
+
+    def connected(self, n):
+        wait_for(lambda: self.get("/controllers").json()["connected"] == n, 60, f"{n} controllers connected")
+
+    def metric(self, name, **labels):
+        """A counter or gauge of /metrics, 0 when absent."""
+        text = self.get("/metrics").text
+        want = ",".join(f'{k}="{v}"' for k, v in labels.items())
+        for line in text.splitlines():
+            key, _, value = line.rpartition(" ")
+            if key == (f"{name}{{{want}}}" if want else name):
+                return float(value)
+        return 0.0
+
     def records(self, kind=None, after=0):
         out = []
         while True:
@@ -147,11 +164,12 @@ sha256 = "{sha256(READER)}"
 
 
 class Sim:
-    def __init__(self, directory, port, *args):
+    def __init__(self, directory, port, *args, env=None):
         self.out_path = os.path.join(directory, f"sim-{time.monotonic_ns()}.log")
         self.out = open(self.out_path, "wb")
         self.proc = subprocess.Popen([os.path.join(BIN, "zanth-sim"), "--port", str(port), "--quiet", *args],
-                                     stdout=self.out, stderr=subprocess.STDOUT, cwd=directory)
+                                     stdout=self.out, stderr=subprocess.STDOUT, cwd=directory,
+                                     env=dict(os.environ, **(env or {})))
 
     def stop(self):
         if self.proc.poll() is None:
@@ -188,8 +206,8 @@ def site(tmp_path):
             made.append(g)
             return g
 
-        def sim(self, port, *args):
-            s = Sim(str(tmp_path), port, *args)
+        def sim(self, port, *args, env=None):
+            s = Sim(str(tmp_path), port, *args, env=env)
             made.append(s)
             return s
 

@@ -223,10 +223,14 @@ def test_a_locked_journal_is_unhealthy_and_loses_nothing(site):
         wait_for(lambda: g.lag() > 30, 30, "a backlog in the message file")
         r = g.request("POST", "/schedules", json={"name": "x", "intervals": [{"days": ["mon"], "from": "01:00", "to": "02:00"}]})
         assert r.status_code == 503
+        # A command isn't made while its audit record couldn't be kept.
+        r = g.request("POST", "/call/GetTimeDate", json={"mac": "00:00:01"})
+        assert r.status_code == 503 and "journal" in r.json()["error"]
     finally:
         db.execute("ROLLBACK")
         db.close()
     wait_for(lambda: g.get("/healthz").status_code == 200, 30, "/healthz to recover")
+    assert g.request("POST", "/call/GetTimeDate", json={"mac": "00:00:01"}).json()["ok"]
     summary = sim.stop()
     acked = counts(summary, "acks:").get(67, 0)
     wait_for(lambda: g.lag() == 0, 30, "the backlog to drain")

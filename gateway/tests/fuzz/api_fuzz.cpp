@@ -1,18 +1,84 @@
 // What a client can send zanthd, fuzzed: the JSON bodies of the rules API, the events queries,
-// ids and MACs from paths. Each parser must answer with a result or a named error, never crash,
-// and a body it accepts must read back the same after a round trip through its JSON.
+// ids and MACs from paths, and the call path's arguments to every export, with a reply frame
+// for the calls that pass their checks. Each parser must answer with a result or a named error,
+// never crash, and a body it accepts must read back the same after a round trip through its
+// JSON. The library is never loaded: a prepared call is checked and its reply decoded, not made.
+//
+// For the call path an input "@Export\n{args}\nframe" names its export; any other input is the
+// arguments of the export its first byte picks, and the frame is the input itself.
+
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "gateway/ApiInput.h"
+#include "gateway/Model.h"
 #include "gateway/PayloadCodec.h"
+
+namespace {
+
+std::vector<std::string>& Exports() {
+    static std::vector<std::string> names = [] {
+        std::vector<std::string> n = zanthd::CallableExports();
+        // A few the gateway keeps to itself, and one that doesn't exist.
+        for (const char* other : {"Shutdown", "GetNextEvent", "SetEventCallback", "NoSuchExport"}) n.push_back(other);
+        return n;
+    }();
+    return names;
+}
+
+zanthd::CallOptions& Options() {
+    static zanthd::CallOptions o = [] {
+        zanthd::CallOptions options;
+        options.filesDir = std::filesystem::temp_directory_path() / ("zanthd-fuzz-" + std::to_string(::getpid())) / "files";
+        std::error_code ec;
+        std::filesystem::create_directories(options.filesDir, ec);
+        return options;
+    }();
+    return o;
+}
+
+void FuzzCall(const std::string& text) {
+    std::string name, args, frame;
+    if (text.size() > 1 && text[0] == '@') {
+        size_t a = text.find('\n');
+        size_t b = a == std::string::npos ? std::string::npos : text.find('\n', a + 1);
+        name = text.substr(1, a == std::string::npos ? std::string::npos : a - 1);
+        args = a == std::string::npos ? "" : text.substr(a + 1, b == std::string::npos ? std::string::npos : b - a - 1);
+        frame = b == std::string::npos ? "" : text.substr(b + 1);
+    } else if (!text.empty()) {
+        name = Exports()[static_cast<unsigned char>(text[0]) % Exports().size()];
+        args = text.substr(1);
+        frame = text;
+    }
+    nlohmann::json j = nlohmann::json::parse(args, nullptr, false);
+    zanthd::PreparedCall call;
+    zanthd::CallProblem problem;
+    if (!zanthd::PrepareCall(name, j, Options(), &call, &problem)) {
+        bool named = problem.status == 400 || problem.status == 403 || problem.status == 404;
+        if (!named || problem.error.empty() || problem.suggestions.size() > 3) std::abort();
+        return;
+    }
+    if (!call.AuditArgs().is_object()) std::abort();
+    if (call.Way() != zanthd::CallWay::kRsp) return;
+    zanthd::CallResult r = zanthd::DecodeReply(call, frame);
+    // A reply that fails its command's rule carries no outputs, as the blocking form writes none.
+    if (!r.outputs.is_object() || (!r.ok && !r.outputs.empty())) std::abort();
+    // What the client is shown: bytes as base64, texts whatever the controller sent.
+    r.outputs.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
+    FuzzCall(text);
     zanthd::ApiError error;
     zanthd::CardholderInput holder;
     if (zanthd::ParseCardholder(text, &holder, &error)) {

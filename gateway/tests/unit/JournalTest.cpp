@@ -156,8 +156,14 @@ TEST(ConfigFile, MistakesNameTheLineAndWhatWasExpected) {
     };
     EXPECT_EQ(error("[library]\nport = 3001\n\nprot = 3\n"),
               "site.toml:4: unknown key library.prot (the keys of [library] are alarm_ring, "
-              "command_deadline_ms, controllers, event_ring, lookup_poll_us, port, queue_poll_ms, "
-              "ring_seconds, seed_file, valid)");
+              "blocking_wait_ms, card_load_window, command_deadline_max_ms, command_deadline_ms, "
+              "controllers, event_ring, lookup_poll_us, port, queue_poll_ms, ring_seconds, seed_file, "
+              "valid)");
+    EXPECT_EQ(error("[library]\ncommand_deadline_ms = 20000\ncommand_deadline_max_ms = 15000\n"),
+              "site.toml:3: library.command_deadline_max_ms: expected at least command_deadline_ms "
+              "(20000), found 15000");
+    EXPECT_EQ(error("[[doors]]\nname = \"a\"\ncontroller = \"00:00:01\"\nopen_ms = -1\n"),
+              "site.toml:4: doors.open_ms: expected an integer from 0 to 1320000, found -1");
     EXPECT_EQ(error("[library]\n\nport = 70000\n"),
               "site.toml:3: library.port: expected an integer from 1025 to 65535, found 70000");
     EXPECT_EQ(error("[journal]\nsynchronous = \"off\"\n"),
