@@ -151,6 +151,9 @@ struct Reach {
     bool portGiven = false;
     std::vector<std::string> contacts;  // HOST:PORT, called through ContactController
     std::string valid;                  // the valid list: named MACs, or ALL
+    // Connects and disconnects wanted as notices (watch). Their callback thread lives until the
+    // library is unloaded, so it is only started when wanted.
+    bool linkNotices = false;
 };
 
 // Something a controller sent of its own accord, or a link that came or went.

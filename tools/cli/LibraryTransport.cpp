@@ -81,8 +81,10 @@ class LibraryTransport final : public Transport {
         ::zanth::Session::Options o;
         o.port = reach.port;
         o.valid = reach.valid.empty() ? "ALL" : reach.valid;
-        o.onConnected = [this](const std::string& mac) { Push({"connect", mac}); };
-        o.onDisconnected = [this](const std::string& mac) { Push({"disconnect", mac}); };
+        if (reach.linkNotices) {
+            o.onConnected = [this](const std::string& mac) { Push({"connect", mac}); };
+            o.onDisconnected = [this](const std::string& mac) { Push({"disconnect", mac}); };
+        }
         try {
             session_ = std::make_unique<::zanth::Session>(o);
         } catch (const ::zanth::Error& e) {

@@ -35,7 +35,7 @@ int RunWatch(Context& ctx) {
                          " alarms left unread by earlier runs (--backlog shows them)");
         }
     }
-    Transport& t = ctx.Reach({});
+    Transport& t = ctx.Reach({}, true);
     ctx.out.Note("watching " + t.Where() + (seconds || count ? "" : "; Ctrl-C stops"));
 
     auto start = std::chrono::steady_clock::now();

@@ -183,7 +183,7 @@ Transport& Context::Library() {
                      "\n  give its path with --library or ZANTH_LIBRARY");
 }
 
-Transport& Context::Reach(const std::vector<std::string>& macs) {
+Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices) {
     Transport& t = Library();
     std::vector<std::string> all;
     auto add = [&all](const std::string& mac) {
@@ -198,6 +198,7 @@ Transport& Context::Reach(const std::vector<std::string>& macs) {
         cli::Reach r;
         r.contacts = inv.contacts;
         r.portGiven = inv.portGiven;
+        r.linkNotices = linkNotices;
         r.port = inv.port;
         if (!inv.portGiven && !inv.contacts.empty()) {
             // Calling out, the library still listens: on a port no one else holds.

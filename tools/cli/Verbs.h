@@ -88,7 +88,7 @@ class Context {
     Transport& Library();
     // The library, taking controllers (listening, calling --contact), with these MACs and
     // those of --wait connected: Timeout when one doesn't come within --timeout.
-    Transport& Reach(const std::vector<std::string>& macs);
+    Transport& Reach(const std::vector<std::string>& macs, bool linkNotices = false);
 
   private:
     std::filesystem::path startDir_;
