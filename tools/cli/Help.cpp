@@ -26,10 +26,23 @@ std::string Wrap(const std::string& text, size_t width = 78, const std::string& 
     return out;
 }
 
+// "  left      right", the right side wrapped within 78 columns.
 std::string Column(const std::string& left, const std::string& right, size_t at = 32) {
     std::string l = "  " + left;
-    if (l.size() + 1 >= at) return l + "\n" + std::string(at, ' ') + right + "\n";
-    return l + std::string(at - l.size(), ' ') + right + "\n";
+    std::string out = l.size() + 1 >= at ? l + "\n" + std::string(at, ' ') : l + std::string(at - l.size(), ' ');
+    size_t column = at;
+    bool first = true;
+    for (const std::string& word : Split(right, ' ')) {
+        if (!first && column + 1 + word.size() > 78) {
+            out += "\n" + std::string(at, ' ');
+            column = at;
+            first = true;
+        }
+        out += (first ? "" : " ") + word;
+        column += (first ? 0 : 1) + word.size();
+        first = false;
+    }
+    return out + "\n";
 }
 
 std::string OptionText(const OptionSpec& o) {
@@ -67,8 +80,8 @@ std::string GeneralHelp() {
         "  share/doc/zanth/cards-csv.md).\n"
         "\nOutput:\n"
         "  Text for a person on stdout, or JSON lines with --json: one object per item, then\n"
-        "  a summary object; a failure is an object with \"error\". Progress bars, notes and\n"
-        "  errors go to stderr.\n"
+        "  a summary object; a failure is an object with \"error\"; bytes are written as\n"
+        "  hexadecimal digits. Progress bars, notes and errors go to stderr.\n"
         "\nExit status:\n"
         "  0    success\n"
         "  1    the library or a controller answered with a failure (its result's name and\n"

@@ -73,8 +73,10 @@ fs::path DefaultDataDir() {
 
 void EnterDataDir(const fs::path& dir) {
     std::error_code ec;
-    fs::create_directories(dir, ec);
+    bool made = fs::create_directories(dir, ec);
     if (ec) throw std::runtime_error("can't make the data folder " + dir.string() + ": " + ec.message());
+    // It holds the site's events and the seed file of encrypted links: the user's alone.
+    if (made) fs::permissions(dir, fs::perms::owner_all, fs::perm_options::replace, ec);
     fs::current_path(dir, ec);
     if (ec) throw std::runtime_error("can't enter the data folder " + dir.string() + ": " + ec.message());
 #ifdef _WIN32

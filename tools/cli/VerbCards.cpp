@@ -223,6 +223,11 @@ int RunCardsLoad(Context& ctx) {
     size_t window = static_cast<size_t>(ctx.IntOption("--window", 1, 64).value_or(kDefaultWindow));
     CardsFile cards = Read(ctx, ctx.Arg(1));
     ReportBad(ctx, ctx.Arg(1), cards);
+    if (cards.records.empty()) {
+        ctx.out.Line("no record to load: " + std::to_string(cards.bad.size()) + " bad lines");
+        ctx.out.Json(JsonObject().Add("loaded", 0).Add("refused", 0).Add("bad_lines", static_cast<int64_t>(cards.bad.size())).Add("records", 0));
+        return cards.bad.empty() ? kExitOk : kExitPartial;
+    }
     Transport& t = ctx.Reach(macs);
 
     std::vector<std::unique_ptr<LoadLane>> lanes;

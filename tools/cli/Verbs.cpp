@@ -69,7 +69,8 @@ const std::vector<Verb>& Verbs() {
          "only once the whole file is in; Ctrl-C stops and leaves LOCAL as it was.",
          {}, RunFileGet},
         {"watch", "", 0, 0, "events, alarms, look-ups, door reports and connects as they come",
-         "Shows what the controllers send of their own accord until Ctrl-C (or --for, --count).\n"
+         "Shows what the controllers send of their own accord until Ctrl-C (exit status 0), --for\n"
+         "or --count.\n"
          "Look-ups shown here are not answered: the controller decides by itself.\n"
          "Events and alarms left unread in the data folder's message files by earlier runs are\n"
          "counted and skipped, unless --backlog.",
