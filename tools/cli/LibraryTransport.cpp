@@ -2,10 +2,12 @@
 // (zanth::Load) once the command line has moved into its data folder, started with a
 // zanth::Session, and called by name through zanth.hpp's dynamic layer.
 
+#include <cerrno>
 #include <deque>
 #include <mutex>
 
 #include "tools/cli/Api.h"
+#include "tools/cli/Platform.h"
 #include "zanth.hpp"
 
 namespace zanth::cli {
@@ -55,13 +57,13 @@ Result FromError(const ::zanth::Error& e) {
 
 // What a failed Initialization most likely means, for the person reading it.
 std::string StartHint(int32_t code) {
-    // EADDRINUSE on Linux, WSAEADDRINUSE on Windows.
-    if (code == 98 || code == 10048) {
-        return "the port is in use by another program: on a site whose access-control "
-               "application (or zanthd) owns the port, the command line can't listen there; "
-               "choose another port with --port, or call the controllers with --contact";
+    // WSAEADDRINUSE, as the library and Windows give it.
+    if (code == EADDRINUSE || code == 10048) {
+        return "On a site whose access-control application (or zanthd) owns the port, the command "
+               "line can't listen there:\n  stop that program for the work, choose another port the "
+               "controllers call with --port, or call them with --contact.";
     }
-    if (code == 13 || code == 10013) return "no permission to listen on that port";
+    if (code == EACCES || code == 10013) return "no permission to listen on that port";
     return "";
 }
 
@@ -78,6 +80,15 @@ class LibraryTransport final : public Transport {
     ~LibraryTransport() override { session_.reset(); }
 
     void Open(const Reach& reach) override {
+        // The library would find a taken port only after Initialization has returned, on its
+        // listener's thread, and then stop: it is looked at first.
+        if (int error = platform::PortTaken(reach.port)) {
+            bool inUse = error == EADDRINUSE || error == 10048;
+            std::string hint = StartHint(error);
+            throw StartError("can't listen on port " + std::to_string(reach.port) + ": " +
+                             (inUse ? "it is in use by another program" : "the system refuses it") + " (error " +
+                             std::to_string(error) + ")" + (hint.empty() ? "" : ".\n  " + hint));
+        }
         ::zanth::Session::Options o;
         o.port = reach.port;
         o.valid = reach.valid.empty() ? "ALL" : reach.valid;

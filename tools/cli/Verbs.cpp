@@ -213,12 +213,6 @@ Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices
         } else {
             for (const std::string& m : all) r.valid += (r.valid.empty() ? "" : ",") + m;
         }
-        if (int error = platform::PortTaken(r.port)) {
-            throw StartError("can't listen on port " + std::to_string(r.port) + ": it is in use by another program (error " +
-                             std::to_string(error) + ").\n  On a site whose access-control application (or zanthd) owns the "
-                             "port, the command line can't listen there:\n  stop that program for the work, choose "
-                             "another port the controllers call with --port, or call them with --contact.");
-        }
         t.Open(r);
     }
     auto deadline = std::chrono::steady_clock::now() +

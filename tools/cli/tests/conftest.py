@@ -88,15 +88,25 @@ class Site:
         return Run(list(args), p)
 
     def start(self, *args, env=None):
-        """zanth in the background, its stderr read line by line into .lines."""
+        """zanth in the background; its stdout and stderr are read line by line into .out_lines
+        and .lines. finish() waits for its end."""
         proc = subprocess.Popen([ZANTH, *args], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                 text=True, env=self.env(env), cwd=self.work)
-        proc.lines = []
-        proc.reader = threading.Thread(target=lambda: proc.lines.extend(iter(proc.stderr.readline, "")),
-                                       daemon=True)
-        proc.reader.start()
+        proc.lines, proc.out_lines = [], []
+        proc.readers = [threading.Thread(target=lambda f=f, to=to: to.extend(iter(f.readline, "")), daemon=True)
+                        for f, to in ((proc.stderr, proc.lines), (proc.stdout, proc.out_lines))]
+        for t in proc.readers:
+            t.start()
         self.procs.append(proc)
         return proc
+
+    @staticmethod
+    def finish(proc, timeout):
+        """Waits for a background zanth to end: its exit status, stdout and stderr."""
+        proc.wait(timeout=timeout)
+        for t in proc.readers:
+            t.join(timeout=10)
+        return proc.returncode, "".join(proc.out_lines), "".join(proc.lines)
 
     def sim(self, *args, port=None, listen=None):
         s = Sim(self.root, port=port, listen=listen, args=args)
