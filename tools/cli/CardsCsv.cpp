@@ -40,6 +40,12 @@ std::string Describe(const BadLine& bad) {
 CardsFile ReadCards(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) throw std::runtime_error("can't read " + path.string());
+    CardsFile file = ParseCards(in);
+    if (in.bad()) throw std::runtime_error("can't read " + path.string());
+    return file;
+}
+
+CardsFile ParseCards(std::istream& in) {
     CardsFile file;
     size_t number = 0;
     for (std::string text; std::getline(in, text);) {

@@ -4,6 +4,7 @@
 // lists them, and each line is checked by the model as the call would be.
 
 #include <filesystem>
+#include <istream>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct CardsFile {
 
 // Throws std::runtime_error when the file can't be read.
 CardsFile ReadCards(const std::filesystem::path& path);
+CardsFile ParseCards(std::istream& in);
 
 // The add command of a generation: AddModCardRecord, 2 or 3, or its Rsp form.
 std::string AddExport(int generation, bool rsp);
