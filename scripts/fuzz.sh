@@ -8,7 +8,7 @@
 #   bash scripts/fuzz.sh                  every target for 60 s
 #   bash scripts/fuzz.sh --time 3600      every target for an hour
 #   bash scripts/fuzz.sh --only worker    one target (frame, worker, seedfile, msgfile, reply, api,
-#                                         net)
+#                                         cli, net)
 # Inputs that find new paths are kept in build/fuzz/corpus/<target>, so a later run goes on from
 # there; the committed seeds stay in tests/fuzz/corpus/<target>.
 set -euo pipefail
@@ -47,7 +47,7 @@ mkdir -p "$TMPDIR" "$dir/artifacts"
 # Every committed seed and crash input first, once each.
 ctest --test-dir "$dir" -L fuzz --output-on-failure --timeout 300
 
-targets=(frame worker seedfile msgfile reply api)
+targets=(frame worker seedfile msgfile reply api cli)
 failed=()
 passed=0
 for name in "${targets[@]}"; do
@@ -57,6 +57,8 @@ for name in "${targets[@]}"; do
     seeds="$root/tests/fuzz/corpus/$name"
     # zanthd's target keeps its seeds beside the gateway.
     if [ "$name" = api ]; then seeds="$root/gateway/tests/fuzz/corpus"; fi
+    # So do the command line's: its cards CSV and its words.
+    if [ "$name" = cli ]; then seeds="$root/tools/cli/tests/fuzz/corpus"; fi
     inputs=("$corpus" "$seeds")
     if [ -d "$root/tests/fuzz/regressions/$name" ]; then
         inputs+=("$root/tests/fuzz/regressions/$name")

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs the whole test suite under AddressSanitizer and
 # UndefinedBehaviorSanitizer. With --tsan, builds a ThreadSanitizer tree instead and runs the
-# tests that exercise the library's threads. With --bindings, builds a tree without sanitizers
+# tests that exercise the library's threads (and the programs on it: zanthd, the command line). With --bindings, builds a tree without sanitizers
 # (build/bindings) and runs the language bindings' tests, which load the library into CPython and
 # mono.
 set -euo pipefail
@@ -28,7 +28,7 @@ elif [ "$mode" = tsan ]; then
     dir=build/tsan
     cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DZANTH_SANITIZE=thread -DZANTH_BUILD_BENCH=OFF
-    filter=(-L "e2e|crypto|gateway")
+    filter=(-L "e2e|crypto|gateway|cli")
 else
     dir=build/bindings
     cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZANTH_BUILD_TESTS=OFF \

@@ -117,15 +117,9 @@ class CardDatabase final : public Family {
     void SetCapacity(size_t capacity);
     void Clear();
 
-    // Loads records from CSV text: one record a line, the arguments of the add command in the
-    // host's order, comma-separated:
-    //   cardSetId,noFormat,cardNumber,pin,accessType,uniqueId,accessGroup1,...,accessGroup8,
-    //   extendedAccess,passbackExempt,pinCommands,startDate,startTime,endDate,endTime,
-    //   escortId,inScheduleElevatorGroup,outScheduleElevatorGroup[,pinExempt[,cardRole]]
-    // Dates yyyy/mm/dd, times hh:mm:ss, either "0"; blanks around a field don't count, and an
-    // empty card number or PIN reads "0", as the host library sends them. Blank lines and lines
-    // starting with '#' are skipped. Each record is checked as an add command is. Stops at the
-    // first bad line with its number and what is wrong in `error`; the lines before it stay.
+    // Loads records from the cards CSV (docs/cards-csv.md): one record a line, the arguments of
+    // the add command in the host's order. Each record is checked as an add command is. Stops at
+    // the first bad line with its number and what is wrong in `error`; the lines before it stay.
     // Returns the number of records loaded.
     std::optional<size_t> LoadCsv(std::istream& in, std::string* error);
 
