@@ -55,8 +55,16 @@ class UnknownName : public std::out_of_range {
     std::vector<std::string> suggestions_;
 };
 
-// The library could not be loaded or started.
+// The library could not be loaded or started, or the gateway could not be reached or refused
+// the token.
 class StartError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// A controller that didn't come within --timeout, or (through a gateway) a command that got no
+// answer within the gateway's deadline.
+class Timeout : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
@@ -95,6 +103,14 @@ struct Reply {
     bool raw = false;       // a reply without a layout: outputs["payload"] holds its payload
     std::string name, meaning;
     Outputs outputs;
+};
+
+// A reply from the response queue: its raw frame, or, through a gateway (which reads the replies
+// itself), already decoded.
+struct Incoming {
+    uint32_t rspid = 0;
+    std::string frame;
+    std::optional<Reply> decoded;
 };
 
 // The API model (Model.cpp).
@@ -154,16 +170,33 @@ struct Reach {
     // Connects and disconnects wanted as notices (watch). Their callback thread lives until the
     // library is unloaded, so it is only started when wanted.
     bool linkNotices = false;
+    // Through a gateway: the notices after this record of its journal; none: from now on.
+    std::optional<int64_t> noticesAfter;
 };
 
 // Something a controller sent of its own accord, or a link that came or went.
 struct Notice {
     std::string kind;  // event, alarm, lookup, pin, door, keypad, commandkey, hereiam, connect, disconnect
     std::string text;
+    int64_t id = 0;        // through a gateway: the record's id in its journal
+    std::string decision;  // through a gateway: how it answered a look-up (grant, deny)
+    // Not from a controller but about the way to them (a gateway's stream that dropped and
+    // resumed): shown as a note, not counted.
+    bool remark = false;
 };
 
-// The way to the controllers. Today the library in this process (MakeLibraryTransport); a
-// gateway's REST API can stand in for it, with the same calls, the same replies and notices.
+// A whole file moved to or from a controller by the way to it (a gateway's files resource).
+struct FileMove {
+    bool complete = false;
+    bool interrupted = false;  // Ctrl-C before the transfer to the controller began
+    uint64_t bytes = 0;        // moved to or from the controller
+    Bytes data;                // fetched: the file
+    std::string why;           // what went wrong
+};
+
+// The way to the controllers: the library in this process (MakeLibraryTransport), or zanthd's
+// REST API where zanthd owns the port (MakeGatewayTransport), with the same calls, the same
+// replies and notices.
 class Transport {
   public:
     virtual ~Transport() = default;
@@ -178,18 +211,44 @@ class Transport {
     // A Rsp form by name, with its rspid among the arguments: the result says whether it was
     // queued; its reply comes from NextReply.
     virtual Result Submit(std::string_view rspExport, const Args& args) = 0;
-    // The next reply of the response queue, raw; nothing when it is empty.
-    virtual std::optional<std::pair<uint32_t, std::string>> NextReply() = 0;
+    // The next reply of the response queue; nothing when it is empty.
+    virtual std::optional<Incoming> NextReply() = 0;
     // The next notice; nothing when none is waiting.
     virtual std::optional<Notice> NextNotice() = 0;
     // Unread events and alarms kept in the message files since an earlier run; read and
     // dropped. Returns how many of each.
     virtual std::pair<uint64_t, uint64_t> DropBacklog() = 0;
+
+    // Through zanthd rather than the library in this process.
+    virtual bool ThroughGateway() const { return false; }
+    // A whole file to or from a controller where the way to it moves the chunks itself;
+    // nothing where it doesn't, and the verb sends the chunks through Submit. `progress` hears
+    // of the bytes moved between this computer and the gateway.
+    virtual std::optional<FileMove> PutFile(const std::string& mac, const std::string& remote, const Bytes& data,
+                                            const std::function<void(uint64_t)>& progress) {
+        (void)mac, (void)remote, (void)data, (void)progress;
+        return std::nullopt;
+    }
+    virtual std::optional<FileMove> GetFile(const std::string& mac, const std::string& remote,
+                                            const std::function<void(uint64_t)>& progress) {
+        (void)mac, (void)remote, (void)progress;
+        return std::nullopt;
+    }
 };
 
 // Loads the library from `path` (the working directory and the per-user store must already be
 // the command line's own). Throws StartError naming the library.
 std::unique_ptr<Transport> MakeLibraryTransport(const std::string& path);
+
+struct GatewayOptions {
+    std::string url;    // http:// or https://, the host and port, maybe a path before /api/v1
+    std::string token;  // the bearer token; empty: none
+    std::string ca;     // a PEM file of the CA behind an https gateway's certificate; empty: the system's
+};
+
+// zanthd's REST API at `url`; nothing is sent before the first call. Throws StartError where
+// this build has no gateway transport.
+std::unique_ptr<Transport> MakeGatewayTransport(const GatewayOptions& options);
 
 // Two MACs name the same controller: case and separators don't matter.
 bool SameMac(std::string_view a, std::string_view b);

@@ -14,6 +14,9 @@ const std::vector<OptionSpec>& GlobalOptions() {
         {"--timeout", "S", "how long to wait for a controller (default 30 s)"},
         {"--contact", "HOST:PORT[,...]", "call the controllers at these addresses (ContactController)"},
         {"--valid", "LIST", "the valid list (default: the MACs the command names, else ALL)"},
+        {"--gateway", "URL", "work through zanthd at URL (http:// or https://) instead of the library"},
+        {"--token", "T", "the gateway's bearer token (default: the environment's ZANTH_TOKEN)"},
+        {"--ca", "FILE", "the CA certificate (PEM) behind an https gateway's certificate"},
         {"--data-dir", "DIR", "the command line's own folder for the library's files"},
         {"--library", "PATH", "the library to load (default: beside zanth, ZANTH_LIBRARY, or the search path)"},
         {"--json", nullptr, "JSON lines on stdout instead of text for a person"},
@@ -73,12 +76,41 @@ void SetGlobal(Invocation& inv, const std::string& name, const std::string& valu
         inv.dataDir = value;
     } else if (name == "--library") {
         inv.library = value;
+    } else if (name == "--gateway") {
+        if (!ParseGatewayUrl(value)) {
+            throw UsageError("--gateway wants http://HOST:PORT or https://HOST:PORT, not '" + value + "'");
+        }
+        inv.gateway = value;
+    } else if (name == "--token") {
+        if (value.empty()) throw UsageError("--token wants the gateway's token");
+        inv.token = value;
+    } else if (name == "--ca") {
+        if (value.empty()) throw UsageError("--ca wants a file of PEM certificates");
+        inv.ca = value;
     } else if (name == "--json") {
         inv.json = true;
     } else if (name == "--help") {
         inv.help = true;
     } else if (name == "--version") {
         inv.version = true;
+    }
+}
+
+// What doesn't go together with --gateway, or only with it.
+void CheckGatewayOptions(const Invocation& inv) {
+    if (inv.gateway.empty()) {
+        if (!inv.token.empty()) throw UsageError("--token is the gateway's: it goes with --gateway URL");
+        if (!inv.ca.empty()) throw UsageError("--ca is for an https gateway: it goes with --gateway https://...");
+        return;
+    }
+    const char* clash = inv.portGiven ? "--port" : !inv.contacts.empty() ? "--contact"
+                        : !inv.valid.empty() ? "--valid" : !inv.library.empty() ? "--library" : nullptr;
+    if (clash) {
+        throw UsageError(std::string(clash) + " has no meaning with --gateway: zanthd holds the library, its port "
+                         "and its valid list");
+    }
+    if (!inv.ca.empty() && !ParseGatewayUrl(inv.gateway)->tls) {
+        throw UsageError("--ca is for an https gateway, and --gateway is " + inv.gateway);
     }
 }
 
@@ -142,6 +174,7 @@ Invocation Parse(const std::vector<std::string>& argv) {
             inv.options[name] = value.value_or("");
         }
     }
+    CheckGatewayOptions(inv);
     if (words.empty()) return inv;
     if (const Verb* v = FindVerb(words[0])) {
         inv.verb = v;
@@ -173,6 +206,45 @@ Invocation Parse(const std::vector<std::string>& argv) {
         }
     }
     return inv;
+}
+
+std::optional<GatewayAddress> ParseGatewayUrl(const std::string& url) {
+    GatewayAddress a;
+    size_t after;
+    if (url.rfind("https://", 0) == 0) {
+        a.tls = true;
+        after = 8;
+    } else if (url.rfind("http://", 0) == 0) {
+        after = 7;
+    } else {
+        return std::nullopt;
+    }
+    size_t slash = url.find('/', after);
+    std::string authority = url.substr(after, slash == std::string::npos ? std::string::npos : slash - after);
+    std::string path = slash == std::string::npos ? "" : url.substr(slash);
+    // No user, query or fragment: a token goes in --token, never in the URL.
+    if (authority.empty() || url.find_first_of("@?# \t\r\n") != std::string::npos) return std::nullopt;
+    std::string host = authority;
+    size_t colon = authority.rfind(':');
+    bool bracketed = authority[0] == '[';
+    if (bracketed && authority.find(']') == std::string::npos) return std::nullopt;
+    if (colon != std::string::npos && (!bracketed || colon > authority.find(']'))) {
+        std::optional<int64_t> port = ParseInteger(authority.substr(colon + 1));
+        if (!port || *port < 1 || *port > 65535 || authority.substr(colon + 1).find_first_not_of("0123456789") !=
+                                                       std::string::npos) {
+            return std::nullopt;
+        }
+        host = authority.substr(0, colon);
+    }
+    if (host.empty() || host == "[]") return std::nullopt;
+    while (!path.empty() && path.back() == '/') path.pop_back();
+    const std::string api = "/api/v1";
+    if (path.size() >= api.size() && path.compare(path.size() - api.size(), api.size(), api) == 0) {
+        path.erase(path.size() - api.size());
+    }
+    a.origin = url.substr(0, after) + authority;
+    a.prefix = path;
+    return a;
 }
 
 }  // namespace zanth::cli

@@ -31,6 +31,9 @@ struct Invocation {
     double timeout = 30;
     std::vector<std::string> contacts;
     std::string valid;
+    std::string gateway;  // zanthd's URL: the verbs work through it
+    std::string token;    // its bearer token (--token; ZANTH_TOKEN is read where it is used)
+    std::string ca;       // the CA of an https gateway's certificate
     bool help = false;
     bool version = false;
     // The verb, its words' arguments, and its own options (a flag's value is "").
@@ -51,6 +54,15 @@ class UsageError : public std::runtime_error {
 };
 
 Invocation Parse(const std::vector<std::string>& argv);
+
+// A gateway's URL: http:// or https://, a host, maybe a port and a path that leads to its
+// /api/v1 (a trailing /api/v1 is taken off).
+struct GatewayAddress {
+    bool tls = false;
+    std::string origin;  // "https://host:port", what a client connects to
+    std::string prefix;  // "" or "/site-a": the path before /api/v1
+};
+std::optional<GatewayAddress> ParseGatewayUrl(const std::string& url);
 
 const std::vector<OptionSpec>& GlobalOptions();
 

@@ -69,7 +69,15 @@ std::string GeneralHelp() {
         "  calls them instead (ContactController), still listening on a free port of its own.\n"
         "  A controller keeps one link to one host: on a site whose access-control\n"
         "  application (or zanthd) owns the port, zanth can't listen there. Stop that\n"
-        "  program for the work, use a port the controllers are set to call, or --contact.\n"
+        "  program for the work, use a port the controllers are set to call, or --contact;\n"
+        "  where it is zanthd, work through it with --gateway.\n"
+        "\nThrough a gateway:\n"
+        "  --gateway URL makes every command work through zanthd's REST API instead of the\n"
+        "  library, which isn't loaded: --port, --contact, --valid and --library have no\n"
+        "  meaning then. The token comes from --token or ZANTH_TOKEN (so that it needn't be\n"
+        "  on a command line); a read-only token does list, info, time, cards get and check,\n"
+        "  and watch; the others want the operator scope. An https gateway's certificate is\n"
+        "  checked against the system's CAs, or the one of --ca FILE.\n"
         "\nFiles:\n"
         "  The library keeps its log ZanthMessages.log and its message files ZanthEvents.log\n"
         "  and ZanthAlarms.log in zanth's own data folder, and reads the seed file zanth.txt\n"
@@ -87,10 +95,12 @@ std::string GeneralHelp() {
         "  1    the library or a controller answered with a failure (its result's name and\n"
         "       meaning are shown), or a local file couldn't be read or written\n"
         "  2    a bad command line or argument (the command's usage is shown)\n"
-        "  3    a controller didn't connect within --timeout (its MAC and the port are named)\n"
+        "  3    a controller didn't connect within --timeout (its MAC and the port are named),\n"
+        "       or the gateway had no answer from it within its deadline\n"
         "  4    the work ran to its end, but some items failed: bad CSV lines, refused or\n"
         "       differing records (each is reported, and counted in the summary)\n"
-        "  5    the library couldn't be loaded or started (not found, port in use)\n"
+        "  5    the library couldn't be loaded or started (not found, port in use), or the\n"
+        "       gateway couldn't be reached, wasn't trusted (TLS) or refused the token\n"
         "  130  interrupted with Ctrl-C: stopped cleanly, what was done is reported\n"
         "\nzanth help COMMAND and zanth help EXPORT tell more; zanth help exports lists the\n"
         "library's exports.\n";
@@ -111,7 +121,7 @@ std::string VerbHelp(const Verb& v) {
         for (const OptionSpec& o : v.options) h += Column(OptionText(o), o.help, 18);
     }
     h += "\nzanth --help lists the options every command takes (--port, --wait, --timeout,\n"
-         "--contact, --json, --data-dir) and the exit statuses.\n";
+         "--contact, --gateway, --json, --data-dir) and the exit statuses.\n";
     return h;
 }
 

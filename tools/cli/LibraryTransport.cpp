@@ -93,8 +93,8 @@ class LibraryTransport final : public Transport {
         o.port = reach.port;
         o.valid = reach.valid.empty() ? "ALL" : reach.valid;
         if (reach.linkNotices) {
-            o.onConnected = [this](const std::string& mac) { Push({"connect", mac}); };
-            o.onDisconnected = [this](const std::string& mac) { Push({"disconnect", mac}); };
+            o.onConnected = [this](const std::string& mac) { Push(MakeNotice("connect", mac)); };
+            o.onDisconnected = [this](const std::string& mac) { Push(MakeNotice("disconnect", mac)); };
         }
         try {
             session_ = std::make_unique<::zanth::Session>(o);
@@ -135,11 +135,11 @@ class LibraryTransport final : public Transport {
         return Invoke(rspExport, args);
     }
 
-    std::optional<std::pair<uint32_t, std::string>> NextReply() override {
+    std::optional<Incoming> NextReply() override {
         try {
             auto r = ::zanth::lib::GetNextResponse();
             if (!r) return std::nullopt;
-            return std::make_pair(static_cast<uint32_t>(r->rspid), std::move(r->buffer));
+            return Incoming{static_cast<uint32_t>(r->rspid), std::move(r->buffer), std::nullopt};
         } catch (const ::zanth::Error& e) {
             throw Failure("reading the response queue", FromError(e));
         }
@@ -175,7 +175,7 @@ class LibraryTransport final : public Transport {
                     next_ = kind + 1;
                     // Door reports and smart-card data come padded with blanks.
                     text->erase(text->find_last_not_of(' ') + 1);
-                    return Notice{kKinds[kind], std::move(*text)};
+                    return MakeNotice(kKinds[kind], std::move(*text));
                 }
             }
         } catch (const ::zanth::Error& e) {
@@ -208,6 +208,13 @@ class LibraryTransport final : public Transport {
         } catch (const ::zanth::UnknownExport& e) {
             throw UnknownName(e.name(), e.suggestions());
         }
+    }
+
+    static Notice MakeNotice(const char* kind, std::string text) {
+        Notice n;
+        n.kind = kind;
+        n.text = std::move(text);
+        return n;
     }
 
     void Push(Notice n) {

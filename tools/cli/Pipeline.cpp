@@ -67,17 +67,21 @@ PipelineEnd RunPipeline(Transport& transport, const std::vector<Lane*>& lanes, s
             }
         }
         bool replied = false;
-        while (std::optional<std::pair<uint32_t, std::string>> frame = transport.NextReply()) {
+        while (std::optional<Incoming> in = transport.NextReply()) {
             replied = true;
             lastReply = Clock::now();
-            auto it = flights.find(frame->first);
+            auto it = flights.find(in->rspid);
             if (it == flights.end()) continue;  // a reply no lane waits for any more
             Flight f = std::move(it->second);
             flights.erase(it);
             --queued[f.lane];
+            if (in->decoded) {
+                f.lane->Done(f.job, *in->decoded);
+                continue;
+            }
             Args args = f.job.args;
             const std::string& as = f.job.decodeAs.empty() ? f.job.exportName : f.job.decodeAs;
-            f.lane->Done(f.job, model::Decode(as, frame->first, frame->second, args));
+            f.lane->Done(f.job, model::Decode(as, in->rspid, in->frame, args));
         }
         tick();
         if (flights.empty() && !submitted && !replied) break;

@@ -43,7 +43,8 @@ Value Typed(const Context& ctx, const model::Export& e, const model::Param& p, c
         case model::Kind::kCharacter:
             return text;
         case model::Kind::kText:
-            return p.localPath && !text.empty() ? ctx.LocalPath(text).string() : text;
+            // Through a gateway a path names a file of its files folder, not of this computer.
+            return p.localPath && !text.empty() && ctx.inv.gateway.empty() ? ctx.LocalPath(text).string() : text;
         case model::Kind::kBytes: {
             if (text.rfind("@", 0) == 0) {
                 std::ifstream in(ctx.LocalPath(text.substr(1)), std::ios::binary);
@@ -133,12 +134,12 @@ std::string ResultLine(const std::string& what, int32_t code, const std::string&
 }
 
 // The reply under `rspid`, waited for up to --timeout.
-std::optional<std::pair<uint32_t, std::string>> AwaitReply(Context& ctx, Transport& t, uint32_t rspid) {
+std::optional<Incoming> AwaitReply(Context& ctx, Transport& t, uint32_t rspid) {
     auto deadline = std::chrono::steady_clock::now() +
                     std::chrono::milliseconds(static_cast<int64_t>(ctx.inv.timeout * 1000));
     while (std::chrono::steady_clock::now() < deadline) {
         while (auto reply = t.NextReply()) {
-            if (reply->first == rspid) return reply;
+            if (reply->rspid == rspid) return reply;
         }
         if (platform::Interrupted()) throw Interrupted();
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -172,7 +173,10 @@ int RunCall(Context& ctx) {
     } else {
         t = &ctx.Library();
     }
-    Result r = e.rsp ? t->Submit(e.name, args) : t->Call(e.name, args);
+    // A gateway takes a Rsp form as a call too: it chooses the rspid, waits for the reply and
+    // answers with it decoded.
+    bool awaited = e.rsp && !t->ThroughGateway();
+    Result r = awaited ? t->Submit(e.name, args) : t->Call(e.name, args);
     if (!r.ok) Fail(e.name, r);
 
     JsonObject o;
@@ -180,14 +184,15 @@ int RunCall(Context& ctx) {
     if (r.empty) o.Add("empty", true);
     o.AddRaw("outputs", OutputsJson(r.outputs).str());
     ctx.out.Line(ResultLine(e.name, r.code, r.name) + (r.empty ? " (nothing waiting)" : ""));
-    PrintOutputs(ctx, e, r.outputs);
-    if (!(e.rsp && e.decodable)) {
+    std::optional<model::Export> blocking = e.twin.empty() ? std::nullopt : model::Find(e.twin);
+    PrintOutputs(ctx, e.rsp && !awaited && blocking ? *blocking : e, r.outputs);
+    if (!(awaited && e.decodable)) {
         ctx.out.Json(o);
         return kExitOk;
     }
 
     auto rspid = static_cast<uint32_t>(std::get<int64_t>(args.at("rspid")));
-    std::optional<std::pair<uint32_t, std::string>> frame = AwaitReply(ctx, *t, rspid);
+    std::optional<Incoming> frame = AwaitReply(ctx, *t, rspid);
     if (!frame) {
         Result none;
         none.exportName = e.name;
@@ -196,7 +201,7 @@ int RunCall(Context& ctx) {
         none.meaning = "no reply came under rspid " + std::to_string(rspid) + " within --timeout";
         Fail(e.name, none);
     }
-    Reply reply = model::Decode(e.name, rspid, frame->second, args);
+    Reply reply = frame->decoded ? *frame->decoded : model::Decode(e.name, rspid, frame->frame, args);
     JsonObject j;
     j.Add("code", static_cast<int64_t>(reply.replyCode)).Add("result", static_cast<int64_t>(reply.result));
     j.Add("name", reply.name).Add("ok", reply.ok).Add("frame", reply.frame);
@@ -205,7 +210,6 @@ int RunCall(Context& ctx) {
     ctx.out.Line("reply " + std::to_string(reply.replyCode) + " under rspid " + std::to_string(rspid) + ": " +
                  std::to_string(reply.result) + " " + reply.name);
     ctx.out.Line("frame: " + reply.frame);
-    std::optional<model::Export> blocking = e.twin.empty() ? std::nullopt : model::Find(e.twin);
     PrintOutputs(ctx, blocking ? *blocking : e, reply.outputs);
     ctx.out.Json(o);
     if (!reply.ok) {

@@ -137,6 +137,16 @@ void CheckRemote(const std::string& exportName, const std::string& mac, const st
 
 }  // namespace
 
+// How a transfer ended, whichever way moved it.
+struct Outcome {
+    uint64_t bytes = 0;        // moved to or from the controller
+    size_t chunks = 0;         // of a put: sent and acknowledged
+    bool interrupted = false;  // Ctrl-C
+    bool failed = false;
+    bool lost = false;         // the controller went away
+    std::string why;
+};
+
 int RunFilePut(Context& ctx) {
     const std::string& mac = ctx.Arg(0);
     std::filesystem::path local = ctx.LocalPath(ctx.Arg(1));
@@ -148,41 +158,60 @@ int RunFilePut(Context& ctx) {
     if (in.bad()) throw std::runtime_error("can't read " + local.string());
     Transport& t = ctx.Reach({mac});
 
-    PutLane lane(mac, remote, data);
+    const size_t chunks = data.empty() ? 1 : (data.size() + kChunk - 1) / kChunk;
     Progress progress("put", "bytes", data.size(), true);
-    PipelineEnd end = RunPipeline(t, {&lane}, kPutWindow, kStall, [&]() { progress.Update(lane.bytesDone); });
-    progress.Update(lane.bytesDone, true);
+    Outcome o;
+    // What is left on the controller when the transfer didn't end.
+    std::string left = "; the controller's " + remote + " was left without its last chunk and is not complete";
+    if (std::optional<FileMove> moved = t.PutFile(mac, remote, data, [&](uint64_t n) { progress.Update(n); })) {
+        o.bytes = moved->bytes;
+        o.chunks = moved->complete ? chunks : 0;
+        o.interrupted = moved->interrupted;
+        o.failed = !moved->complete && !moved->interrupted;
+        o.why = moved->why;
+        left = moved->interrupted ? "; nothing was sent to the controller"
+                                  : "; the controller's " + remote + " may be left incomplete";
+    } else {
+        PutLane lane(mac, remote, data);
+        PipelineEnd end = RunPipeline(t, {&lane}, kPutWindow, kStall, [&]() { progress.Update(lane.bytesDone); });
+        o.bytes = lane.bytesDone;
+        o.chunks = lane.chunksDone;
+        o.interrupted = end.interrupted;
+        o.failed = lane.failed;
+        o.lost = lane.lost;
+        o.why = lane.why;
+    }
+    progress.Update(o.bytes, true);
     progress.Finish();
     double seconds = progress.Seconds();
-    bool whole = !lane.failed && !lane.lost && lane.chunksDone == lane.chunks();
+    bool whole = !o.failed && !o.lost && o.chunks == chunks;
 
     JsonObject summary;
     summary.Add("mac", mac)
                      .Add("local", local.string())
                      .Add("remote", remote)
-                     .Add("bytes", lane.bytesDone)
+                     .Add("bytes", o.bytes)
                      .Add("size", static_cast<uint64_t>(data.size()))
-                     .Add("chunks", static_cast<uint64_t>(lane.chunksDone))
+                     .Add("chunks", static_cast<uint64_t>(o.chunks))
                      .Add("seconds", seconds)
-                     .Add("kb_per_s", seconds > 0 ? static_cast<double>(lane.bytesDone) / seconds / 1000.0 : 0.0)
+                     .Add("kb_per_s", seconds > 0 ? static_cast<double>(o.bytes) / seconds / 1000.0 : 0.0)
                      .Add("complete", whole)
-                     .Add("interrupted", end.interrupted);
-    if (!whole && !lane.why.empty()) summary.Add("error", lane.why);
+                     .Add("interrupted", o.interrupted);
+    if (!whole && !o.why.empty()) summary.Add("error", o.why);
     ctx.out.Json(summary);
-    std::string done = std::to_string(lane.bytesDone) + " of " + std::to_string(data.size()) + " bytes (" +
-                       std::to_string(lane.chunksDone) + " of " + std::to_string(lane.chunks()) + " chunks)";
+    std::string done = std::to_string(o.bytes) + " of " + std::to_string(data.size()) + " bytes (" +
+                       std::to_string(o.chunks) + " of " + std::to_string(chunks) + " chunks)";
     if (whole) {
         ctx.out.Line("sent " + local.string() + " to " + mac + ":" + remote + ": " + std::to_string(data.size()) +
                      " bytes in " + Duration(seconds) + " (" + Rate(static_cast<double>(data.size()), seconds) + ")");
         return kExitOk;
     }
-    std::string left = "; the controller's " + remote + " was left without its last chunk and is not complete";
-    if (end.interrupted && !lane.failed) {
+    if (o.interrupted && !o.failed) {
         ctx.out.Note("interrupted: sent " + done + left);
         return kExitInterrupted;
     }
     ctx.out.Note("zanth: file put stopped after " + done + ": " +
-                 (lane.why.empty() ? std::string("no answer from the controller") : lane.why) + left);
+                 (o.why.empty() ? std::string("no answer from the controller") : o.why) + left);
     return kExitFailed;
 }
 
@@ -193,22 +222,36 @@ int RunFileGet(Context& ctx) {
     CheckRemote("RspGetDataFilename", mac, remote);
     Transport& t = ctx.Reach({mac});
 
-    GetLane lane(mac, remote);
     Progress progress("get", "bytes", 0, true);
-    PipelineEnd end = RunPipeline(t, {&lane}, 2, kStall, [&]() { progress.Update(lane.bytesDone); });
-    progress.Update(lane.bytesDone, true);
+    Outcome o;
+    std::optional<Bytes> file;
+    if (std::optional<FileMove> moved = t.GetFile(mac, remote, [&](uint64_t n) { progress.Update(n); })) {
+        o.bytes = moved->bytes;
+        o.interrupted = moved->interrupted;
+        o.failed = !moved->complete && !moved->interrupted;
+        o.why = moved->why;
+        if (moved->complete) file = std::move(moved->data);
+    } else {
+        GetLane lane(mac, remote);
+        PipelineEnd end = RunPipeline(t, {&lane}, 2, kStall, [&]() { progress.Update(lane.bytesDone); });
+        o.bytes = lane.bytesDone;
+        o.interrupted = end.interrupted;
+        o.failed = lane.failed;
+        o.why = lane.why;
+        if (!lane.failed) file = lane.File();
+    }
+    progress.Update(o.bytes, true);
     progress.Finish();
     double seconds = progress.Seconds();
-    std::optional<Bytes> file = lane.failed ? std::nullopt : lane.File();
 
     if (file) {
         // Written beside LOCAL and moved over it, so that LOCAL is never half a file.
         std::filesystem::path part = local;
         part += ".part";
         {
-            std::ofstream o(part, std::ios::binary | std::ios::trunc);
-            o.write(reinterpret_cast<const char*>(file->data()), static_cast<std::streamsize>(file->size()));
-            if (!o) throw std::runtime_error("can't write " + part.string());
+            std::ofstream out(part, std::ios::binary | std::ios::trunc);
+            out.write(reinterpret_cast<const char*>(file->data()), static_cast<std::streamsize>(file->size()));
+            if (!out) throw std::runtime_error("can't write " + part.string());
         }
         std::error_code ec;
         std::filesystem::rename(part, local, ec);
@@ -218,24 +261,24 @@ int RunFileGet(Context& ctx) {
     summary.Add("mac", mac)
                      .Add("local", local.string())
                      .Add("remote", remote)
-                     .Add("bytes", lane.bytesDone)
+                     .Add("bytes", o.bytes)
                      .Add("seconds", seconds)
-                     .Add("kb_per_s", seconds > 0 ? static_cast<double>(lane.bytesDone) / seconds / 1000.0 : 0.0)
+                     .Add("kb_per_s", seconds > 0 ? static_cast<double>(o.bytes) / seconds / 1000.0 : 0.0)
                      .Add("complete", file.has_value())
-                     .Add("interrupted", end.interrupted);
-    if (!file && !lane.why.empty()) summary.Add("error", lane.why);
+                     .Add("interrupted", o.interrupted);
+    if (!file && !o.why.empty()) summary.Add("error", o.why);
     ctx.out.Json(summary);
     if (file) {
         ctx.out.Line("fetched " + mac + ":" + remote + " into " + local.string() + ": " + std::to_string(file->size()) +
                      " bytes in " + Duration(seconds) + " (" + Rate(static_cast<double>(file->size()), seconds) + ")");
         return kExitOk;
     }
-    std::string done = std::to_string(lane.bytesDone) + " bytes received; " + local.string() + " was not written";
-    if (end.interrupted && !lane.failed) {
+    std::string done = std::to_string(o.bytes) + " bytes received; " + local.string() + " was not written";
+    if (o.interrupted && !o.failed) {
         ctx.out.Note("interrupted: " + done);
         return kExitInterrupted;
     }
-    ctx.out.Note("zanth: file get failed: " + (lane.why.empty() ? std::string("no answer from the controller") : lane.why) +
+    ctx.out.Note("zanth: file get failed: " + (o.why.empty() ? std::string("no answer from the controller") : o.why) +
                  "; " + done);
     return kExitFailed;
 }

@@ -87,8 +87,10 @@ std::string Signed(int64_t v) { return (v > 0 ? "+" : "") + std::to_string(v); }
 }  // namespace
 
 int RunList(Context& ctx) {
-    double wait = ctx.SecondsOption("--for").value_or(3.0);
+    std::optional<double> given = ctx.SecondsOption("--for");
     Transport& t = ctx.Reach({});
+    // A gateway holds its controllers already: nothing to wait for unless asked.
+    double wait = given.value_or(t.ThroughGateway() ? 0.0 : 3.0);
     if (ctx.inv.wait.empty()) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(static_cast<int64_t>(wait * 1000));
         // Called controllers are all there once each has identified itself.

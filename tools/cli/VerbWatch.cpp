@@ -26,6 +26,16 @@ std::string Now() {
 int RunWatch(Context& ctx) {
     std::optional<double> seconds = ctx.SecondsOption("--for");
     std::optional<int64_t> count = ctx.IntOption("--count", 1, INT64_MAX);
+    std::optional<int64_t> after = ctx.IntOption("--after", 0, INT64_MAX);
+    bool gateway = !ctx.inv.gateway.empty();
+    if (after && !gateway) {
+        throw UsageError("--after names a record of the gateway's journal: it goes with --gateway", ctx.inv.verb);
+    }
+    if (gateway && ctx.Flag("--backlog")) {
+        throw UsageError("--backlog reads the library's message files; through --gateway they are in its "
+                         "journal, which --after ID replays",
+                         ctx.inv.verb);
+    }
     // The backlog goes before the controllers come, so that nothing of this run is dropped.
     Transport& library = ctx.Library();
     if (!ctx.Flag("--backlog")) {
@@ -35,7 +45,7 @@ int RunWatch(Context& ctx) {
                          " alarms left unread by earlier runs (--backlog shows them)");
         }
     }
-    Transport& t = ctx.Reach({}, true);
+    Transport& t = ctx.Reach({}, true, after);
     ctx.out.Note("watching " + t.Where() + (seconds || count ? "" : "; Ctrl-C stops"));
 
     auto start = std::chrono::steady_clock::now();
@@ -50,11 +60,20 @@ int RunWatch(Context& ctx) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;
         }
+        if (n->remark) {
+            ctx.out.Note("zanth: " + n->text);
+            continue;
+        }
         ++counts[n->kind];
         ++total;
         std::string at = Now();
-        ctx.out.Line(at + " " + n->kind + std::string(n->kind.size() < 10 ? 10 - n->kind.size() : 1, ' ') + n->text);
-        ctx.out.Json(JsonObject().Add("kind", n->kind).Add("text", n->text).Add("time", at));
+        ctx.out.Line(at + " " + n->kind + std::string(n->kind.size() < 10 ? 10 - n->kind.size() : 1, ' ') + n->text +
+                     (n->decision.empty() ? "" : "  -> " + n->decision));
+        JsonObject o;
+        o.Add("kind", n->kind).Add("text", n->text).Add("time", at);
+        if (n->id > 0) o.Add("id", n->id);
+        if (!n->decision.empty()) o.Add("decision", n->decision);
+        ctx.out.Json(o);
     }
     double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::string summary, json;

@@ -17,8 +17,9 @@ const std::vector<Verb>& Verbs() {
     static const std::vector<Verb> verbs = {
         {"list", "", 0, 0, "the controllers that are connected",
          "Takes controllers (on --port, or through --contact) and lists those that identified\n"
-         "themselves within --for seconds, or as soon as every controller of --wait has come.",
-         {{"--for", "S", "how long to take controllers before listing them (default 3 s)"}},
+         "themselves within --for seconds, or as soon as every controller of --wait has come.\n"
+         "Through --gateway: those connected to the gateway now.",
+         {{"--for", "S", "how long to take controllers before listing them (default 3 s; 0 through --gateway)"}},
          RunList},
         {"info", "MAC", 1, 1, "a controller's description (ControllerInfo)", "", {}, RunInfo},
         {"time", "MAC", 1, 1, "a controller's clock and its drift from this computer's clock",
@@ -42,7 +43,9 @@ const std::vector<Verb>& Verbs() {
          "The records go out through the Rsp forms, several queued per controller, so that\n"
          "every Worker turn carries one (about 21 records/s per controller); several\n"
          "controllers load at once. Ctrl-C stops after the records under way and says which\n"
-         "were loaded. Exit status 4 when a line was bad or a record refused.",
+         "were loaded. Exit status 4 when a line was bad or a record refused.\n"
+         "Through --gateway each record is a call to the gateway, --window of them under way\n"
+         "per controller, which the gateway queues in turn: the same pace and reports.",
          {{"--window", "N", "records queued per controller at a time (1 to 64, default 4)"}},
          RunCardsLoad},
         {"cards check", "MAC[,MAC...] FILE", 2, 2,
@@ -62,21 +65,30 @@ const std::vector<Verb>& Verbs() {
         {"file put", "MAC LOCAL REMOTE", 3, 3, "send a file to a controller",
          "Sends LOCAL to the controller's file REMOTE, chunk by chunk (4086 bytes each, one\n"
          "per Worker turn: about 86 KB/s). Ctrl-C stops after the chunks under way; the\n"
-         "controller's file is then left without its last chunk.",
+         "controller's file is then left without its last chunk.\n"
+         "Through --gateway, LOCAL goes into the gateway's files folder under a name of its own\n"
+         "(the progress bar), the gateway sends it and the copy is removed. Ctrl-C stops the\n"
+         "upload; a transfer the gateway has begun runs to its end.",
          {}, RunFilePut},
         {"file get", "MAC LOCAL REMOTE", 3, 3, "fetch a controller's file",
          "Fetches the controller's file REMOTE into LOCAL, chunk by chunk. LOCAL is written\n"
-         "only once the whole file is in; Ctrl-C stops and leaves LOCAL as it was.",
+         "only once the whole file is in; Ctrl-C stops and leaves LOCAL as it was.\n"
+         "Through --gateway, the gateway fetches it into its files folder, then zanth downloads\n"
+         "it (the progress bar) and removes the gateway's copy.",
          {}, RunFileGet},
         {"watch", "", 0, 0, "events, alarms, look-ups, door reports and connects as they come",
          "Shows what the controllers send of their own accord until Ctrl-C (exit status 0), --for\n"
          "or --count.\n"
          "Look-ups shown here are not answered: the controller decides by itself.\n"
          "Events and alarms left unread in the data folder's message files by earlier runs are\n"
-         "counted and skipped, unless --backlog.",
+         "counted and skipped, unless --backlog.\n"
+         "Through --gateway: the gateway's event stream, from now or after the journal record of\n"
+         "--after (the \"id\" of --json); look-ups show the gateway's decision. A stream that\n"
+         "drops is resumed after the last record shown: nothing is missed or shown twice.",
          {{"--for", "S", "stop after S seconds"},
           {"--count", "N", "stop after N notices"},
-          {"--backlog", nullptr, "show the unread events and alarms of earlier runs first"}},
+          {"--backlog", nullptr, "show the unread events and alarms of earlier runs first"},
+          {"--after", "ID", "through --gateway: replay the journal after record ID first"}},
          RunWatch},
         {"call", "EXPORT [ARGS...]", 1, SIZE_MAX, "call any export of the library by name",
          "ARGS are the export's inputs in the header's order, or name=value in any order; the\n"
@@ -84,7 +96,10 @@ const std::vector<Verb>& Verbs() {
          "Numbers are decimal or 0x hex; bytes are @FILE, hex:0A0B..., or the text's own bytes.\n"
          "A command to a controller waits for its MAC first. A Rsp form waits for its reply\n"
          "(rspid=1 unless given) and shows it decoded. zanth help EXPORT shows its usage and\n"
-         "documentation.",
+         "documentation.\n"
+         "Through --gateway: the commands and information exports the gateway offers (it\n"
+         "refuses the others with 403); it chooses a Rsp form's rspid and answers with the\n"
+         "reply decoded; a path on the gateway's host names a file of its files folder.",
          {}, RunCall},
         {"help", "[COMMAND|EXPORT]", 0, 2, "this help, a command's, or an export's", "", {}, RunHelp},
     };
@@ -157,6 +172,15 @@ fs::path Context::LocalPath(const std::string& path) const {
 
 Transport& Context::Library() {
     if (transport_) return *transport_;
+    if (!inv.gateway.empty()) {
+        GatewayOptions o;
+        o.url = inv.gateway;
+        o.token = inv.token;
+        if (o.token.empty() && std::getenv("ZANTH_TOKEN")) o.token = std::getenv("ZANTH_TOKEN");
+        o.ca = inv.ca.empty() ? "" : LocalPath(inv.ca).string();
+        transport_ = MakeGatewayTransport(o);
+        return *transport_;
+    }
     fs::path dir = inv.dataDir.empty() ? platform::DefaultDataDir() : LocalPath(inv.dataDir);
     // Paths the user gave are taken from where the program started, before it moves.
     std::string given = inv.library;
@@ -184,7 +208,8 @@ Transport& Context::Library() {
                      "\n  give its path with --library or ZANTH_LIBRARY");
 }
 
-Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices) {
+Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices,
+                          std::optional<int64_t> noticesAfter) {
     Transport& t = Library();
     std::vector<std::string> all;
     auto add = [&all](const std::string& mac) {
@@ -200,6 +225,7 @@ Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices
         r.contacts = inv.contacts;
         r.portGiven = inv.portGiven;
         r.linkNotices = linkNotices;
+        r.noticesAfter = noticesAfter;
         r.port = inv.port;
         if (!inv.portGiven && !inv.contacts.empty()) {
             // Calling out, the library still listens: on a port no one else holds.
@@ -232,6 +258,10 @@ Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices
             for (size_t i = 0; i < missing.size(); ++i) list += (i ? ", " : "") + missing[i];
             char seconds[32];
             std::snprintf(seconds, sizeof seconds, "%g", inv.timeout);
+            if (t.ThroughGateway()) {
+                throw Timeout(list + " did not connect to " + t.Where() + " within " + seconds +
+                              " s (GET /api/v1/controllers lists the controllers it holds)");
+            }
             if (inv.contacts.empty()) {
                 throw Timeout(list + " did not connect to " +
                               t.Where() + " within " + seconds +
@@ -240,7 +270,8 @@ Transport& Context::Reach(const std::vector<std::string>& macs, bool linkNotices
             throw Timeout(list + " did not identify itself after the call to " + t.Where() +
                           " within " + seconds + " s");
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        // A gateway is asked over the network: less often.
+        std::this_thread::sleep_for(std::chrono::milliseconds(t.ThroughGateway() ? 200 : 20));
     }
 }
 

@@ -26,12 +26,6 @@ enum Exit : int {
     kExitInterrupted = 130 // Ctrl-C: stopped cleanly, what was done is reported
 };
 
-// A controller that didn't come within --timeout.
-class Timeout : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
 // Ctrl-C while waiting, outside the work that reports what it did.
 class Interrupted : public std::runtime_error {
   public:
@@ -84,11 +78,13 @@ class Context {
     // program works in its data folder.
     std::filesystem::path LocalPath(const std::string& path) const;
 
-    // The library, loaded on first use once the command line is in its data folder.
+    // The way to the controllers: the library, loaded on first use once the command line is in
+    // its data folder, or the gateway of --gateway.
     Transport& Library();
-    // The library, taking controllers (listening, calling --contact), with these MACs and
-    // those of --wait connected: Timeout when one doesn't come within --timeout.
-    Transport& Reach(const std::vector<std::string>& macs, bool linkNotices = false);
+    // The library, taking controllers (listening, calling --contact), or the gateway, with
+    // these MACs and those of --wait connected: Timeout when one doesn't come within --timeout.
+    Transport& Reach(const std::vector<std::string>& macs, bool linkNotices = false,
+                     std::optional<int64_t> noticesAfter = std::nullopt);
 
   private:
     std::filesystem::path startDir_;

@@ -2,6 +2,7 @@
 own (its HOME, XDG_CONFIG_HOME and XDG_STATE_HOME inside it), against zanth-sim processes that
 it starts on free loopback ports and always stops, on failure too. Waits have deadlines, never
 fixed sleeps."""
+import hashlib
 import json
 import os
 import re
@@ -70,6 +71,7 @@ class Site:
             os.makedirs(d, exist_ok=True)
         self.sims = []
         self.procs = []
+        self.gateways = []
 
     def env(self, extra=None):
         env = dict(os.environ)
@@ -113,6 +115,12 @@ class Site:
         self.sims.append(s)
         return s
 
+    def gateway(self, **kw):
+        """zanthd on free loopback ports, in a folder of its own; start() it."""
+        g = Gateway(os.path.join(self.root, f"gateway-{len(self.gateways)}"), **kw)
+        self.gateways.append(g)
+        return g
+
     def cleanup(self):
         for p in self.procs:
             if p.poll() is None:
@@ -120,6 +128,8 @@ class Site:
                 p.wait()
         for s in self.sims:
             s.cleanup()
+        for g in self.gateways:
+            g.cleanup()
 
 
 class Sim:
@@ -156,6 +166,102 @@ class Sim:
             self.proc.wait()
         if not self.log.closed:
             self.log.close()
+
+
+OPERATOR = "operator-token-of-the-tests"
+READER = "read-only-token-of-the-tests"
+
+
+class Gateway:
+    """zanthd with an operator and a read-only token, its controllers' port and its API on free
+    loopback ports; TLS with `tls=(cert, key)`."""
+
+    def __init__(self, directory, tls=None, extra=""):
+        self.dir = directory
+        os.makedirs(directory)
+        self.port = free_port()       # where the controllers connect
+        self.http_port = free_port()
+        self.tls = tls
+        self.files = os.path.join(directory, "files")
+        tls_lines = f'tls_cert = "{tls[0]}"\ntls_key = "{tls[1]}"\n' if tls else ""
+        self.config = os.path.join(directory, "zanthd.toml")
+        with open(self.config, "w") as f:
+            f.write(f"""[library]
+port = {self.port}
+controllers = 10
+[http]
+listen = "127.0.0.1:{self.http_port}"
+{tls_lines}{extra}
+[[tokens]]
+name = "operator"
+scope = "operator"
+sha256 = "{hashlib.sha256(OPERATOR.encode()).hexdigest()}"
+[[tokens]]
+name = "viewer"
+scope = "read"
+sha256 = "{hashlib.sha256(READER.encode()).hexdigest()}"
+""")
+        self.log = open(os.path.join(directory, "zanthd.log"), "ab")
+        self.proc = None
+
+    @property
+    def url(self):
+        return f"{'https' if self.tls else 'http'}://127.0.0.1:{self.http_port}"
+
+    def args(self, token=OPERATOR):
+        """zanth's options to work through this gateway."""
+        return ["--gateway", self.url] + (["--token", token] if token else [])
+
+    def get(self, path, **params):
+        """GET /api/v1/<path> with the operator's token: (status, JSON body)."""
+        import requests
+        r = requests.get(f"{self.url}/api/v1{path}", params=params, timeout=10,
+                         headers={"Authorization": f"Bearer {OPERATOR}"},
+                         verify=self.tls[0] if self.tls else True)
+        return r.status_code, r.json()
+
+    def records(self, after=0):
+        """Every record of the journal after `after`."""
+        out = []
+        while True:
+            status, page = self.get("/events", after=after, limit=1000)
+            assert status == 200, page
+            out += page["records"]
+            if not page["records"]:
+                return out
+            after = page["next_after"]
+
+    def start(self):
+        env = dict(os.environ, HOME=self.dir, XDG_CONFIG_HOME=self.dir)
+        self.proc = subprocess.Popen([os.path.join(BIN, "zanthd"), "--config", self.config],
+                                     stdout=self.log, stderr=self.log, env=env, cwd=self.dir)
+
+        def ready():
+            if self.proc.poll() is not None:
+                return "ended"
+            try:
+                return self.get("/readyz")[0] == 200
+            except OSError:
+                return False
+        assert wait_for(ready, 60, "zanthd to be ready") is True, f"zanthd ended: {self.proc.returncode}"
+        return self
+
+    def connected(self, *macs):
+        wait_for(lambda: set(macs) <= {c["mac"] for c in self.get("/controllers")[1]["controllers"]
+                                        if c["connected"]}, 60, f"{macs} connected to zanthd")
+
+    def stop(self):
+        """SIGTERM, and the wait for its end."""
+        if self.proc and self.proc.poll() is None:
+            self.proc.send_signal(signal.SIGTERM)
+            assert self.proc.wait(timeout=30) == 0
+        self.proc = None
+
+    def cleanup(self):
+        if self.proc and self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
+        self.log.close()
 
 
 @pytest.fixture
