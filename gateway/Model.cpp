@@ -145,7 +145,7 @@ bool PrepareCall(const std::string& name, const json& args, const CallOptions& o
         if (e == nullptr) {
             std::vector<std::string> callable = CallableExports();
             std::vector<std::string_view> names(callable.begin(), callable.end());
-            problem->suggestions = zanth::detail::Closest(name, names, 3);
+            problem->suggestions = zanth::dynamic::Closest(name, names, 3);
             std::string text = "no export named \"" + name + "\"";
             for (size_t i = 0; i < problem->suggestions.size(); ++i) {
                 text += (i == 0 ? "; did you mean " : ", ") + problem->suggestions[i];

@@ -433,6 +433,10 @@ inline const meta::Export* Find(std::string_view name) {
     return nullptr;
 }
 
+// The `max` of `names` closest to `name`, for a "did you mean": a case-insensitive prefix or
+// substring first, then by edit distance within a third of the name's length.
+using detail::Closest;
+
 inline std::vector<std::string> Suggest(std::string_view name, size_t max = 3) {
     std::vector<std::string_view> names;
     for (const meta::Export& e : meta::kExports) names.emplace_back(e.name);

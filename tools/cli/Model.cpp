@@ -237,3 +237,18 @@ std::string LibraryVersion() { return m::kLibraryVersion; }
 size_t ExportCount() { return std::size(m::kExports); }
 
 }  // namespace zanth::cli::model
+
+namespace zanth::cli {
+
+// The suggestions and the MAC comparison are zanth.hpp's, so that the command line, the gateway
+// and the C++ layer say the same.
+std::vector<std::string> Closest(std::string_view name, const std::vector<std::string>& names,
+                                 size_t max) {
+    return ::zanth::dynamic::Closest(name, names, max);
+}
+
+bool SameMac(std::string_view a, std::string_view b) {
+    return ::zanth::Session::SameMac(a, b);
+}
+
+}  // namespace zanth::cli

@@ -168,66 +168,11 @@ std::string Duration(double seconds) {
     return out;
 }
 
-namespace {
-
-std::string Lower(std::string_view t) {
-    std::string out(t);
-    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
-size_t Distance(std::string_view a, std::string_view b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
-}  // namespace
-
-std::vector<std::string> Closest(std::string_view name, const std::vector<std::string>& names,
-                                 size_t max) {
-    std::string lower = Lower(name);
-    std::vector<std::pair<size_t, std::string>> ranked;
-    for (const std::string& candidate : names) {
-        std::string lc = Lower(candidate);
-        size_t d = Distance(lower, lc);
-        if (!lower.empty() && lc.find(lower) != std::string::npos) d = std::min<size_t>(d, 1);
-        if (d <= std::max<size_t>(2, lower.size() / 3)) ranked.emplace_back(d, candidate);
-    }
-    std::stable_sort(ranked.begin(), ranked.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::vector<std::string> out;
-    for (size_t i = 0; i < ranked.size() && out.size() < max; ++i) out.push_back(ranked[i].second);
-    return out;
-}
-
 std::string DidYouMean(const std::vector<std::string>& s) {
     if (s.empty()) return "";
     std::string out = "; did you mean ";
     for (size_t i = 0; i < s.size(); ++i) out += (i == 0 ? "" : i + 1 == s.size() ? " or " : ", ") + s[i];
     return out + "?";
-}
-
-bool SameMac(std::string_view a, std::string_view b) {
-    auto digits = [](std::string_view m) {
-        std::string d;
-        for (char c : m) {
-            if (std::isxdigit(static_cast<unsigned char>(c))) {
-                d += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-            }
-        }
-        return d;
-    };
-    return digits(a) == digits(b);
 }
 
 }  // namespace zanth::cli

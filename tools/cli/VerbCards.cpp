@@ -198,6 +198,41 @@ std::vector<Lane*> Lanes(std::vector<std::unique_ptr<L>>& lanes) {
     return out;
 }
 
+// One lane a controller, run through the pipeline under a progress bar.
+template <class L>
+struct LaneRun {
+    std::vector<std::unique_ptr<L>> lanes;
+    PipelineEnd end;
+    double seconds = 0;
+    size_t answered = 0;
+
+    bool lost() const {
+        for (const auto& l : lanes) {
+            if (l->lost) return true;
+        }
+        return false;
+    }
+};
+
+template <class L>
+LaneRun<L> RunLanes(Context& ctx, Transport& t, const std::vector<std::string>& macs, const CardsFile& cards,
+                    size_t window, const char* label) {
+    LaneRun<L> run;
+    for (const std::string& m : macs) run.lanes.push_back(std::make_unique<L>(m, cards.records, ctx));
+    Progress progress(label, "records", cards.records.size() * macs.size());
+    auto answered = [&run]() {
+        size_t n = 0;
+        for (auto& l : run.lanes) n += l->answered;
+        return n;
+    };
+    run.end = RunPipeline(t, Lanes(run.lanes), window, kStall, [&]() { progress.Update(answered()); });
+    progress.Update(answered(), true);
+    progress.Finish();
+    run.seconds = progress.Seconds();
+    run.answered = answered();
+    return run;
+}
+
 // A line per controller on how far its lane got, when the run didn't end whole.
 template <class L>
 void ReportStops(const Context& ctx, const std::vector<std::unique_ptr<L>>& lanes, const PipelineEnd& end,
@@ -230,19 +265,11 @@ int RunCardsLoad(Context& ctx) {
     }
     Transport& t = ctx.Reach(macs);
 
-    std::vector<std::unique_ptr<LoadLane>> lanes;
-    for (const std::string& m : macs) lanes.push_back(std::make_unique<LoadLane>(m, cards.records, ctx));
     const size_t records = cards.records.size();
-    Progress progress("cards", "records", records * macs.size());
-    auto answered = [&lanes]() {
-        size_t n = 0;
-        for (auto& l : lanes) n += l->answered;
-        return n;
-    };
-    PipelineEnd end = RunPipeline(t, Lanes(lanes), window, kStall, [&]() { progress.Update(answered()); });
-    progress.Update(answered(), true);
-    progress.Finish();
-    double seconds = progress.Seconds();
+    LaneRun<LoadLane> run = RunLanes<LoadLane>(ctx, t, macs, cards, window, "cards");
+    const auto& lanes = run.lanes;
+    const PipelineEnd& end = run.end;
+    const double seconds = run.seconds;
 
     size_t loaded = 0, refused = 0;
     std::string perController;
@@ -261,7 +288,7 @@ int RunCardsLoad(Context& ctx) {
     ReportStops(ctx, lanes, end, records, "loaded or refused");
     std::string text = "loaded " + std::to_string(loaded) + " of " + std::to_string(records * macs.size()) +
                        " records into " + std::to_string(macs.size()) + " controller" + (macs.size() == 1 ? "" : "s") +
-                       " in " + Duration(seconds) + " (" + Rate(static_cast<double>(answered()), seconds) +
+                       " in " + Duration(seconds) + " (" + Rate(static_cast<double>(run.answered), seconds) +
                        " records/s); " + std::to_string(refused) + " refused, " + std::to_string(cards.bad.size()) +
                        " bad line" + (cards.bad.size() == 1 ? "" : "s") + " (nothing sent for them)";
     if (end.interrupted) text = "interrupted: " + text;
@@ -273,14 +300,11 @@ int RunCardsLoad(Context& ctx) {
                      .Add("records", static_cast<int64_t>(records))
                      .AddRaw("controllers", "[" + perController + "]")
                      .Add("seconds", seconds)
-                     .Add("records_per_s", seconds > 0 ? static_cast<double>(answered()) / seconds : 0.0)
+                     .Add("records_per_s", seconds > 0 ? static_cast<double>(run.answered) / seconds : 0.0)
                      .Add("interrupted", end.interrupted)
                      .Add("stalled", end.stalled));
     if (end.interrupted) return kExitInterrupted;
-    if (end.stalled || end.unanswered) return kExitFailed;
-    for (auto& l : lanes) {
-        if (l->lost) return kExitFailed;
-    }
+    if (end.stalled || end.unanswered || run.lost()) return kExitFailed;
     return refused || !cards.bad.empty() ? kExitPartial : kExitOk;
 }
 
@@ -291,19 +315,11 @@ int RunCardsCheck(Context& ctx) {
     ReportBad(ctx, ctx.Arg(1), cards);
     Transport& t = ctx.Reach(macs);
 
-    std::vector<std::unique_ptr<CheckLane>> lanes;
-    for (const std::string& m : macs) lanes.push_back(std::make_unique<CheckLane>(m, cards.records, ctx));
     const size_t records = cards.records.size();
-    Progress progress("check", "records", records * macs.size());
-    auto answered = [&lanes]() {
-        size_t n = 0;
-        for (auto& l : lanes) n += l->answered;
-        return n;
-    };
-    PipelineEnd end = RunPipeline(t, Lanes(lanes), window, kStall, [&]() { progress.Update(answered()); });
-    progress.Update(answered(), true);
-    progress.Finish();
-    double seconds = progress.Seconds();
+    LaneRun<CheckLane> run = RunLanes<CheckLane>(ctx, t, macs, cards, window, "check");
+    const auto& lanes = run.lanes;
+    const PipelineEnd& end = run.end;
+    const double seconds = run.seconds;
 
     size_t same = 0, differ = 0, missing = 0;
     for (auto& l : lanes) {
@@ -312,7 +328,7 @@ int RunCardsCheck(Context& ctx) {
         missing += l->missing;
     }
     ReportStops(ctx, lanes, end, records, "checked");
-    std::string text = "checked " + std::to_string(answered()) + " of " + std::to_string(records * macs.size()) +
+    std::string text = "checked " + std::to_string(run.answered) + " of " + std::to_string(records * macs.size()) +
                        " records in " + Duration(seconds) + ": " + std::to_string(same) + " the same, " +
                        std::to_string(differ) + " differ, " + std::to_string(missing) + " not read; " +
                        std::to_string(cards.bad.size()) + " bad line" + (cards.bad.size() == 1 ? "" : "s") +
@@ -320,7 +336,7 @@ int RunCardsCheck(Context& ctx) {
     if (end.interrupted) text = "interrupted: " + text;
     ctx.out.Line(text);
     ctx.out.Json(JsonObject()
-                     .Add("checked", static_cast<int64_t>(answered()))
+                     .Add("checked", static_cast<int64_t>(run.answered))
                      .Add("same", static_cast<int64_t>(same))
                      .Add("differ", static_cast<int64_t>(differ))
                      .Add("missing", static_cast<int64_t>(missing))
@@ -330,10 +346,7 @@ int RunCardsCheck(Context& ctx) {
                      .Add("interrupted", end.interrupted)
                      .Add("stalled", end.stalled));
     if (end.interrupted) return kExitInterrupted;
-    if (end.stalled || end.unanswered) return kExitFailed;
-    for (auto& l : lanes) {
-        if (l->lost) return kExitFailed;
-    }
+    if (end.stalled || end.unanswered || run.lost()) return kExitFailed;
     return differ || missing || !cards.bad.empty() ? kExitPartial : kExitOk;
 }
 
