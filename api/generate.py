@@ -9,6 +9,7 @@ Inputs (read only):
   CMakeLists.txt           the library's version
 Outputs (committed, never edited by hand):
   api/zanth-api.json       the model
+  bindings/python/zanth/zanth-api.json   the Python package's copy of it (the package ships it)
   docs/API.md              the reference page for host developers
   include/zanth_table.hpp  the model as C++ tables and call thunks (the dynamic layer's data)
   include/zanth_api.hpp    typed C++ wrappers of every export
@@ -1399,6 +1400,7 @@ def render_api_hpp(model):
 
 OUTPUTS = {
     "api/zanth-api.json": render_json,
+    "bindings/python/zanth/zanth-api.json": render_json,
     "docs/API.md": render_api_md,
     "include/zanth_table.hpp": render_table_hpp,
     "include/zanth_api.hpp": render_api_hpp,
