@@ -20,6 +20,7 @@
 #include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 
 namespace zanth {
 
@@ -149,7 +150,9 @@ private:
     int32_t startRspid_;
     int32_t contactResult_ = 0;
     platform::ThreadId threadId_;
-    MessageUtil util_;
+    // The link's cipher, used once the controller has identified itself encrypted.
+    Crypto crypto_;
+    MessageUtil util_{&crypto_};
     char mac_[kMacSize];
     bool init_ = false;
     bool encrypted_ = false;

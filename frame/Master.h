@@ -12,6 +12,7 @@
 #include "connection/WorkerStartRecord.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "zanth.h"
 
 namespace zanth {
@@ -376,6 +377,8 @@ class Master {
                                 std::function<void()> body);
 
     char masterName_[32];
+    // Only asked for the cipher plugin's version: Master frames no encrypted message.
+    Crypto crypto_;
     MessageUtil util_;
     // The command as it goes into sendMon.
     CommandRecord record_{};

@@ -68,7 +68,7 @@ int32_t Master::GetEncryptionDLLVersion(char* buffer, int32_t size) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     if (buffer == nullptr && size != 0) return kBadArgument;
     if (buffer == nullptr || size <= 0) return kTooLarge;
-    return util_.GetCrypto().GetVersion(buffer, size);
+    return crypto_.GetVersion(buffer, size);
 }
 
 }  // namespace zanth

@@ -44,7 +44,7 @@ static_assert(sizeof kPunchThrough / sizeof kPunchThrough[0] == 55, "55 punch-th
 
 }  // namespace
 
-MessageUtil::MessageUtil() {
+MessageUtil::MessageUtil(Cipher* cipher) : cipher_(cipher) {
     unknownName_[0] = '\0';
     parsedName_[0] = '\0';
 }
@@ -192,8 +192,9 @@ int32_t MessageUtil::EncryptMessage(const char* plain, int32_t plainLen, char* o
                                     int32_t* outLen, const unsigned char* key) {
     if (outSize > 0) std::memset(out, 0, static_cast<size_t>(outSize));
     if (outSize <= kEncryptedHeaderSize) return kTooLarge;
+    if (cipher_ == nullptr) return kCipherFailed;
     int32_t cipherLen = 0;
-    int32_t rc = crypto_.Encrypt(reinterpret_cast<const unsigned char*>(plain), plainLen,
+    int32_t rc = cipher_->Encrypt(reinterpret_cast<const unsigned char*>(plain), plainLen,
                                  reinterpret_cast<unsigned char*>(out + kEncryptedHeaderSize),
                                  outSize - kEncryptedHeaderSize, &cipherLen, key);
     if (rc < 0) return kCipherFailed;
@@ -215,11 +216,12 @@ int32_t MessageUtil::DecryptMessage(const char* frame, int32_t frameLen, char* p
     int32_t cipherLen = ParseEncryptedLength(frame, frameLen);
     if (cipherLen < 0) return cipherLen;
     if (cipherLen > frameLen - kEncryptedHeaderSize || plainSize < 1) return kCipherFailed;
+    if (cipher_ == nullptr) return kCipherFailed;
     int32_t length = 0;
     // One byte of the room stays for the terminator.
-    int32_t rc = crypto_.Decrypt(reinterpret_cast<const unsigned char*>(frame + kEncryptedHeaderSize),
-                                 cipherLen, reinterpret_cast<unsigned char*>(plainOut),
-                                 plainSize - 1, &length, key);
+    int32_t rc = cipher_->Decrypt(reinterpret_cast<const unsigned char*>(frame + kEncryptedHeaderSize),
+                                  cipherLen, reinterpret_cast<unsigned char*>(plainOut),
+                                  plainSize - 1, &length, key);
     if (rc < 0 || length < 0 || length > plainSize - 1) return kCipherFailed;
     plainOut[length] = '\0';
     *plainLen = length;
@@ -229,9 +231,13 @@ int32_t MessageUtil::DecryptMessage(const char* frame, int32_t frameLen, char* p
 int32_t MessageUtil::GenerateKey(const char* identifyMessage, const char* seed,
                                  unsigned char* keyOut, int32_t keySize) {
     std::memset(keyOut, 0, static_cast<size_t>(keySize));
-    return crypto_.GenerateKey(identifyMessage, seed, keyOut, keySize);
+    if (cipher_ == nullptr) return kCipherFailed;
+    return cipher_->GenerateKey(identifyMessage, seed, keyOut, keySize);
 }
 
-int32_t MessageUtil::GetBufferSize(int32_t* size) { return crypto_.GetEncryptedBufferSize(size); }
+int32_t MessageUtil::GetBufferSize(int32_t* size) {
+    if (cipher_ == nullptr) return kCipherFailed;
+    return cipher_->GetEncryptedBufferSize(size);
+}
 
 }  // namespace zanth

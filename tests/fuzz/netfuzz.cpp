@@ -52,6 +52,7 @@
 #include "monitors/RecvMon.h"
 #include "protocol/Codes.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "zanth.h"
 
 namespace {
@@ -273,7 +274,8 @@ public:
 
 private:
     std::mutex lock_;
-    zanth::MessageUtil util_;
+    zanth::Crypto crypto_;
+    zanth::MessageUtil util_{&crypto_};
     int32_t room_ = 0;
     bool ok_ = false;
 };

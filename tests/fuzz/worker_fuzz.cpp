@@ -42,6 +42,7 @@
 #include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "security/SeedHashMon.h"
 #include "zanth.h"
 
@@ -218,7 +219,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     int32_t wait = 2000;
     RecvWaitTime(1, &wait);
 
-    sealer = new zanth::MessageUtil();
+    sealer = new zanth::MessageUtil(new zanth::Crypto());
     int32_t room = 0;
     if (sealer->GetBufferSize(&room) != 0) {
         zanth::fuzz::Broken("the cipher plugin libzanth_encryption64.so did not load",
