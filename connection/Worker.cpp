@@ -6,21 +6,13 @@
 #include <cstring>
 #include <ctime>
 
-#include "monitors/Globals.h"
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/CharQueueMon.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
+#include "monitors/Monitors.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 namespace {
@@ -56,8 +48,8 @@ bool PayloadIs(const char* payload, std::initializer_list<const char*> texts) {
 
 std::atomic<uint32_t> identifyLimitMilliseconds{kIdentifyLimitMilliseconds};
 
-Worker::Worker(const WorkerStartRecord& start)
-    : socket_(start.socket), parentWindow_(start.parentWindow), instance_(start.instance),
+Worker::Worker(const WorkerStartRecord& start, Monitors& monitors, SeedHashMon& seeds)
+    : monitors_(monitors), seeds_(seeds), socket_(start.socket), parentWindow_(start.parentWindow), instance_(start.instance),
       type_(start.type), port_(start.port), startRspfunc_(start.rspfunc),
       startRspid_(start.rspid), threadId_(platform::CurrentThreadId()),
       reader_(mac_, util_, current_), writer_(mac_, util_, current_) {
@@ -81,11 +73,11 @@ Worker::Worker(const WorkerStartRecord& start)
             std::strcat(dataBuffer_.data(), ";");
             util_.BuildMessage(0, dataBuffer_.data(), std::strlen(dataBuffer_.data()),
                                releaseText_, kMessageBufferSize);
-            responseMon->Add(startRspid_, releaseText_,
+            monitors_.responseMon->Add(startRspid_, releaseText_,
                              static_cast<int32_t>(std::strlen(releaseText_) + 1));
         } else {
-            workerMon->AddPlaceholder("0001", threadId_);
-            recvMon->SetBuffer(dataBuffer_.data());
+            monitors_.workerMon->AddPlaceholder("0001", threadId_);
+            monitors_.recvMon->SetBuffer(dataBuffer_.data());
         }
     }
     reader_.Attach(socket_);
@@ -108,7 +100,7 @@ Worker::~Worker() {
         Log(mac_, kLogTrace, "[Worker::~Worker] Invoked");
         // This first notice goes out whatever the state, even for a Worker never identified.
         int32_t error = 0;
-        connDiscQueue->Add(mac_, 0, &error);
+        monitors_.connDiscQueue->Add(mac_, 0, &error);
 
         util_.BuildMessage(ZANTH_TERMINATE, "", 0, releaseText_, kMessageBufferSize);
         if (busy_) {
@@ -132,17 +124,17 @@ Worker::~Worker() {
         }
     }
     cmd_.reset();
-    if (init_ && !killed) sendMon->ClearCollector(mac_, threadId_);
+    if (init_ && !killed) monitors_.sendMon->ClearCollector(mac_, threadId_);
     if (!killed) {
         int32_t error = 0;
         if (init_) {
             Log(mac_, kLogTrace, "[Worker::~Worker] init == true");
             // Only this Worker's own entry: a newer connection of the MAC may stand there now.
-            workerMon->RemoveWorkerOf(mac_, threadId_, &error);
-            connDiscQueue->Add(mac_, 0, &error);
+            monitors_.workerMon->RemoveWorkerOf(mac_, threadId_, &error);
+            monitors_.connDiscQueue->Add(mac_, 0, &error);
         } else {
             Log(mac_, kLogTrace, "[Worker::~Worker] init == false");
-            workerMon->RemoveUnidentified(threadId_, nullptr, &error);
+            monitors_.workerMon->RemoveUnidentified(threadId_, nullptr, &error);
         }
     }
     platform::SetKillHook(nullptr);
@@ -172,11 +164,11 @@ void Worker::ReleaseCaller(const CommandRecord& record, const char* responseText
     }
     if (record.rspfunc != 0) {
         Log(mac_, kLogTrace, responseText);
-        responseMon->Add(record.rspid, releaseText_,
+        monitors_.responseMon->Add(record.rspid, releaseText_,
                          static_cast<int32_t>(std::strlen(releaseText_) + 1));
     } else {
         Log(mac_, kLogTrace, slotText);
-        recvMon->SetBuffer(releaseText_);
+        monitors_.recvMon->SetBuffer(releaseText_);
     }
 }
 
@@ -220,8 +212,8 @@ void Worker::Run() {
 bool Worker::Idle() {
     // A command that could leave now, or one still waiting in sendMon, needs the next turn.
     if (cmd_->Count() > 0 && !busy_ && !xfer_ && !waitingForANonXferResponse_) return false;
-    if (init_ && sendMon->CountFor(mac_) > 0) return false;
-    return !LibraryTerminating();
+    if (init_ && monitors_.sendMon->CountFor(mac_) > 0) return false;
+    return !monitors_.Terminating();
 }
 
 bool Worker::Start() {
@@ -263,11 +255,11 @@ bool Worker::Turn() {
             if (!ProcessCommand(work)) return false;
         }
     }
-    return !LibraryTerminating();
+    return !monitors_.Terminating();
 }
 
 bool Worker::StillRegistered() {
-    return init_ && workerMon->WorkerThreadOf(mac_) == threadId_;
+    return init_ && monitors_.workerMon->WorkerThreadOf(mac_) == threadId_;
 }
 
 void Worker::CheckSendMon() {
@@ -275,7 +267,7 @@ void Worker::CheckSendMon() {
     // longer answers for the MAC: the commands there are the newer Worker's.
     if (!StillRegistered()) return;
     int32_t error = 0;
-    sendMon->Get(&incoming_, mac_, &error);
+    monitors_.sendMon->Get(&incoming_, mac_, &error);
     if (error != 0) return;
     FormatText(logText_, sizeof logText_, "[Worker::Run] %s Added to cmd queue",
                util_.CodeNameOf(incoming_.message));
@@ -303,7 +295,7 @@ void Worker::CheckSendMon() {
                 if (isReboot_) xfer_ = false;
                 return;
             }
-            if (LibraryTerminating()) return;
+            if (monitors_.Terminating()) return;
             waitingForANonXferResponse_ = true;
             AwaitReply(writer_.Code(), incoming_.rspfunc, incoming_.rspid, deadline);
             Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
@@ -369,7 +361,7 @@ bool Worker::CheckValid() {
     uint8_t valid = 0;
     char mac[kMacSize];
     CopyBounded(mac, mac_, sizeof mac);
-    validMon->Contains(mac, &valid);
+    monitors_.validMon->Contains(mac, &valid);
     if (valid) return true;
     if (SendFramed(ZANTH_TERMINATE, "")) busy_ = false;
     return false;
@@ -403,7 +395,7 @@ bool Worker::IdentifyTimeRanOut() {
 }
 
 Worker::Clock::time_point Worker::Deadline() const {
-    return Clock::now() + std::chrono::milliseconds(recvMon->WaitTime());
+    return Clock::now() + std::chrono::milliseconds(monitors_.recvMon->WaitTime());
 }
 
 void Worker::AwaitReply(int32_t code, int32_t rspfunc, int32_t rspid, Clock::time_point deadline) {
@@ -433,7 +425,7 @@ void Worker::CheckStalls() {
         FormatText(text, sizeof text, "%d;", static_cast<int>(kNoReply));
         char framed[kMessageBufferSize];
         util_.BuildMessage(0, text, std::strlen(text), framed, sizeof framed);
-        responseMon->Add(awaitedRspid_, framed, static_cast<int32_t>(std::strlen(framed) + 1));
+        monitors_.responseMon->Add(awaitedRspid_, framed, static_cast<int32_t>(std::strlen(framed) + 1));
         // The link's later commands go on; the reply, should it still come, is dropped.
         abandonedCode_ = awaitedCode_;
         waitingForANonXferResponse_ = false;

@@ -24,6 +24,9 @@
 
 namespace zanth {
 
+struct Monitors;
+class SeedHashMon;
+
 // The stack of a Worker thread. A Worker's buffers live in the Worker object on the heap, but
 // its deepest call chains (a frame deciphered, a message stored and logged) take between 16 and
 // 32 KiB of stack in a debug build: every test passes with 32 KiB and many fail with 16. A site
@@ -42,7 +45,9 @@ class Worker {
 public:
     static constexpr uint32_t kTurnMilliseconds = 47;
 
-    explicit Worker(const WorkerStartRecord& start);
+    // The Worker meets the rest of the library only through `monitors` and, for an encrypted
+    // link, the seed table.
+    Worker(const WorkerStartRecord& start, Monitors& monitors, SeedHashMon& seeds);
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -140,6 +145,8 @@ private:
     // Answers a caller that is owed a reply with the framed terminate text in `releaseText_`.
     void ReleaseCaller(const CommandRecord& record, const char* responseText, const char* slotText);
 
+    Monitors& monitors_;
+    SeedHashMon& seeds_;
     platform::SocketHandle socket_;
     void* parentWindow_;
     void* instance_;

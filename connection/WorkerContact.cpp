@@ -2,26 +2,11 @@
 
 #include "connection/Worker.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstring>
-#include <ctime>
 
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/CharQueueMon.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
-#include "platform/File.h"
-#include "protocol/Codes.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
-#include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 

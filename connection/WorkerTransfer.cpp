@@ -6,9 +6,7 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/Globals.h"
-#include "monitors/RecvMon.h"
+#include "monitors/Monitors.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
@@ -27,9 +25,9 @@ void Worker::DeliverTransferText(const char* text, const char* framedText) {
     if (current_.rspfunc != 0) {
         char framed[kMessageBufferSize];
         util_.BuildMessage(0, framedText, std::strlen(framedText), framed, sizeof framed);
-        responseMon->Add(current_.rspid, framed, static_cast<int32_t>(std::strlen(framed) + 1));
+        monitors_.responseMon->Add(current_.rspid, framed, static_cast<int32_t>(std::strlen(framed) + 1));
     } else {
-        recvMon->SetBuffer(text);
+        monitors_.recvMon->SetBuffer(text);
     }
 }
 
@@ -163,11 +161,11 @@ void Worker::TransferError() {
     fp_ = -1;
     if (current_.rspfunc != 0) {
         const char* message = reader_.Message();
-        responseMon->Add(current_.rspid, message, static_cast<int32_t>(std::strlen(message) + 1));
+        monitors_.responseMon->Add(current_.rspid, message, static_cast<int32_t>(std::strlen(message) + 1));
     } else {
         char text[kMessageBufferSize] = {};
         FormatText(text, sizeof text, "%d", result_);
-        recvMon->SetBuffer(text);
+        monitors_.recvMon->SetBuffer(text);
     }
     busy_ = false;
     xfer_ = false;

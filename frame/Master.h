@@ -1,10 +1,12 @@
 #pragma once
-// The one central object: it creates every monitor at load, owns the transaction's shared
-// buffers and has one method for each exported function. Command methods live in the files of
-// their families (commands/...); they all follow the shape in Transaction.
+// The one central object: it builds the library's context (every monitor, the log, the message
+// files) at load, owns the transaction's shared buffers and has one method for each exported
+// function. Command methods live in the files of their families (commands/...); they all follow
+// the shape in Transaction.
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -21,6 +23,12 @@ class Transaction;
 class ParameterList;
 class CharQueueMon;
 class MsgMon;
+struct Monitors;
+struct Context;
+
+// One of the text queues of the context, as an export names the queue it polls or calls back
+// from: &Monitors::lookupMon, say.
+using TextQueue = std::unique_ptr<CharQueueMon> Monitors::*;
 
 struct ListenerArgs {
     int32_t port = 0;
@@ -343,14 +351,19 @@ class Master {
 
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,
-                            ZanthTextCallback callback, CharQueueMon* queue, bool big);
+                            ZanthTextCallback callback, TextQueue queue, bool big);
     int32_t SetResponseCallback(ZanthResponseCallback callback);
     int32_t SetConnectedControllersCallback(ZanthConnectionCallback callback);
     int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callback);
-    static int32_t GetNext(CharQueueMon* queue, char* buffer, int32_t size);
-    static int32_t GetNumber(CharQueueMon* queue, int32_t* count);
-    static int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size);
-    static int32_t GetNumberResponse(int32_t* count);
+    int32_t GetNext(TextQueue queue, char* buffer, int32_t size);
+    int32_t GetNumber(TextQueue queue, int32_t* count);
+    int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size);
+    int32_t GetNumberResponse(int32_t* count);
+
+    // Library reset, carried out by the Reset thread (notify/Reset.h).
+    int32_t ResetDLL();
+    int32_t ResetThread(const char* mac);
+    int32_t RspResetThread(int32_t rspid, const char* mac);
 
     // Message files.
     int32_t GetNextEvent(char* buffer, int32_t size);
@@ -367,9 +380,15 @@ class Master {
     int32_t CheckErrorCode(int32_t code, const char* methodName);
 
     const char* Name() const { return masterName_; }
+    // The library's context, for the exports and the tests; the threads are handed its parts.
+    Context& Shared() { return *context_; }
 
   private:
     friend class Transaction;
+
+    // What unloading does first: tells every library thread to stop and waits for them, up to a
+    // bound. True when none is left, so that the context may go.
+    bool StopLibraryThreads();
 
     int32_t ChangeLogFolder(const char* path, const char* method, bool announce);
     int32_t LogSize(MsgMon* store, const char* method, int32_t mode, uint64_t* value);
@@ -377,6 +396,8 @@ class Master {
                                 std::function<void()> body);
 
     char masterName_[32];
+    // Built first and taken down last; left in place when a library thread doesn't end.
+    std::unique_ptr<Context> context_;
     // Only asked for the cipher plugin's version: Master frames no encrypted message.
     Crypto crypto_;
     MessageUtil util_;

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "platform/Thread.h"
@@ -14,8 +13,8 @@
 
 namespace zanth {
 
-HandleHashMon::HandleHashMon(const char* name)
-    : HashTable<HandleEntry>(kBuckets), name_(name ? name : ""), workers_(10) {
+HandleHashMon::HandleHashMon(const char* name, ThreadHashMon& sendMon)
+    : HashTable<HandleEntry>(kBuckets), name_(name ? name : ""), sendMon_(sendMon), workers_(10) {
     msgBuffer_[0] = '\0';
 }
 
@@ -176,7 +175,7 @@ int32_t HandleHashMon::UnidentifiedCount() {
 
 // Entered with the mutex held: the order is workerMon before sendMon.
 void HandleHashMon::QueueTerminateFor(const char* mac) {
-    QueueCommand(record_, mac, 0, 0, msgBuffer_, "", "");
+    sendMon_.Queue(record_, mac, 0, 0, msgBuffer_, "", "");
 }
 
 void HandleHashMon::SendTerminateAll() {
@@ -188,14 +187,14 @@ void HandleHashMon::SendTerminateAll() {
     });
 }
 
-void HandleHashMon::SendTerminateInvalid() {
+void HandleHashMon::SendTerminateInvalid(ValidMon& validMon) {
     std::lock_guard<std::mutex> g(lock_);
     util_.BuildMessage(ZANTH_TERMINATE, "", 0, msgBuffer_, kMessageBufferSize);
-    ForEach([this](HandleEntry& e) {
+    ForEach([this, &validMon](HandleEntry& e) {
         // Contains raises the text it is given, so it gets a copy.
         std::string mac = e.name;
         uint8_t valid = 0;
-        if (validMon) validMon->Contains(mac.data(), &valid);
+        validMon.Contains(mac.data(), &valid);
         if (!valid) QueueTerminateFor(e.name.c_str());
         return true;
     });
@@ -228,6 +227,21 @@ void HandleHashMon::TerminateByName(const char* mac) {
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
         Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateByName] Error on TerminateThread", text2);
     }
+}
+
+void HandleHashMon::DropSilentWorker(const char* mac) {
+    if (mac == nullptr) return;
+    uint32_t worker = WorkerThreadOf(mac);
+    if (worker == 0) return;
+    int32_t postResult = 0;
+    PostWorkerMsg(mac, platform::WM_WORKER_KILL, &postResult);
+    platform::Sleep(5000);
+    // Only the Worker that was told to go loses its entry; one that has identified since stays.
+    int32_t error = 0;
+    RemoveWorkerOf(mac, worker, &error);
+    // Unlisted, it no longer answers for its MAC, and a controller that still hears its
+    // acknowledgements would never call again: woken, it ends its link at its next turn.
+    if (error == 0) platform::WakeThread(worker);
 }
 
 }  // namespace zanth

@@ -48,6 +48,12 @@ void HandleMon::IsTerminating(uint8_t* flag) {
     *flag = (terminate_ || unloading_) ? 1 : 0;
 }
 
+bool HandleMon::Terminating() {
+    uint8_t flag = 0;
+    IsTerminating(&flag);
+    return flag != 0;
+}
+
 void HandleMon::SetTerminating(uint8_t flag) {
     {
         std::lock_guard<std::mutex> g(lock_);

@@ -11,9 +11,13 @@
 
 namespace zanth {
 
+struct Monitors;
+
 class ConnDiscController {
 public:
-    explicit ConnDiscController(const char* name);
+    // The thread takes its notices from the monitors' connDiscQueue, which the context builds
+    // after this object: it is looked up only once the thread runs.
+    ConnDiscController(const char* name, Monitors& monitors);
     ~ConnDiscController();
 
     // Stores the callback, starts the thread if it hasn't been started, sets the flag. Always 0.
@@ -27,6 +31,7 @@ private:
 
     std::mutex lock_;
     std::string name_;
+    Monitors& monitors_;
     // Read by the thread without the mutex, which only serialises registrations.
     std::atomic<bool> connectedSet_{false};
     std::atomic<bool> disconnectedSet_{false};

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "platform/File.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
@@ -22,10 +21,10 @@ int64_t SlotOffset(uint64_t slot, int32_t recordSize) {
 
 }  // namespace
 
-MsgMon::MsgMon(const char* name, const char* fileName)
+MsgMon::MsgMon(const char* name, const char* fileName, const char* folder)
     : name_(name ? name : ""), fileName_(fileName ? fileName : "") {
     logText_[0] = '\0';
-    Open();
+    opened_ = Open(folder);
 }
 
 MsgMon::~MsgMon() {
@@ -42,10 +41,9 @@ void MsgMon::ResetFields() {
     numUnread_ = 0;
 }
 
-void MsgMon::Open() {
+bool MsgMon::Open(const char* folder) {
     ResetFields();
-    std::string folder = (logFolder && logFolder[0]) ? std::string(logFolder) : std::string();
-    path_ = folder + fileName_;
+    path_ = std::string(folder ? folder : "") + fileName_;
 
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
@@ -55,8 +53,7 @@ void MsgMon::Open() {
             FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (create) %s",
                        path_.c_str());
             Log(name_.c_str(), kLogFatal, logText_);
-            SetLibraryTerminating();
-            return;
+            return false;
         }
     } else {
         std::memset(record_, 0, sizeof record_);
@@ -64,8 +61,7 @@ void MsgMon::Open() {
             platform::CloseFile(fd);
             FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s", path_.c_str());
             Log(name_.c_str(), kLogFatal, logText_);
-            SetLibraryTerminating();
-            return;
+            return false;
         }
         int32_t expected = kRecordSize;
         if (platform::ReadFile(fd, record_, kRecordSize) == kRecordSize) {
@@ -98,18 +94,17 @@ void MsgMon::Open() {
                 FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (recreate) %s",
                            path_.c_str());
                 Log(name_.c_str(), kLogFatal, logText_);
-                SetLibraryTerminating();
-                return;
+                return false;
             }
             ResetFields();
         }
     }
     if (WriteParams(fd) != 0) {
         platform::CloseFile(fd);
-        SetLibraryTerminating();
-        return;
+        return false;
     }
     platform::CloseFile(fd);
+    return true;
 }
 
 bool MsgMon::InsideTheRing() const {
@@ -262,11 +257,17 @@ void MsgMon::GetUnread(uint64_t* result) {
     *result = numUnread_;
 }
 
-void MsgMon::Rebuild() {
+bool MsgMon::Rebuild(const char* folder) {
     std::lock_guard<std::mutex> g(lock_);
     FormatText(logText_, sizeof logText_, "[MsgMon::~MsgMon] MsgMon terminated %s", path_.c_str());
     Log(name_.c_str(), kLogTrace, logText_);
-    Open();
+    opened_ = Open(folder);
+    return opened_;
+}
+
+bool MsgMon::Opened() {
+    std::lock_guard<std::mutex> g(lock_);
+    return opened_;
 }
 
 std::string MsgMon::Path() {

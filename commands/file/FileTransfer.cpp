@@ -11,7 +11,7 @@
 
 #include "frame/Master.h"
 #include "frame/Transaction.h"
-#include "monitors/ThreadHashMon.h"
+#include "frame/Context.h"
 #include "protocol/Codes.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
@@ -64,7 +64,7 @@ void Master::RefuseChunk(const char* why) {
     FormatText(text, sizeof text, "%d;%s;", static_cast<int>(kFileError), why);
     if (util_.BuildMessage(ZANTH_FILE_TRANSFER_ERROR, text, std::strlen(text), msgBuffer_,
                            kMessageBufferSize) == 0) {
-        QueueCommand(record_, mac_, 0, 0, msgBuffer_, "", "");
+        context_->sendMon->Queue(record_, mac_, 0, 0, msgBuffer_, "", "");
     }
 }
 

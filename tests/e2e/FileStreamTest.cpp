@@ -9,7 +9,6 @@
 #include <random>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
 #include "protocol/CommandRecord.h"
@@ -77,7 +76,7 @@ protected:
                   0);
         CopyBounded(record.gatewayPathFile, gatewayPath.c_str(), sizeof record.gatewayPathFile);
         CopyBounded(record.pcPathFile, pcPath.c_str(), sizeof record.pcPathFile);
-        sendMon->Put(record, kMac);
+        test::Shared().sendMon->Put(record, kMac);
     }
     // The frame's payload, or "" when the frame isn't of `code`.
     std::string ExpectFrame(int code) {
@@ -140,7 +139,7 @@ TEST_F(FileStreamTest, BlockingRoadGetsBareDecimalsAndAMissingFileIsNeverAsked) 
     ASSERT_EQ(RecvWaitTime(1, &wait), 0);
     Queue(30, "/cfg/x", "no/such/dir/x.bin", 0, 0);
     char slot[4118] = {};
-    ASSERT_TRUE(recvMon->GetBuffer(slot, kMac));
+    ASSERT_TRUE(test::Shared().recvMon->GetBuffer(slot, kMac, *test::Shared().workerMon));
     EXPECT_STREQ(slot, "-10007");
     EXPECT_TRUE(c_.Silent(300));
 }
@@ -183,7 +182,7 @@ TEST_F(FileStreamTest, PunchThroughCommandsPassBetweenChunksAndOthersWaitForTheE
     // 79 (controller info) is on the punch-through list; 9 (interface reboot) is not.
     ASSERT_EQ(RspRebootBoard(21, kMac, 4), 0);
     ASSERT_EQ(RspControllerInfo(22, kMac), 0);
-    ASSERT_TRUE(WaitUntil([] { return sendMon->CountFor(kMac) == 0; }));
+    ASSERT_TRUE(WaitUntil([] { return test::Shared().sendMon->CountFor(kMac) == 0; }));
     EXPECT_EQ(ExpectFrame(79), "") << "the punch-through command didn't overtake the stream";
     ASSERT_TRUE(c_.SendFrame(1079, "info;"));
     int32_t got = 0;

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/ThreadHashMon.h"
 #include "support/FakeController.h"
@@ -365,7 +364,7 @@ class IoRefusalTest : public LibraryTest {
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, 4242);
+        test::Shared().workerMon->AddWorker(kMac, 4242);
     }
 };
 
@@ -479,7 +478,7 @@ TEST_F(IoRefusalTest, BoundsNullsAndTheirOrderSendNothing) {
     // A check that didn't run logs nothing: a bad state hides a bad target.
     EXPECT_EQ(LogCount("[Master::CmdOutputFunction] target value"), 1);
     EXPECT_EQ(LogCount("[Master::ReadA2D] target value"), 1);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
     // Not connected comes before the arguments.
     ASSERT_EQ(SetValidControllers("AA:BB:CC,11:22:33"), 0);
     EXPECT_EQ(CmdOutputFunction3("11:22:33", 99, 999, 9), -10003);

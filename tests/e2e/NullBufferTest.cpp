@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -37,7 +36,7 @@ protected:
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     // The result of `call`, and what it queued ("" for nothing). A call that queues is answered
@@ -47,27 +46,27 @@ protected:
         std::string queued;
         for (;;) {
             if (pending.wait_for(std::chrono::milliseconds(5)) == std::future_status::ready) break;
-            if (sendMon->CountFor(kMac) == 0) continue;
+            if (test::Shared().sendMon->CountFor(kMac) == 0) continue;
             CommandRecord record{};
             int32_t error = -1;
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             if (error != 0) continue;
             queued += record.message;
             const std::string reply = "1" + std::string(record.message + 1, 3) + ";0012;0;";
             char slot[kMessageBufferSize] = {};
             std::memcpy(slot, reply.data(), reply.size());
             // A blocking call takes it; after an Rsp one it is taken back below.
-            recvMon->SetBuffer(slot);
+            test::Shared().recvMon->SetBuffer(slot);
         }
         int32_t rc = pending.get();
-        if (!recvMon->SlotEmpty()) {
+        if (!test::Shared().recvMon->SlotEmpty()) {
             char slot[kMessageBufferSize];
-            recvMon->GetBuffer(slot, "");
+            test::Shared().recvMon->GetBuffer(slot, "", *test::Shared().workerMon);
         }
-        while (sendMon->CountFor(kMac) > 0) {
+        while (test::Shared().sendMon->CountFor(kMac) > 0) {
             CommandRecord record{};
             int32_t error = -1;
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             queued += record.message;
         }
         return {rc, queued};

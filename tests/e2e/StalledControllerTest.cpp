@@ -15,7 +15,6 @@
 #include <string>
 
 #include "connection/Worker.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
@@ -296,7 +295,7 @@ TEST_F(StalledControllerTest, LinkThatNeverIdentifiesIsClosedWithItsAddress) {
     EXPECT_GE(steady_clock::now() - begun, milliseconds(1400));
     EXPECT_EQ(LogCount("did not identify within 1500 ms: link closed"), 2);
     EXPECT_TRUE(LogContains("[Worker::Run] 127.0.0.1:"));
-    EXPECT_TRUE(WaitUntil([] { return workerMon->UnidentifiedCount() == 0; }));
+    EXPECT_TRUE(WaitUntil([] { return test::Shared().workerMon->UnidentifiedCount() == 0; }));
     EXPECT_TRUE(real.Silent(500)) << "an identified controller is left alone";
     EXPECT_EQ(Connected(), kMac);
 }

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "monitors/CharIntQueueMon.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -50,14 +49,14 @@ class TimeUploadTest : public LibraryTest {
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     static CommandRecord TakeCommand() {
         CommandRecord record{};
         int32_t error = -1;
         EXPECT_TRUE(WaitUntil([&] {
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             return error == 0;
         }));
         return record;
@@ -66,7 +65,7 @@ class TimeUploadTest : public LibraryTest {
     static void Reply(const std::string& frame) {
         char slot[kMessageBufferSize] = {};
         std::memcpy(slot, frame.data(), frame.size());
-        recvMon->SetBuffer(slot);
+        test::Shared().recvMon->SetBuffer(slot);
     }
 
     Outputs out_;
@@ -233,7 +232,7 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
         EXPECT_STREQ(out_.date, row.date);
         EXPECT_STREQ(out_.time, row.time);
         EXPECT_STREQ(out_.text, row.text);
-        EXPECT_TRUE(recvMon->SlotEmpty());
+        EXPECT_TRUE(test::Shared().recvMon->SlotEmpty());
     }
     EXPECT_TRUE(LogContains("[Master::SystemTime] get time code=1019"));
     EXPECT_TRUE(LogContains("[Master::SystemTime] set time code=1018"));
@@ -348,7 +347,7 @@ TEST_F(TimeUploadTest, RefusalsSendNothing) {
         } else {
             EXPECT_EQ(added, "");
         }
-        EXPECT_EQ(sendMon->CountFor(kMac), 0);
+        EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
     }
 }
 
@@ -363,7 +362,7 @@ TEST_F(TimeUploadTest, ValidThenConnectedThenArguments) {
     EXPECT_EQ(GetTimeDate("11:22:33", date, 1, time, 1), -10003);
     EXPECT_EQ(UploadMsgsByMsgID("11:22:33", 0, 0), -10003);
     EXPECT_FALSE(LogContains("must be between"));
-    EXPECT_EQ(sendMon->CountFor("11:22:33"), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor("11:22:33"), 0);
 }
 
 // The library against the simulated controller over loopback.

@@ -8,7 +8,6 @@
 #include <future>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/ValidMon.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
@@ -169,7 +168,7 @@ TEST_F(UnsolicitedTest, TooSmallBufferLosesTheItemButReportsSuccess) {
 TEST_F(UnsolicitedTest, ControllerNoLongerValidIsCutAtItsNextMessage) {
     // Only the list changes here; the terminate command of SetValidControllers is left out so
     // that the Worker's own check is what ends the link.
-    validMon->SetList("11:22:33");
+    test::Shared().validMon->SetList("11:22:33");
     ASSERT_TRUE(c_.SendFrame(1069));
     EXPECT_EQ(c_.ReadFrame(), "9990;0010;");
     EXPECT_TRUE(c_.WaitClosed());

@@ -8,19 +8,24 @@
 #include <filesystem>
 #include <memory>
 
+#include "frame/Context.h"
 #include "frame/Master.h"
-#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
 namespace {
 
 std::unique_ptr<Master> loaded;
+std::unique_ptr<LogMon> logOnly;
 std::string scratch;
 
 void LeaveScratchDirectory() {
     // The Master goes first: its monitors write their last lines into the directory.
     loaded.reset();
+    if (logOnly) {
+        SetLibraryLog(nullptr);
+        logOnly.reset();
+    }
     if (scratch.empty() || std::getenv("ZANTH_KEEP_SANDBOX")) return;
     if (::chdir("/") != 0) return;
     std::error_code ignored;
@@ -65,9 +70,14 @@ void LoadLibrary() {
     if (!loaded) loaded = std::make_unique<Master>("master");
 }
 
+Context& Shared() { return loaded->Shared(); }
+
 void StartLogOnly(int32_t level) {
-    if (logmon == nullptr) logmon = new LogMon("logmon");
-    logmon->SetLevel(level);
+    if (!logOnly) {
+        logOnly = std::make_unique<LogMon>("logmon", "");
+        SetLibraryLog(logOnly.get());
+    }
+    logOnly->SetLevel(level);
 }
 
 void TrimLog() {

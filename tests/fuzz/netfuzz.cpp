@@ -47,7 +47,7 @@
 #include <vector>
 
 #include "FuzzSupport.h"
-#include "monitors/Globals.h"
+#include "frame/Context.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "protocol/Codes.h"
@@ -893,13 +893,13 @@ int main(int argc, char** argv) {
     const double settleSeconds = std::chrono::duration<double>(Clock::now() - settleStart).count();
     const int threadsAfter = Threads();
     const int fdsAfter = OpenDescriptors();
-    const bool slotFull = !zanth::recvMon->SlotEmpty();
+    const bool slotFull = !zanth::fuzz::Shared().recvMon->SlotEmpty();
     std::string stillThere;
     if (!settled()) {
         char list[4096] = {};
         GetConnectedControllers(list, sizeof list);
         stillThere = "identified \"" + std::string(list) + "\", " +
-                     std::to_string(zanth::workerMon->UnidentifiedCount()) + " unidentified, reply slot " +
+                     std::to_string(zanth::fuzz::Shared().workerMon->UnidentifiedCount()) + " unidentified, reply slot " +
                      (slotFull ? "full" : "empty");
     }
 
@@ -909,10 +909,10 @@ int main(int argc, char** argv) {
     // calls would, and everything else must then be gone too.
     int parked = 0;
     const auto drainUntil = Clock::now() + 30s;
-    while (Clock::now() < drainUntil && (!zanth::recvMon->SlotEmpty() || !settled())) {
-        if (!zanth::recvMon->SlotEmpty()) {
+    while (Clock::now() < drainUntil && (!zanth::fuzz::Shared().recvMon->SlotEmpty() || !settled())) {
+        if (!zanth::fuzz::Shared().recvMon->SlotEmpty()) {
             char slot[zanth::kMessageBufferSize];
-            zanth::recvMon->GetBuffer(slot, "0");
+            zanth::fuzz::Shared().recvMon->GetBuffer(slot, "0", *zanth::fuzz::Shared().workerMon);
             ++parked;
         } else {
             std::this_thread::sleep_for(20ms);

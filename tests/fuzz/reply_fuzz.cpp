@@ -27,7 +27,7 @@
 #include "FuzzSupport.h"
 #include "frame/ReplyFields.h"
 #include "frame/Tokens.h"
-#include "monitors/Globals.h"
+#include "frame/Context.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -131,7 +131,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     int32_t level = 75;
     DebugLevel(1, &level);
     SetValidControllers(kMac);
-    zanth::workerMon->AddWorker(kMac, kStandInThread);
+    zanth::fuzz::Shared().workerMon->AddWorker(kMac, kStandInThread);
     return 0;
 }
 
@@ -164,7 +164,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The slot holds a whole buffer's worth; the reply is what a Worker would have put there.
     std::vector<char> slot(zanth::kMessageBufferSize, '\0');
     std::memcpy(slot.data(), reply, replyLen);
-    zanth::recvMon->SetBuffer(slot.data());
+    zanth::fuzz::Shared().recvMon->SetBuffer(slot.data());
     switch (reader) {
         case 0:
             CheckResult(RebootBoard(kMac, 7));
@@ -184,12 +184,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             CheckResult(RequestPin(kMac, 1, 2, 3));
             break;
     }
-    FUZZ_CHECK(zanth::recvMon->SlotEmpty(), "the command left its reply in the slot");
+    FUZZ_CHECK(zanth::fuzz::Shared().recvMon->SlotEmpty(), "the command left its reply in the slot");
     // The commands went nowhere; they must not pile up.
     zanth::CommandRecord record{};
     int32_t error = 0;
     do {
-        zanth::sendMon->Get(&record, kMac, &error);
+        zanth::fuzz::Shared().sendMon->Get(&record, kMac, &error);
     } while (error == 0);
     zanth::fuzz::TrimLog();
     return 0;

@@ -36,7 +36,7 @@
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
-#include "monitors/Globals.h"
+#include "frame/Context.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "platform/Thread.h"
@@ -139,31 +139,32 @@ bool WriteAll(int peer, const char* bytes, size_t size, zanth::Worker& worker, b
 // The host's side: whatever the Worker handed on is taken, so nothing piles up between inputs
 // and no reply waits for a slot that nobody empties.
 void TakeReply() {
-    if (!zanth::recvMon->SlotEmpty()) {
+    if (!zanth::fuzz::Shared().recvMon->SlotEmpty()) {
         char slot[zanth::kMessageBufferSize];
-        zanth::recvMon->GetBuffer(slot, "0");
+        zanth::fuzz::Shared().recvMon->GetBuffer(slot, "0", *zanth::fuzz::Shared().workerMon);
     }
 }
 
 void DrainQueues() {
     char text[zanth::kRecordMessageSize];
     int32_t error = 0;
+    zanth::Context& c = zanth::fuzz::Shared();
     for (zanth::CharQueueMon* q :
-         {zanth::lookupMon, zanth::lookupPinMon, zanth::postAccessMon, zanth::hereiamMon,
-          zanth::smartCardMon, zanth::keyPadMon, zanth::cmdKeyMon, zanth::eventMonQueue,
-          zanth::alarmMonQueue}) {
+         {c.lookupMon.get(), c.lookupPinMon.get(), c.postAccessMon.get(), c.hereiamMon.get(),
+          c.smartCardMon.get(), c.keyPadMon.get(), c.cmdKeyMon.get(), c.eventMonQueue.get(),
+          c.alarmMonQueue.get()}) {
         do {
             q->Remove(text, sizeof text, &error);
         } while (error == 0);
     }
     int32_t tag = 0;
     do {
-        zanth::responseMon->Remove(&tag, text, sizeof text, &error);
+        zanth::fuzz::Shared().responseMon->Remove(&tag, text, sizeof text, &error);
     } while (error == 0);
     uint8_t connected = 0;
     int64_t time = 0;
     do {
-        zanth::connDiscQueue->Remove(text, sizeof text, &connected, &time, &error);
+        zanth::fuzz::Shared().connDiscQueue->Remove(text, sizeof text, &connected, &time, &error);
     } while (error == 0);
 }
 
@@ -172,7 +173,8 @@ void RunWorker(int own, int peer, const Plan& plan) {
     zanth::WorkerStartRecord start;
     start.socket = own;
     start.type = zanth::kAcceptedLink;
-    auto* worker = new zanth::Worker(start);
+    zanth::Context& context = zanth::fuzz::Shared();
+    auto* worker = new zanth::Worker(start, context, *context.seedMon);
     bool ended = !worker->Start();
 
     const char* bytes = plan.stream.data();
@@ -210,7 +212,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     const std::string seeds = std::string("default ") + kSeed + "\n";
     zanth::fuzz::WriteFile("zanth.txt", seeds.data(), seeds.size());
     zanth::fuzz::LoadLibrary();
-    zanth::seedMon->Load();
+    zanth::fuzz::Shared().seedMon->Load();
     int32_t level = 75;
     DebugLevel(1, &level);
     SetValidControllers("AA:BB:CC");
@@ -240,7 +242,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (platform::CreateThread([&] { RunWorker(own, peer, plan); }, &id, true) != 0) {
         zanth::fuzz::Broken("no thread for the Worker");
     }
-    zanth::workerMon->AddUnidentified(id);
+    zanth::fuzz::Shared().workerMon->AddUnidentified(id);
     platform::ResumeThread(id);
     if (!platform::WaitForLibraryThreads(std::chrono::seconds(60))) {
         zanth::fuzz::Broken("the Worker's thread did not end");
@@ -248,9 +250,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The Worker closed its own end.
     ::close(peer);
     uint8_t connected = 1;
-    zanth::workerMon->IsConnected("AA:BB:CC", &connected);
+    zanth::fuzz::Shared().workerMon->IsConnected("AA:BB:CC", &connected);
     FUZZ_CHECK(!connected, "an ended Worker is still registered");
-    FUZZ_CHECK(zanth::workerMon->UnidentifiedCount() == 0, "an ended Worker is still listed");
+    FUZZ_CHECK(zanth::fuzz::Shared().workerMon->UnidentifiedCount() == 0, "an ended Worker is still listed");
     DrainQueues();
     zanth::fuzz::TrimLog();
     return 0;

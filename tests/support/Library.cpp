@@ -5,10 +5,8 @@
 #include <sstream>
 #include <thread>
 
-#include "monitors/Globals.h"
 #include "frame/exports/Boundary.h"
 #include "stores/LogMon.h"
-#include "notify/ResetMon.h"
 #include "support/Net.h"
 #include "zanth.h"
 
@@ -16,22 +14,17 @@ namespace zanth {
 
 namespace {
 std::unique_ptr<Master> loaded;
-std::unique_ptr<ResetMon> loadedReset;
+std::unique_ptr<LogMon> traceLog;
 }
 
 Master& TheMaster() { return *loaded; }
 
 namespace test {
 
-// Built and destroyed in the order of the shared library's static objects.
-void LoadLibrary() {
-    loaded = std::make_unique<Master>("master");
-    loadedReset = std::make_unique<ResetMon>("resetMon");
-}
-void UnloadLibrary() {
-    loadedReset.reset();
-    loaded.reset();
-}
+// Built and destroyed as the shared library's static object is.
+void LoadLibrary() { loaded = std::make_unique<Master>("master"); }
+void UnloadLibrary() { loaded.reset(); }
+Context& Shared() { return loaded->Shared(); }
 bool LibraryLoaded() { return loaded != nullptr; }
 
 int FreePort() {
@@ -82,13 +75,14 @@ int LogCount(const std::string& text) {
 }
 
 void TraceLogTest::SetUp() {
-    logmon = new LogMon("logmon");
-    logmon->SetLevel(75);
+    traceLog = std::make_unique<LogMon>("logmon", "");
+    traceLog->SetLevel(75);
+    SetLibraryLog(traceLog.get());
 }
 
 void TraceLogTest::TearDown() {
-    delete logmon;
-    logmon = nullptr;
+    SetLibraryLog(nullptr);
+    traceLog.reset();
 }
 
 void LibraryTest::SetUp() {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 
+#include "frame/Context.h"
 #include "frame/Master.h"
 
 namespace zanth::test {
@@ -15,6 +16,8 @@ namespace zanth::test {
 void LoadLibrary();
 void UnloadLibrary();
 bool LibraryLoaded();
+// The loaded library's context: its monitors, log and message files.
+Context& Shared();
 
 // A free TCP port on the loopback interface.
 int FreePort();

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
 #include "monitors/HashTable.h"
@@ -27,6 +26,8 @@ using test::LogContains;
 using test::LogCount;
 using test::LogText;
 using test::WaitUntil;
+using platform::TERM_MSG;
+using platform::WM_WORKER_KILL;
 
 // A library thread that collects its mailbox until it is killed or told TERM_MSG.
 class MailboxThread {
@@ -69,14 +70,15 @@ private:
     std::atomic<uint32_t> last_{0};
 };
 
-// The monitors these tests reach through the globals, with a trace-level log.
+// The monitors these tests share, built as the library's context builds them, with a
+// trace-level log.
 class HashMonTest : public test::TraceLogTest {
 protected:
     void SetUp() override {
         TraceLogTest::SetUp();
         sendMon = new ThreadHashMon("sendMon");
         validMon = new ValidMon("validMon");
-        workerMon = new HandleHashMon("workerMon");
+        workerMon = new HandleHashMon("workerMon", *sendMon);
     }
     void TearDown() override {
         // Every mailbox thread has ended by now; this joins them.
@@ -89,6 +91,10 @@ protected:
         sendMon = nullptr;
         TraceLogTest::TearDown();
     }
+    ThreadHashMon* sendMon = nullptr;
+    ValidMon* validMon = nullptr;
+    HandleHashMon* workerMon = nullptr;
+
     // The one terminate command queued for `mac`, or "" when there is none; a second one fails.
     std::string TakeCommand(const char* mac) {
         CommandRecord record;
@@ -370,7 +376,7 @@ TEST_F(HashMonTest, TerminateCommandsGoToEveryOrOnlyTheInvalidMacs) {
     EXPECT_EQ(TakeCommand("0"), "");
 
     validMon->SetList("aa:bb:01");
-    workerMon->SendTerminateInvalid();
+    workerMon->SendTerminateInvalid(*validMon);
     EXPECT_EQ(TakeCommand("AA:BB:01"), "");
     EXPECT_EQ(TakeCommand("AA:BB:02"), "9990;0010;");
     uint8_t flag = 0;
@@ -378,7 +384,7 @@ TEST_F(HashMonTest, TerminateCommandsGoToEveryOrOnlyTheInvalidMacs) {
     EXPECT_EQ(flag, 1) << "the entry stays until its Worker leaves";
 
     validMon->SetList("ALL");
-    workerMon->SendTerminateInvalid();
+    workerMon->SendTerminateInvalid(*validMon);
     EXPECT_EQ(TakeCommand("AA:BB:01"), "");
     EXPECT_EQ(TakeCommand("AA:BB:02"), "");
 
@@ -387,7 +393,7 @@ TEST_F(HashMonTest, TerminateCommandsGoToEveryOrOnlyTheInvalidMacs) {
     int32_t error = 0;
     validMon->SetList("");
     workerMon->AddWorker("cc:dd:ee", 4);
-    workerMon->SendTerminateInvalid();
+    workerMon->SendTerminateInvalid(*validMon);
     EXPECT_EQ(TakeCommand("CC:DD:EE"), "9990;0010;");
     workerMon->GetConnected(buffer, sizeof buffer, &error);
     EXPECT_NE(std::string(buffer).find("cc:dd:ee"), std::string::npos);
@@ -435,7 +441,7 @@ TEST_F(HashMonTest, PostBoxKeepsEachMacsOrderInASharedBucket) {
     // Keys 5 and 132 share bucket 5 of 127.
     const char* a = "00:00:05";
     const char* b = "00:00:84";
-    auto put = [](const char* mac, int n) {
+    auto put = [this](const char* mac, int n) {
         CommandRecord record{};
         record.rspid = n;
         std::snprintf(record.message, sizeof record.message, "%s #%d", mac, n);

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
 #include "platform/File.h"
@@ -64,7 +63,7 @@ bool IsDateText(const std::string& text) {
 }
 
 TEST(LogMon, LinesCarryDateSourceAndTextAndAnIndentedSecondText) {
-    LogMon log("logmon");
+    LogMon log("logmon", "");
     std::time_t before = std::time(nullptr);
     log.Log("AA:BB:CC", 0, "[Worker::Run] first", "second text", false);
     std::time_t after = std::time(nullptr);
@@ -84,7 +83,7 @@ TEST(LogMon, LinesCarryDateSourceAndTextAndAnIndentedSecondText) {
 }
 
 TEST(LogMon, LevelDecidesWhatReachesTheFile) {
-    LogMon log("logmon");
+    LogMon log("logmon", "");
     int32_t level = -1;
     log.GetLevel(&level);
     EXPECT_EQ(level, 50);
@@ -112,7 +111,7 @@ TEST(LogMon, LevelDecidesWhatReachesTheFile) {
 }
 
 TEST(LogMon, FilterKeepsPrintableBytesAndAtMostTwoHundred) {
-    LogMon log("logmon");
+    LogMon log("logmon", "");
     log.Log("raw", 0, "a\tb\x01" "c\x7f" "d\xc3\xa9" "e~ ", "\r\n\x02", true);
     std::vector<std::string> lines = Lines(LogText());
     ASSERT_EQ(lines.size(), 2u) << "a second text that filters to nothing gives no line";
@@ -136,7 +135,7 @@ TEST(LogMon, NewLoadKeepsTheFormerLogAsBackup) {
     std::ofstream("ZanthMessages.log") << "former load\n";
     std::ofstream("ZanthMessages.bak") << "older still\n";
     {
-        LogMon log("logmon");
+        LogMon log("logmon", "");
         EXPECT_EQ(ReadWholeFile("ZanthMessages.bak"), "former load\n");
         std::vector<std::string> lines = Lines(LogText());
         ASSERT_EQ(lines.size(), 1u);
@@ -148,14 +147,11 @@ TEST(LogMon, NewLoadKeepsTheFormerLogAsBackup) {
 }
 
 TEST(LogMon, MissingFolderDropsLinesSilently) {
-    char folder[] = "no-such-folder/";
-    logFolder = folder;
     {
-        LogMon log("logmon");
+        LogMon log("logmon", "no-such-folder/");
         log.Log("src", 0, "lost", "", false);
         EXPECT_EQ(log.LogPath(), "no-such-folder/ZanthMessages.log");
     }
-    logFolder = nullptr;
     EXPECT_FALSE(std::filesystem::exists("ZanthMessages.log"));
 }
 
@@ -272,7 +268,7 @@ TEST_F(LogExportTest, MovingTheFolderRebuildsLogAndStores) {
         ASSERT_EQ(header.size(), 144u) << store;
         EXPECT_EQ(std::string(header.c_str()), "5000 144 1 1 0 0");
     }
-    EXPECT_EQ(eventMon->Path(), folder + kSep + "ZanthEvents.log");
+    EXPECT_EQ(test::Shared().eventMon->Path(), folder + kSep + "ZanthEvents.log");
     Log("probe", 0, "after the move");
     EXPECT_NE(ReadWholeFile(folder + "/ZanthMessages.log").find("probe after the move"),
               std::string::npos);
@@ -313,7 +309,7 @@ TEST(LogFolder, NextLoadUsesTheStoredFolder) {
     std::string firstRun = ReadWholeFile(folder + "/ZanthMessages.log");
 
     test::LoadLibrary();
-    EXPECT_EQ(eventMon->Path(), folder + kSep + "ZanthEvents.log");
+    EXPECT_EQ(test::Shared().eventMon->Path(), folder + kSep + "ZanthEvents.log");
     EXPECT_EQ(ReadWholeFile(folder + "/ZanthMessages.bak"), firstRun);
     std::vector<std::string> lines = Lines(ReadWholeFile(folder + "/ZanthMessages.log"));
     ASSERT_FALSE(lines.empty());

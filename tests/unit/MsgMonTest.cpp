@@ -12,7 +12,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
 #include "support/Library.h"
@@ -293,7 +292,7 @@ class MsgExportTest : public test::LibraryTest {};
 
 TEST_F(MsgExportTest, LogSizeArgumentsAndWidths) {
     int32_t error = 0;
-    eventMon->WriteMsg("1061;a", 6, &error);
+    test::Shared().eventMon->WriteMsg("1061;a", 6, &error);
     ASSERT_EQ(error, 0);
 
     uint64_t value = ~0ull;
@@ -334,8 +333,8 @@ TEST_F(MsgExportTest, HostReadsEventsThroughTheExports) {
     char buffer[256];
     EXPECT_EQ(GetNextEvent(buffer, sizeof buffer), -10008);
     int32_t error = 0;
-    eventMon->WriteMsg("1061;one", 8, &error);
-    alarmMon->WriteMsg("1060;alarm", 10, &error);
+    test::Shared().eventMon->WriteMsg("1061;one", 8, &error);
+    test::Shared().alarmMon->WriteMsg("1060;alarm", 10, &error);
     uint64_t unread = ~0ull;
     ASSERT_EQ(NumberUnreadAlarms(&unread), 0);
     EXPECT_EQ(unread, 1u);

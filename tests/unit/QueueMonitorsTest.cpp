@@ -7,7 +7,6 @@
 #include <ctime>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
@@ -116,11 +115,11 @@ TEST_F(QueueLogTest, CharQueueRefusalIsAnErrorLevelLine) {
     CharQueueMon queue("keyPadMon");
     char dest[8];
     int32_t error = 0;
-    logmon->SetLevel(49);
+    LibraryLog()->SetLevel(49);
     queue.Add("abcdef");
     queue.Remove(dest, 2, &error);
     EXPECT_FALSE(LogContains("dataSize (2)"));
-    logmon->SetLevel(50);
+    LibraryLog()->SetLevel(50);
     queue.Add("abcdef");
     queue.Remove(dest, 3, &error);
     EXPECT_TRUE(LogContains("keyPadMon [CharQueueMon::Remove] dataSize (3) insufficent, need 6"));
@@ -277,7 +276,7 @@ TEST_F(QueueLogTest, EachQueueLogsItsEndUnderItsName) {
         << "the name set last is the one printed";
 
     // A trace line: below level 75 it stays out.
-    logmon->SetLevel(50);
+    LibraryLog()->SetLevel(50);
     std::string before = LogText();
     { CharQueueMon quiet("quietMon"); }
     EXPECT_EQ(LogText(), before);
