@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <fstream>
 #include <string>
 #include <sys/wait.h>
@@ -344,6 +345,22 @@ TEST_F(MsgExportTest, HostReadsEventsThroughTheExports) {
     ASSERT_EQ(GetNextAlarm(buffer, sizeof buffer), 0);
     EXPECT_STREQ(buffer, "1060;alarm");
     EXPECT_EQ(GetNextAlarm(buffer, sizeof buffer), -10008);
+}
+
+// A message file that can't be opened (here a folder stands in its place) is told at level 25,
+// and the library loads all the same but refuses every start.
+TEST(MsgMonLoad, AMessageFileThatCannotBeOpenedStopsTheLibrary) {
+    ASSERT_EQ(::mkdir(kFile, 0755), 0);
+    {
+        MsgMon mon("eventMon", kFile);
+        EXPECT_FALSE(mon.Opened());
+    }
+    test::LoadLibrary();
+    EXPECT_EQ(SetValidControllers("ALL"), 0);
+    EXPECT_EQ(Initialization(test::FreePort(), nullptr, nullptr), -10001);
+    EXPECT_TRUE(LogContains("eventMon [MsgMon::MsgMon] Error on _open (create) ZanthEvents.log\n"));
+    EXPECT_FALSE(LogContains("alarmMon [MsgMon::MsgMon] Error"));
+    test::UnloadLibrary();
 }
 
 // A writer killed at a random point of a burst. Each record the child finished is reported on a
