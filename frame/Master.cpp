@@ -253,44 +253,43 @@ int32_t Master::GetDLLVersion(char* buffer, int32_t size) {
     return 0;
 }
 
-int32_t Master::DebugLevel(int32_t mode, int32_t* level) {
+int32_t Master::Setting(const char* method, const char* subject, int32_t mode, int32_t* value,
+                        int32_t low, int32_t high, const std::function<void(int32_t*)>& get,
+                        const std::function<void(const int32_t*)>& set) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     int32_t result = kOk;
-    ArgumentCheck c("Master::DebugLevel", result, logText_, masterName_);
-    if (!c.Present(level) || !c.Check("mode", mode, 0, 1)) return result;
+    ArgumentCheck c(method, result, logText_, masterName_);
+    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
     if (mode == 0) {
-        context_->logmon->GetLevel(level);
-    } else if (c.CheckBetween("debug level", *level, kLogAlways, kLogTrace)) {
-        context_->logmon->SetLevel(*level);
+        get(value);
+    } else if (c.CheckBetween(subject, *value, low, high)) {
+        set(value);
     }
     return result;
+}
+
+int32_t Master::DebugLevel(int32_t mode, int32_t* level) {
+    LogMon& log = *context_->logmon;
+    return Setting(
+        "Master::DebugLevel", "debug level", mode, level, kLogAlways, kLogTrace,
+        [&log](int32_t* v) { log.GetLevel(v); }, [&log](const int32_t* v) { log.SetLevel(*v); });
 }
 
 int32_t Master::RecvWaitTime(int32_t mode, int32_t* value) {
-    std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    int32_t result = kOk;
+    RecvMon& slot = *context_->recvMon;
     // The method logs under its older name.
-    ArgumentCheck c("Master::WaitTime", result, logText_, masterName_);
-    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
-    if (mode == 0) {
-        context_->recvMon->GetWaitTime(value);
-    } else if (c.CheckBetween("wait time", *value, 0, 600000)) {
-        context_->recvMon->SetWaitTime(value);
-    }
-    return result;
+    return Setting(
+        "Master::WaitTime", "wait time", mode, value, 0, 600000,
+        [&slot](int32_t* v) { slot.GetWaitTime(v); },
+        [&slot](const int32_t* v) { slot.SetWaitTime(v); });
 }
 
 int32_t Master::ResetDLLTime(int32_t mode, int32_t* value) {
-    std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    int32_t result = kOk;
-    ArgumentCheck c("Master::ResetDLLTime", result, logText_, masterName_);
-    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
-    if (mode == 0) {
-        context_->resetMon->GetResetTime(value);
-    } else if (c.CheckBetween("reset time", *value, 0, 600000)) {
-        context_->resetMon->SetResetTime(value);
-    }
-    return result;
+    ResetMon& reset = *context_->resetMon;
+    return Setting(
+        "Master::ResetDLLTime", "reset time", mode, value, 0, 600000,
+        [&reset](int32_t* v) { reset.GetResetTime(v); },
+        [&reset](const int32_t* v) { reset.SetResetTime(v); });
 }
 
 int32_t Master::CheckErrorCode(int32_t code, const char* methodName) {

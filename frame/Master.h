@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "connection/WorkerStartRecord.h"
+#include "frame/CardRecord.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
 #include "security/Crypto.h"
@@ -87,59 +88,14 @@ class Master {
     // Card database: card records (add, modify, get, delete, undelete), cardholder status,
     // database maintenance and smart card modes. Text arguments the host lets the library write
     // (card number, PIN, dates and times) may come back trimmed, zeroed or cut.
-    int32_t AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                             int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                             uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                             int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                             int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                             int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
-                             char* startDate, char* startTime, char* endDate, char* endTime,
-                             uint32_t escortId, int32_t inScheduleElevatorGroup,
-                             int32_t outScheduleElevatorGroup);
-    int32_t AddModCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                              int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                              uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                              int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                              int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                              int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
-                              char* startDate, char* startTime, char* endDate, char* endTime,
-                              uint32_t escortId, int32_t inScheduleElevatorGroup,
-                              int32_t outScheduleElevatorGroup, int32_t pinExempt);
-    int32_t AddModCardRecord3(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                              int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                              uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                              int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                              int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                              int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
-                              char* startDate, char* startTime, char* endDate, char* endTime,
-                              uint32_t escortId, int32_t inScheduleElevatorGroup,
-                              int32_t outScheduleElevatorGroup, int32_t pinExempt,
-                              uint16_t cardRole);
-    int32_t GetCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId,
-                          int32_t* noFormat, char* cardNumber, int32_t cardNumberSize, char* pin,
-                          int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
-                          int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
-                          int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6,
-                          int32_t* accessGroup7, int32_t* accessGroup8, int32_t* extendedAccess,
-                          int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
-                          int32_t startDateSize, char* startTime, int32_t startTimeSize,
-                          char* endDate, int32_t endDateSize, char* endTime, int32_t endTimeSize,
-                          uint32_t* escortId, int32_t* inScheduleElevatorGroup,
-                          int32_t* outScheduleElevatorGroup, int32_t* field7Value);
-    // GetCardRecord2 and GetCardRecord4: the code sent follows from `uniqueid` (26 when
-    // non-zero) and `role` (35 when non-null, else 25).
-    int32_t GetCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId,
-                           int32_t* noFormat, char* cardNumber, int32_t cardNumberSize, char* pin,
-                           int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
-                           int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
-                           int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6,
-                           int32_t* accessGroup7, int32_t* accessGroup8, int32_t* extendedAccess,
-                           int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
-                           int32_t startDateSize, char* startTime, int32_t startTimeSize,
-                           char* endDate, int32_t endDateSize, char* endTime, int32_t endTimeSize,
-                           uint32_t* escortId, int32_t* inScheduleElevatorGroup,
-                           int32_t* outScheduleElevatorGroup, int32_t* field7Value,
-                           int32_t* pinExempt, uint32_t uniqueid, uint32_t* role);
+    // AddModCardRecord, AddModCardRecord2 and AddModCardRecord3 are `generation` 1, 2 and 3.
+    int32_t AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t generation,
+                             const CardRecord& record);
+    // GetCardRecord is `generation` 1, GetCardRecord2 and GetCardRecord4 are 2. The code the
+    // second sends follows from `uniqueid` (26 when non-zero) and the record's role output (35
+    // when given, else 25).
+    int32_t GetCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t generation,
+                          const CardRecordOutputs& record, uint32_t uniqueid);
     // Delete (mode 1) or undelete (mode 2), by unique ID when it is non-zero, else by card.
     int32_t UpdateCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                              int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
@@ -391,6 +347,11 @@ class Master {
     bool StopLibraryThreads();
 
     int32_t ChangeLogFolder(const char* path, const char* method, bool announce);
+    // A setting read (mode 0) or set (mode 1) through `value`, within `low` to `high`; `subject`
+    // names it in the refusal of a value out of bounds.
+    int32_t Setting(const char* method, const char* subject, int32_t mode, int32_t* value,
+                    int32_t low, int32_t high, const std::function<void(int32_t*)>& get,
+                    const std::function<void(const int32_t*)>& set);
     int32_t LogSize(MsgMon* store, const char* method, int32_t mode, uint64_t* value);
     int32_t StartCallbackThread(const char* exportName, const char* threadName,
                                 std::function<void()> body);
