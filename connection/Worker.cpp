@@ -211,7 +211,7 @@ void Worker::Run() {
 
 bool Worker::Idle() {
     // A command that could leave now, or one still waiting in sendMon, needs the next turn.
-    if (cmd_->Count() > 0 && !busy_ && !xfer_ && !waitingForANonXferResponse_) return false;
+    if (cmd_->Count() > 0 && !busy_ && !xfer() && !waitingForANonXferResponse_) return false;
     if (init_ && monitors_.sendMon->CountFor(mac_) > 0) return false;
     return !monitors_.Terminating();
 }
@@ -248,7 +248,7 @@ bool Worker::Turn() {
     CheckStalls();
     CheckSendMon();
 
-    if (!xfer_ && !waitingForANonXferResponse_ && cmd_->Count() > 0 && !busy_) {
+    if (!xfer() && !waitingForANonXferResponse_ && cmd_->Count() > 0 && !busy_) {
         busy_ = true;
         if (cmd_->Remove(&current_) == 0) {
             CommandRecord work = current_;
@@ -273,7 +273,7 @@ void Worker::CheckSendMon() {
                util_.CodeNameOf(incoming_.message));
     Log(mac_, kLogTrace, logText_);
 
-    if (xfer_ && MessageUtil::IsPunchThroughCode(MessageUtil::CodeOf(incoming_.message))) {
+    if (xfer() && MessageUtil::IsPunchThroughCode(MessageUtil::CodeOf(incoming_.message))) {
         if (waitingForANonXferResponse_) {
             Log(mac_, kLogTrace,
                 "[Worker::Run] would be PunchThrough Message, but still waitingForANonXferResponse, "
@@ -292,7 +292,7 @@ void Worker::CheckSendMon() {
             current_.rspid = keptRspid;
             // The link goes down by the controller's doing; the loop runs on until it does.
             if (SentLinkEndingCommand()) {
-                if (isReboot_) xfer_ = false;
+                if (isReboot_) stream_ = Stream::kIdle;
                 return;
             }
             if (monitors_.Terminating()) return;
@@ -408,7 +408,7 @@ void Worker::AwaitReply(int32_t code, int32_t rspfunc, int32_t rspid, Clock::tim
 void Worker::AwaitStream(Clock::time_point deadline) {
     // A blocking caller's own wait bounds its stream; once the end chunk is out the caller has
     // its answer, and only the controller's last 1030 is awaited, on either road.
-    streamTimed_ = current_.rspfunc != 0 || sentLastChunk_;
+    streamTimed_ = current_.rspfunc != 0 || sentLastChunk();
     streamDeadline_ = deadline;
 }
 
@@ -430,22 +430,21 @@ void Worker::CheckStalls() {
         abandonedCode_ = awaitedCode_;
         waitingForANonXferResponse_ = false;
         // A punch-through command leaves the stream it passed in hand.
-        if (!xfer_) busy_ = false;
+        if (!xfer()) busy_ = false;
     }
-    if (streamTimed_ && xfer_ && now >= streamDeadline_) {
+    if (streamTimed_ && xfer() && now >= streamDeadline_) {
         streamTimed_ = false;
         FormatText(logText_, sizeof logText_,
                    "[Worker::Run] %s stalled: nothing from the controller within the wait time",
-                   util_.CodeName(streamCode_));
+                   util_.CodeName(StreamCode()));
         Log(mac_, kLogError, logText_);
-        if (!sentLastChunk_) {
+        if (!sentLastChunk()) {
             if (fp_ >= 0) platform::CloseFile(fp_);
             fp_ = -1;
             DeliverTransferResult(kNoReply);
         }
-        abandonedCode_ = streamCode_;
-        xfer_ = false;
-        sentLastChunk_ = false;
+        abandonedCode_ = StreamCode();
+        stream_ = Stream::kIdle;
         busy_ = false;
         // A punch-through command still awaited is now the one in hand: its reply goes to its
         // own caller, no longer by the stream's address.
@@ -461,8 +460,8 @@ bool Worker::LateReply() const {
     // Nothing awaited: any reply is the late one of a plain command, and any stream message that
     // of a stream (which stays marked, as its controller may send more than one).
     const bool stream = abandonedCode_ == ZANTH_GET_FILE || abandonedCode_ == ZANTH_SEND_FILE;
-    if (!replyOwed_ && !xfer_) return !stream || RepliesTo(abandonedCode_, code_);
-    const bool awaited = (xfer_ && RepliesTo(streamCode_, code_)) ||
+    if (!replyOwed_ && !xfer()) return !stream || RepliesTo(abandonedCode_, code_);
+    const bool awaited = (xfer() && RepliesTo(StreamCode(), code_)) ||
                          (waitingForANonXferResponse_ && RepliesTo(awaitedCode_, code_));
     return !awaited && RepliesTo(abandonedCode_, code_);
 }
@@ -477,7 +476,7 @@ int Worker::MillisecondsToDeadline() const {
     };
     if (!init_) consider(startedAt_ + std::chrono::milliseconds(identifyLimitMilliseconds.load()));
     if (replyTimed_ && waitingForANonXferResponse_) consider(replyDeadline_);
-    if (streamTimed_ && xfer_) consider(streamDeadline_);
+    if (streamTimed_ && xfer()) consider(streamDeadline_);
     return static_cast<int>(std::min<long long>(nearest, 24LL * 3600 * 1000));
 }
 

@@ -42,7 +42,7 @@ constexpr uint32_t kIdentifyLimitMilliseconds = 30000;
 extern std::atomic<uint32_t> identifyLimitMilliseconds;
 
 class Worker {
-public:
+  public:
     static constexpr uint32_t kTurnMilliseconds = 47;
 
     // The Worker meets the rest of the library only through `monitors` and, for an encrypted
@@ -60,7 +60,7 @@ public:
     // command from sendMon, send at most one. False when the Worker is to end.
     bool Turn();
 
-private:
+  private:
     // Socket input and output: the reading and writing sides live in FrameReader and
     // FrameWriter; these add what a failed send means for a running transfer.
     bool SendData();
@@ -167,8 +167,16 @@ private:
     char seed_[201] = {};
     char identifyText_[201] = {};
     bool busy_ = false;
-    bool xfer_ = false;
-    bool sentLastChunk_ = false;
+    // The file stream in hand: none (idle), a GetFile's chunks coming in (receiving), a
+    // SendFile's going out (sending), or a SendFile's end chunk out and only its 1030 awaited
+    // (last chunk). The rules speak of it by two flags, xfer() and sentLastChunk().
+    enum class Stream { kIdle, kReceiving, kSending, kLastChunk };
+    Stream stream_ = Stream::kIdle;
+    // A stream is running: the cmd queue waits, and punch-through commands may pass.
+    bool xfer() const { return stream_ != Stream::kIdle; }
+    bool sentLastChunk() const { return stream_ == Stream::kLastChunk; }
+    // The code that opened the stream in hand: 33 or 30.
+    int32_t StreamCode() const;
     bool waitingForANonXferResponse_ = false;
     bool isReboot_ = false;
     bool zeroBytes_ = false;
@@ -199,8 +207,7 @@ private:
     bool replyTimed_ = false;
     int32_t awaitedRspid_ = 0;
     Clock::time_point replyDeadline_;
-    // The stream's code (33 or 30) and, while its next message is timed, when it is given up.
-    int32_t streamCode_ = 0;
+    // While the stream's next message is timed, when it is given up.
     bool streamTimed_ = false;
     Clock::time_point streamDeadline_;
     // The command last given up on, whose reply is dropped should it still come; 0 when none.

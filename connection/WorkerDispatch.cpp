@@ -74,7 +74,7 @@ bool Worker::ProcessIncomingSocketMessage() {
 
     // A command's reply. During a transfer it can only belong to a punch-through command.
     if (DropLateReply()) return true;
-    Deliver(message, kWorkingBufferSize, xfer_ ? punchRspid_ : current_.rspid);
+    Deliver(message, kWorkingBufferSize, xfer() ? punchRspid_ : current_.rspid);
     if (!waitingForANonXferResponse_) {
         busy_ = false;
         return true;
@@ -296,7 +296,7 @@ bool Worker::ProcessHereIAm() {
 bool Worker::ProcessTransferReply() {
     if (!CheckValid()) return false;
     if (DropLateReply()) return true;
-    if (!xfer_) {
+    if (!xfer()) {
         // The reply to GetData, SendData or their Rsp forms.
         busy_ = false;
         waitingForANonXferResponse_ = false;
@@ -310,10 +310,9 @@ bool Worker::ProcessTransferReply() {
         case ZANTH_GET_FILE_END:
             return GetFileChunk();
         case ZANTH_SEND_FILE_RSP:
-            if (sentLastChunk_) {
+            if (sentLastChunk()) {
                 // The controller has the end chunk: the stream is over.
-                xfer_ = false;
-                sentLastChunk_ = false;
+                stream_ = Stream::kIdle;
                 streamTimed_ = false;
                 return true;
             }

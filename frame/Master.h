@@ -289,19 +289,14 @@ class Master {
   private:
     int32_t StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* method,
                        int32_t code, const char* controllerPathFile, const char* pcPathFile);
-    // Queues "-10007;<why>;" as 9980 with rspfunc 0; the controller doesn't answer it.
-    void RefuseChunk(const char* why);
     // The wait for the 1030 that answers SendData's opening or chunk; false when the result was
     // set instead.
     bool AwaitSendDataReply(Transaction& t);
-    // A controller's 9980: its own number, or -10017 without one.
-    int32_t TransferErrorResult(const char* method, const char* errorText);
     void EndChunkedTransfer();
 
     // The one chunked GetData or SendData transfer standing between two calls, library-wide.
     uint8_t transferInProgress_ = 0;
     char transferFilename_[kPathSize] = {};
-    int32_t sentCode_ = 0;
 
   public:
 

@@ -42,6 +42,13 @@ bool Transaction::Send(int32_t code) {
     return Send(code, zanth::Payload());
 }
 
+void Transaction::SendUnawaited(int32_t code, const zanth::Payload& payload) {
+    if (m_.util_.BuildMessage(code, payload.Data(), payload.Length(), m_.msgBuffer_,
+                              kMessageBufferSize) == 0) {
+        m_.context_->sendMon->Queue(m_.record_, m_.mac_, 0, 0, m_.msgBuffer_, "", "");
+    }
+}
+
 bool Transaction::Send(int32_t code, const zanth::Payload& payload, const char* gatewayPathFile,
                        const char* pcPathFile) {
     if (!Ok()) return false;
@@ -79,11 +86,27 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
     }
     FormatCodeLine();
     zanth::Log(m_.masterName_, kLogTrace, m_.logText_);
-    if (m_.dataLen_ < kLogPayloadLimit) {
-        FormatText(m_.logText_, sizeof m_.logText_, "[%s] recv:", method_);
-        zanth::Log(m_.masterName_, kLogTrace, m_.logText_, m_.msgBuffer_, true);
-    }
+    LogPayload();
     return true;
+}
+
+void Transaction::LogPayload() {
+    if (m_.dataLen_ >= kLogPayloadLimit) return;
+    FormatText(m_.logText_, sizeof m_.logText_, "[%s] recv:", method_);
+    zanth::Log(m_.masterName_, kLogTrace, m_.logText_, m_.msgBuffer_, true);
+}
+
+void Transaction::ReceiveChunk() {
+    ReceiveRaw();
+    m_.dataLen_ = 0;
+    m_.util_.ParseMessage(m_.recvBuffer_,
+                          MessageUtil::FrameLength(m_.recvBuffer_, kMessageBufferSize),
+                          m_.msgBuffer_, kMessageBufferSize, &m_.code_, &m_.dataLen_);
+}
+
+void Transaction::LogReplyAndCount() {
+    LogLine(kLogTrace, "[%s] code=%d count=%d", method_, m_.code_, m_.dataLen_);
+    LogPayload();
 }
 
 bool Transaction::ReceiveRaw() {

@@ -14,6 +14,9 @@ constexpr int kEncryptedHeaderSize = 5;
 constexpr int kLogTextSize = 201;
 constexpr int kLogPayloadLimit = 200;      // at or above this length a text stays out of the log
 constexpr int kMacSize = 21;               // a MAC of at most 20 characters
+// The most file bytes one chunk of a transfer carries: a message less its header and one byte.
+constexpr int kFileChunkSize = kMessageBufferSize - kClearHeaderSize - 1;
+static_assert(kFileChunkSize == 4086, "a chunk carries 4086 bytes");
 
 struct CommandRecord {
     int32_t rspfunc;

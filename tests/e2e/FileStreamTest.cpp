@@ -161,6 +161,28 @@ TEST_F(FileStreamTest, ControllerErrorEndsTheStreamWithItsResultAndKeepsTheParti
     EXPECT_EQ(ExpectFrame(79), "");
 }
 
+// A 9980 in place of the 1030 that closes a SendFile ends the stream in hand (last chunk to
+// idle), so that the link's next stream runs from its start: its first 1030 asks for a chunk.
+TEST_F(FileStreamTest, ErrorInPlaceOfTheLastReplyLeavesNothingForTheNextStream) {
+    const std::string content = Bytes(10, 10);
+    WriteFile("short.bin", content);
+    Queue(30, "/cfg/short.bin", "short.bin", 30);
+    EXPECT_EQ(ExpectFrame(30), "/cfg/short.bin;");
+    ASSERT_TRUE(c_.SendFrame(1030, "0;"));
+    EXPECT_EQ(ExpectFrame(32), content);
+    int32_t got = 0;
+    EXPECT_EQ(NextResponse(&got), "0000;0012;0;");
+    ASSERT_TRUE(c_.SendFrame(9980, "-1204;disk full;"));
+    EXPECT_EQ(NextResponse(&got), Frame(9980, "-1204;disk full;"));
+
+    Queue(30, "/cfg/again.bin", "short.bin", 31);
+    EXPECT_EQ(ExpectFrame(30), "/cfg/again.bin;");
+    ASSERT_TRUE(c_.SendFrame(1030, "0;"));
+    EXPECT_EQ(ExpectFrame(32), content) << "the next stream sends its chunk";
+    EXPECT_EQ(NextResponse(&got), "0000;0012;0;");
+    EXPECT_EQ(got, 31);
+}
+
 TEST_F(FileStreamTest, LinkResetMidStreamReleasesTheCallerAndLeavesThePartialFile) {
     if (net::UnderWine()) GTEST_SKIP() << "a peer under Wine can't reset its link";
     Queue(33, "/log/cut.bin", "cut.bin", 11);
