@@ -20,7 +20,10 @@ constexpr int kAcceptsPerTurn = 10000;
 
 Listener::Listener(int32_t port, void* parentWindow, void* instance, Monitors& monitors,
                    SeedHashMon& seeds)
-    : port_(port), parentWindow_(parentWindow), instance_(instance), monitors_(monitors),
+    : port_(port),
+      parentWindow_(parentWindow),
+      instance_(instance),
+      monitors_(monitors),
       seeds_(seeds) {
     CopyBounded(name_, "listener", sizeof name_);
     logText_[0] = logText2_[0] = '\0';
@@ -29,32 +32,37 @@ Listener::Listener(int32_t port, void* parentWindow, void* instance, Monitors& m
     // Each failure stops the whole library: Initialization has already returned.
     listenSocket_ = platform::OpenTcpSocket();
     if (listenSocket_ == platform::kInvalidSocket) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on socket", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on socket",
+                       platform::LastSocketError());
         monitors_.handleMon->SetTerminating(1);
         return;
     }
     platform::SetReuseAddress(listenSocket_);
     // The notification of a pending connection is a poll of a non-blocking socket here.
     if (platform::SetNonBlocking(listenSocket_) != 0) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on WSAAsyncSelect", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on WSAAsyncSelect",
+                       platform::LastSocketError());
         monitors_.handleMon->SetTerminating(1);
         return;
     }
     if (platform::BindAny(listenSocket_, port_) != 0) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on bind", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on bind",
+                       platform::LastSocketError());
         monitors_.handleMon->SetTerminating(1);
         return;
     }
     // A backlog for a whole site reconnecting at once after a switch restarts.
     if (platform::Listen(listenSocket_, kListenBacklog) != 0) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on listen", platform::LastSocketError());
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on listen",
+                       platform::LastSocketError());
         monitors_.handleMon->SetTerminating(1);
     }
 }
 
 Listener::~Listener() {
     if (listenSocket_ != platform::kInvalidSocket && platform::CloseSocket(listenSocket_) != 0) {
-        LogSocketError(kLogError, "[Listener::~Listener] Error on closesocket", platform::LastSocketError());
+        LogSocketError(kLogError, "[Listener::~Listener] Error on closesocket",
+                       platform::LastSocketError());
     }
     if (!monitors_.Terminating()) {
         // Only this listener's registration goes; a newer one may stand under the name already.
@@ -76,7 +84,8 @@ void Listener::Run() {
         uint32_t message = 0;
         while (platform::PeekThreadMessage(&message)) {
             if (message == platform::TERM_MSG) {
-                Log(name_, kLogTrace, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
+                Log(name_, kLogTrace,
+                    "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
                 return;
             }
         }

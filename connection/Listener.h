@@ -17,7 +17,7 @@ struct Monitors;
 class SeedHashMon;
 
 class Listener {
-public:
+  public:
     // Its Workers are handed `monitors` and `seeds`.
     Listener(int32_t port, void* parentWindow, void* instance, Monitors& monitors,
              SeedHashMon& seeds);
@@ -25,7 +25,7 @@ public:
     // Each turn: the mailbox, then one pending connection, then 100 ms of sleep.
     void Run();
 
-private:
+  private:
     void Accept();
     // Reads what the peer sent so far, sends ZANTH_TERMINATE in clear, shuts down and closes.
     void Refuse(int which);

@@ -1,8 +1,8 @@
 #include "connection/Worker.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 
@@ -49,10 +49,18 @@ bool PayloadIs(const char* payload, std::initializer_list<const char*> texts) {
 std::atomic<uint32_t> identifyLimitMilliseconds{kIdentifyLimitMilliseconds};
 
 Worker::Worker(const WorkerStartRecord& start, Monitors& monitors, SeedHashMon& seeds)
-    : monitors_(monitors), seeds_(seeds), socket_(start.socket), parentWindow_(start.parentWindow), instance_(start.instance),
-      type_(start.type), port_(start.port), startRspfunc_(start.rspfunc),
-      startRspid_(start.rspid), threadId_(platform::CurrentThreadId()),
-      reader_(mac_, util_, current_), writer_(mac_, util_, current_) {
+    : monitors_(monitors),
+      seeds_(seeds),
+      socket_(start.socket),
+      parentWindow_(start.parentWindow),
+      instance_(start.instance),
+      type_(start.type),
+      port_(start.port),
+      startRspfunc_(start.rspfunc),
+      startRspid_(start.rspid),
+      threadId_(platform::CurrentThreadId()),
+      reader_(mac_, util_, current_),
+      writer_(mac_, util_, current_) {
     startedAt_ = Clock::now();
     CopyBounded(iphostname_, start.iphostname, sizeof iphostname_);
     cmd_ = std::make_unique<ThreadQueue>("cmd");
@@ -71,10 +79,10 @@ Worker::Worker(const WorkerStartRecord& start, Monitors& monitors, SeedHashMon& 
         if (startRspfunc_ != 0) {
             // A RspContactController reply is a frame with code 0 whose first field is the result.
             std::strcat(dataBuffer_.data(), ";");
-            util_.BuildMessage(0, dataBuffer_.data(), std::strlen(dataBuffer_.data()),
-                               releaseText_, kMessageBufferSize);
+            util_.BuildMessage(0, dataBuffer_.data(), std::strlen(dataBuffer_.data()), releaseText_,
+                               kMessageBufferSize);
             monitors_.responseMon->Add(startRspid_, releaseText_,
-                             static_cast<int32_t>(std::strlen(releaseText_) + 1));
+                                       static_cast<int32_t>(std::strlen(releaseText_) + 1));
         } else {
             monitors_.workerMon->AddPlaceholder("0001", threadId_);
             monitors_.recvMon->SetBuffer(dataBuffer_.data());
@@ -104,7 +112,8 @@ Worker::~Worker() {
 
         util_.BuildMessage(ZANTH_TERMINATE, "", 0, releaseText_, kMessageBufferSize);
         if (busy_) {
-            ReleaseCaller(current_, "[Worker::~Worker] busy == true... rspfunc !=0 add to responseMon",
+            ReleaseCaller(current_,
+                          "[Worker::~Worker] busy == true... rspfunc !=0 add to responseMon",
                           "[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called");
         } else {
             Log(mac_, kLogTrace, "[Worker::~Worker] busy is false");
@@ -145,10 +154,12 @@ Worker::~Worker() {
         if (platform::ShutdownBoth(socket_) != 0 && !killed) {
             int error = platform::LastSocketError();
             // A peer that is already gone is not worth an error record.
-            if (error != 10057) LogSocketError(kLogError, "[Worker::~Worker] Error on shutdown", error);
+            if (error != 10057)
+                LogSocketError(kLogError, "[Worker::~Worker] Error on shutdown", error);
         }
         if (platform::CloseSocket(socket_) != 0) {
-            LogSocketError(kLogError, "[Worker::~Worker] Error on closesocket", platform::LastSocketError());
+            LogSocketError(kLogError, "[Worker::~Worker] Error on closesocket",
+                           platform::LastSocketError());
         }
     }
     socket_ = platform::kInvalidSocket;
@@ -165,7 +176,7 @@ void Worker::ReleaseCaller(const CommandRecord& record, const char* responseText
     if (record.rspfunc != 0) {
         Log(mac_, kLogTrace, responseText);
         monitors_.responseMon->Add(record.rspid, releaseText_,
-                         static_cast<int32_t>(std::strlen(releaseText_) + 1));
+                                   static_cast<int32_t>(std::strlen(releaseText_) + 1));
     } else {
         Log(mac_, kLogTrace, slotText);
         monitors_.recvMon->SetBuffer(releaseText_);
@@ -276,12 +287,14 @@ void Worker::CheckSendMon() {
     if (xfer() && MessageUtil::IsPunchThroughCode(MessageUtil::CodeOf(incoming_.message))) {
         if (waitingForANonXferResponse_) {
             Log(mac_, kLogTrace,
-                "[Worker::Run] would be PunchThrough Message, but still waitingForANonXferResponse, "
+                "[Worker::Run] would be PunchThrough Message, but still "
+                "waitingForANonXferResponse, "
                 "so queue it.");
         } else {
             writer_.Take(incoming_.message);
             const Clock::time_point deadline = Deadline();
-            Log(mac_, kLogTrace, "[Worker::Run] punch through msg...just SENDing directly to Controller");
+            Log(mac_, kLogTrace,
+                "[Worker::Run] punch through msg...just SENDing directly to Controller");
             // current keeps the transfer's address; the punched reply goes to the saved one.
             int32_t keptRspfunc = current_.rspfunc;
             int32_t keptRspid = current_.rspid;
@@ -336,7 +349,8 @@ bool Worker::ProcessCommand(CommandRecord& record) {
 bool Worker::SentLinkEndingCommand() {
     const int32_t code = writer_.Code();
     const char* payload = writer_.Payload();
-    if ((code == ZANTH_REBOOT || code == ZANTH_REBOOT_CONTROLLER || code == ZANTH_REBOOT_INTERFACE) &&
+    if ((code == ZANTH_REBOOT || code == ZANTH_REBOOT_CONTROLLER ||
+         code == ZANTH_REBOOT_INTERFACE) &&
         PayloadIs(payload, {"32;"})) {
         Log(mac_, kLogTrace, "Controller Reboot was sent.");
         // The controller goes down: what is still queued dies unanswered.
@@ -344,7 +358,8 @@ bool Worker::SentLinkEndingCommand() {
         busy_ = false;
         return true;
     }
-    if ((code == ZANTH_RESTART_TASK || code == ZANTH_STOP_TASK) && PayloadIs(payload, {"9;", "99;"})) {
+    if ((code == ZANTH_RESTART_TASK || code == ZANTH_STOP_TASK) &&
+        PayloadIs(payload, {"9;", "99;"})) {
         Log(mac_, kLogTrace, "Commtask restart was sent.");
         busy_ = false;
         return true;
@@ -425,7 +440,8 @@ void Worker::CheckStalls() {
         FormatText(text, sizeof text, "%d;", static_cast<int>(kNoReply));
         char framed[kMessageBufferSize];
         util_.BuildMessage(0, text, std::strlen(text), framed, sizeof framed);
-        monitors_.responseMon->Add(awaitedRspid_, framed, static_cast<int32_t>(std::strlen(framed) + 1));
+        monitors_.responseMon->Add(awaitedRspid_, framed,
+                                   static_cast<int32_t>(std::strlen(framed) + 1));
         // The link's later commands go on; the reply, should it still come, is dropped.
         abandonedCode_ = awaitedCode_;
         waitingForANonXferResponse_ = false;
@@ -470,8 +486,8 @@ int Worker::MillisecondsToDeadline() const {
     const Clock::time_point now = Clock::now();
     long long nearest = -1;
     auto consider = [&](Clock::time_point at) {
-        long long ms = std::max<long long>(
-            0, std::chrono::ceil<std::chrono::milliseconds>(at - now).count());
+        long long ms =
+            std::max<long long>(0, std::chrono::ceil<std::chrono::milliseconds>(at - now).count());
         nearest = nearest < 0 ? ms : std::min(nearest, ms);
     };
     if (!init_) consider(startedAt_ + std::chrono::milliseconds(identifyLimitMilliseconds.load()));

@@ -1,9 +1,8 @@
 // The Worker's side of outbound contact: resolving the address and connecting.
 
-#include "connection/Worker.h"
-
 #include <cstring>
 
+#include "connection/Worker.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
@@ -31,8 +30,8 @@ int32_t Worker::ContactGateway() {
     Log(mac_, kLogTrace, logText_);
     uint32_t address = GetAddr(iphostname_);
     if (address == 0) {
-        FormatText(logText_, sizeof logText_, "[Worker::ContactGateway] invalid IP address or host name %s",
-                   iphostname_);
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::ContactGateway] invalid IP address or host name %s", iphostname_);
         Log(mac_, kLogError, logText_);
         return kBadArgument;
     }

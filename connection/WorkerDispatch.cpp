@@ -1,13 +1,12 @@
 // The Worker's dispatch of incoming messages: replies to their callers, identification, and
 // the unsolicited traffic with its acknowledgements.
 
-#include "connection/Worker.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <ctime>
 
+#include "connection/Worker.h"
 #include "monitors/Monitors.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
@@ -80,7 +79,8 @@ bool Worker::ProcessIncomingSocketMessage() {
         return true;
     }
     if (!util_.IsResponseCode(code_)) {
-        Log(mac_, kLogTrace, "[Worker::Run] Reecevied message code was not for recently sent message.");
+        Log(mac_, kLogTrace,
+            "[Worker::Run] Reecevied message code was not for recently sent message.");
         return true;
     }
     busy_ = false;
@@ -109,7 +109,8 @@ void Worker::Deliver(const char* text, int32_t size, int32_t rspid) {
     } else {
         // A reply that no command asked for: parked in the one reply slot it would wait there
         // for a caller that never comes, and hold this Worker (and its socket) for good.
-        Log(mac_, kLogError, "[Worker::Run] reply with no command waiting for it, dropped", text, true);
+        Log(mac_, kLogError, "[Worker::Run] reply with no command waiting for it, dropped", text,
+            true);
     }
 }
 
@@ -122,7 +123,8 @@ bool Worker::TakeMac() {
     const char* rest = length > 9 ? field + 9 : "";
     char mac[kMacSize];
     CopyBounded(mac, rest, sizeof mac);
-    for (char* p = mac; *p; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+    for (char* p = mac; *p; ++p)
+        *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
     // A field with nothing behind the fixed octets names no controller.
     if (mac[0] == '\0') return false;
     CopyBounded(mac_, mac, sizeof mac_);

@@ -136,14 +136,12 @@ class Master {
     int32_t RspDiscoverInterfaces(int32_t rspid, const char* mac, int32_t chain);
     int32_t DownloadInterfaceCode(int32_t rspfunc, int32_t rspid, const char* mac,
                                   int32_t interface, int32_t mode);
-    int32_t ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* mac,
-                                int32_t interface, int32_t memoryType, const char* address,
-                                int32_t numberOfBytes, char* data, int32_t size,
-                                char outputType);
+    int32_t ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
+                                int32_t memoryType, const char* address, int32_t numberOfBytes,
+                                char* data, int32_t size, char outputType);
     int32_t WriteEEPROM_IsLastWrite(int32_t rspfunc, int32_t rspid, const char* mac,
-                                    int32_t interface, const char* address,
-                                    int32_t numberOfBytes, const char* data,
-                                    int32_t bIsLastWrite);
+                                    int32_t interface, const char* address, int32_t numberOfBytes,
+                                    const char* data, int32_t bIsLastWrite);
     int32_t WriteEEPROM(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
                         const char* address, int32_t numberOfBytes, const char* data);
     int32_t SetInterfaceInternalID(int32_t rspfunc, int32_t rspid, const char* mac,
@@ -208,25 +206,23 @@ class Master {
                                   int32_t contactValue4, int32_t contactValue5,
                                   int32_t contactValue6, int32_t contactValue7,
                                   const char* contactText2, const char* contactText3);
-    int32_t GetContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
-                               char* contactText1, int32_t* contactValue1,
-                               int32_t* contactValue2, int32_t* contactValue3,
-                               int32_t* contactValue4, int32_t* contactValue5,
-                               int32_t* contactValue6, int32_t* contactValue7, char* contactText2,
-                               char* contactText3);
+    int32_t GetContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac, char* contactText1,
+                               int32_t* contactValue1, int32_t* contactValue2,
+                               int32_t* contactValue3, int32_t* contactValue4,
+                               int32_t* contactValue5, int32_t* contactValue6,
+                               int32_t* contactValue7, char* contactText2, char* contactText3);
     int32_t DeleteContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                   int32_t contactId);
     int32_t UpdateContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
-                                       int32_t groupId, const char* groupText,
-                                       int32_t groupValue);
+                                       int32_t groupId, const char* groupText, int32_t groupValue);
     int32_t GetContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                     int32_t* groupId, char* groupText, int32_t* groupValue);
     int32_t DeleteContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                        int32_t groupId);
     int32_t UpdateContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                       int32_t commId, const char* commText, uint16_t commValue);
-    int32_t GetContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
-                                   int32_t commId, char* commText);
+    int32_t GetContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t commId,
+                                   char* commText);
     int32_t DeleteContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                       const char* commText, int32_t commId);
     // Outputs, inputs and local settings (commands/device/Io*.cpp). `target` is an interface
@@ -240,8 +236,7 @@ class Master {
                                int32_t bitOrFunctionCode, int32_t state);
     int32_t GetSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
                             char* buffer, int32_t size);
-    int32_t DriveSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac,
-                              int32_t interface);
+    int32_t DriveSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface);
     int32_t LocalFcnCode(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t output,
                          int32_t* value);
     int32_t GetInputStatus(const char* mac, int32_t target, char* buffer, int32_t size);
@@ -268,8 +263,8 @@ class Master {
     // File transfer: whole files streamed by the Worker, single chunks through the caller's
     // memory, a file's permission, and its removal. GetData, SendData and their Rsp forms take no
     // rspfunc: each method is one form.
-    int32_t GetFile(int32_t rspfunc, int32_t rspid, const char* mac,
-                    const char* controllerPathFile, const char* pcPathFile);
+    int32_t GetFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* controllerPathFile,
+                    const char* pcPathFile);
     int32_t SendFile(int32_t rspfunc, int32_t rspid, const char* mac,
                      const char* controllerPathFile, const char* pcPathFile);
     int32_t GetData(const char* mac, const char* controllerPathFile, char* buffer, int32_t size,
@@ -299,7 +294,6 @@ class Master {
     char transferFilename_[kPathSize] = {};
 
   public:
-
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,
                             ZanthTextCallback callback, TextQueue queue, bool big);

@@ -5,8 +5,8 @@
 
 #include "connection/Worker.h"
 #include "frame/ArgumentCheck.h"
-#include "frame/Master.h"
 #include "frame/Context.h"
+#include "frame/Master.h"
 #include "platform/Thread.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "frame/ArgumentCheck.h"
-#include "frame/Master.h"
 #include "frame/Context.h"
+#include "frame/Master.h"
 #include "platform/File.h"
 #include "platform/UserStore.h"
 #include "protocol/Result.h"

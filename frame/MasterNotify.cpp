@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "frame/Master.h"
 #include "frame/Context.h"
+#include "frame/Master.h"
 #include "notify/BigString.h"
 #include "notify/ConnDiscController.h"
 #include "notify/Reset.h"

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "frame/ArgumentCheck.h"
-#include "frame/Master.h"
 #include "frame/Context.h"
+#include "frame/Master.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"

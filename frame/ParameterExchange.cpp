@@ -13,10 +13,10 @@
 #include <mutex>
 #include <sstream>
 
+#include "frame/Context.h"
 #include "frame/Master.h"
 #include "frame/ParameterList.h"
 #include "frame/Transaction.h"
-#include "frame/Context.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 

@@ -7,9 +7,9 @@
 #include "monitors/ValidMon.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 
@@ -100,8 +100,8 @@ void HandleHashMon::PostWorkerMsg(const char* mac, uint32_t message, int32_t* re
     if (!platform::PostThreadMessage(entry->threadId, message)) {
         *result = kPostFailed;
         char text[kLogTextSize], text2[kLogTextSize];
-        FormatText(text, sizeof text, "[HandleHashMon::PostWorkerMsg] Error on PostThreadMessage mac=%s",
-                   mac);
+        FormatText(text, sizeof text,
+                   "[HandleHashMon::PostWorkerMsg] Error on PostThreadMessage mac=%s", mac);
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
         Log(name_.c_str(), kLogError, text, text2);
     }
@@ -143,8 +143,8 @@ void HandleHashMon::RemoveWorker(const char* mac, int32_t* error) {
 void HandleHashMon::RemoveWorkerOf(const char* mac, uint32_t threadId, int32_t* error) {
     std::lock_guard<std::mutex> g(lock_);
     bool removed = RemoveIf(
-        MessageUtil::MacHash(mac), [threadId](const HandleEntry& e) { return e.threadId == threadId; },
-        nullptr);
+        MessageUtil::MacHash(mac),
+        [threadId](const HandleEntry& e) { return e.threadId == threadId; }, nullptr);
     *error = removed ? 0 : kNoEntry;
 }
 
@@ -208,8 +208,8 @@ void HandleHashMon::TerminateAll() {
             if (!platform::TerminateThread(entry.threadId)) {
                 char text2[kLogTextSize];
                 FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-                Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateAll] Error on TerminateThread (hash)",
-                    text2);
+                Log(name_.c_str(), kLogError,
+                    "[HandleHashMon::TerminateAll] Error on TerminateThread (hash)", text2);
             }
         }
     }
@@ -225,7 +225,8 @@ void HandleHashMon::TerminateByName(const char* mac) {
     if (!platform::TerminateThread(entry.threadId)) {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateByName] Error on TerminateThread", text2);
+        Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateByName] Error on TerminateThread",
+            text2);
     }
 }
 

@@ -18,7 +18,7 @@ class ThreadHashMon;
 class ValidMon;
 
 class HandleHashMon : private HashTable<HandleEntry> {
-public:
+  public:
     static constexpr int32_t kBuckets = 19;
 
     // The terminate commands it queues go into `sendMon`.
@@ -66,7 +66,7 @@ public:
     // again empty under its name. Done in place, so that no thread ever meets a missing monitor.
     void Rebuild();
 
-private:
+  private:
     void Increase();
     void QueueTerminateFor(const char* mac);
 

@@ -12,7 +12,7 @@
 namespace zanth {
 
 class HandleMon {
-public:
+  public:
     explicit HandleMon(const char* name);
     ~HandleMon();
 
@@ -41,7 +41,7 @@ public:
     // The thread id registered under a name, or 0.
     uint32_t ThreadIdOf(const char* name);
 
-private:
+  private:
     int32_t IndexOf(const char* name) const;
 
     std::mutex lock_;

@@ -12,7 +12,9 @@ RecvMon::RecvMon(const char* name) : name_(name ? name : "") {
     std::memset(buffer_, 0, sizeof buffer_);
 }
 
-RecvMon::~RecvMon() { Log(name_.c_str(), kLogTrace, "[RecvMon::~RecvMon] RecvMon terminated"); }
+RecvMon::~RecvMon() {
+    Log(name_.c_str(), kLogTrace, "[RecvMon::~RecvMon] RecvMon terminated");
+}
 
 // The clean-up of a failed wait: it frees the slot, so a reply parked meanwhile is lost and a
 // stalled producer can go on.

@@ -15,7 +15,7 @@ namespace zanth {
 class HandleHashMon;
 
 class RecvMon {
-public:
+  public:
     explicit RecvMon(const char* name);
     ~RecvMon();
 
@@ -35,7 +35,7 @@ public:
 
     bool SlotEmpty();
 
-private:
+  private:
     bool Fail(char* dest);
 
     platform::OwnedTimedMutex hRecv_;

@@ -64,8 +64,8 @@ int32_t ThreadHashMon::CountFor(const char* mac) {
     return Count(MessageUtil::MacHash(mac));
 }
 
-int32_t ThreadHashMon::Queue(CommandRecord& record, const char* mac, int32_t rspfunc,
-                             int32_t rspid, const char* message, const char* gatewayPathFile,
+int32_t ThreadHashMon::Queue(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                             const char* message, const char* gatewayPathFile,
                              const char* pcPathFile) {
     record.rspfunc = rspfunc;
     record.rspid = rspid;

@@ -17,7 +17,8 @@ ConnDiscController::ConnDiscController(const char* name, Monitors& monitors)
 
 ConnDiscController::~ConnDiscController() {
     { std::lock_guard<std::mutex> g(lock_); }
-    Log(name_.c_str(), kLogTrace, "[ConnDiscController::~ConnDiscController] ConnDiscController terminated");
+    Log(name_.c_str(), kLogTrace,
+        "[ConnDiscController::~ConnDiscController] ConnDiscController terminated");
 }
 
 int32_t ConnDiscController::SetConnectedCallback(ZanthConnectionCallback callback) {
@@ -49,8 +50,8 @@ void ConnDiscController::StartWorkerThread() {
     } else {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", error);
-        Log(name_.c_str(), kLogError, "[ConnDiscController::StartWorkerThread] Error on CreateThread",
-            text2);
+        Log(name_.c_str(), kLogError,
+            "[ConnDiscController::StartWorkerThread] Error on CreateThread", text2);
     }
 }
 

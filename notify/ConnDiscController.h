@@ -14,7 +14,7 @@ namespace zanth {
 struct Monitors;
 
 class ConnDiscController {
-public:
+  public:
     // The thread takes its notices from the monitors' connDiscQueue, which the context builds
     // after this object: it is looked up only once the thread runs.
     ConnDiscController(const char* name, Monitors& monitors);
@@ -24,7 +24,7 @@ public:
     int32_t SetConnectedCallback(ZanthConnectionCallback callback);
     int32_t SetDisconnectedCallback(ZanthConnectionCallback callback);
 
-private:
+  private:
     void StartWorkerThread();
     void Run();
     void Deliver(ZanthConnectionCallback callback, const char* mac);

@@ -117,7 +117,8 @@ void Reset::ResetThread(bool respond) {
         char text[16];
         FormatText(text, sizeof text, "%d;", result_);
         util_.BuildMessage(0, text, std::strlen(text), msgBuffer_, kMessageBufferSize);
-        monitors_.responseMon->Add(rspid_, msgBuffer_, static_cast<int32_t>(std::strlen(msgBuffer_) + 1));
+        monitors_.responseMon->Add(rspid_, msgBuffer_,
+                                   static_cast<int32_t>(std::strlen(msgBuffer_) + 1));
     } else {
         resetMon_.SetThreadResetResult(&result_);
         resetMon_.Signal();

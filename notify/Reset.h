@@ -14,12 +14,12 @@ struct Monitors;
 class ResetMon;
 
 class Reset {
-public:
+  public:
     Reset(void* parentWindow, void* instance, Monitors& monitors, ResetMon& resetMon);
     ~Reset();
     void Run();
 
-private:
+  private:
     // Tears down every Worker and the listener, blanks the valid list, rebuilds workerMon and
     // sets the terminate byte, so that every library thread leaves.
     void ResetDLL();

@@ -16,7 +16,7 @@ namespace zanth {
 class CharIntQueueMon;
 
 class ResetMon {
-public:
+  public:
     static constexpr int32_t kDefaultResetTime = 300000;
 
     explicit ResetMon(const char* name);
@@ -41,7 +41,7 @@ public:
     void SetResetThread(platform::ThreadId id) { resetThread_.store(id); }
     platform::ThreadId ResetThread() const { return resetThread_.load(); }
 
-private:
+  private:
     platform::OwnedTimedMutex hResetDLL_;
     platform::AutoResetEvent resetDLLEvent_;
     std::atomic<platform::ThreadId> resetThread_{0};

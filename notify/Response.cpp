@@ -11,8 +11,7 @@
 
 namespace zanth {
 
-Response::Response(ZanthResponseCallback callback, HandleMon& handles,
-                   CharIntQueueMon& responses)
+Response::Response(ZanthResponseCallback callback, HandleMon& handles, CharIntQueueMon& responses)
     : callback_(callback), handles_(handles), responses_(responses) {
     CopyBounded(name_, "response", sizeof name_);
     std::memset(raw_, 0, sizeof raw_);

@@ -12,13 +12,13 @@ class CharIntQueueMon;
 class HandleMon;
 
 class Response {
-public:
+  public:
     // Drains `responses` into `callback`; registered in `handles` as "response".
     Response(ZanthResponseCallback callback, HandleMon& handles, CharIntQueueMon& responses);
     ~Response();
     void Run();
 
-private:
+  private:
     void DrainPass();
 
     char name_[16];

@@ -26,7 +26,7 @@ struct CallbackStart {
 
 template <int32_t RawSize, int32_t DeliverySize, bool Terminate>
 class StringCallbackThread {
-public:
+  public:
     explicit StringCallbackThread(const CallbackStart& start)
         : callback_(start.callback), queue_(start.queue), handles_(start.handles) {
         std::memcpy(name_, start.name, sizeof name_);
@@ -47,7 +47,7 @@ public:
 
     const char* Name() const { return name_; }
 
-protected:
+  protected:
     // At its end a thread keeps its registration while it is told to stop (the next
     // registration removes it); if it is no longer told to, it removes its own entry.
     void Leave(const char* text) {
@@ -57,7 +57,7 @@ protected:
         Log(name_, kLogTrace, text);
     }
 
-private:
+  private:
     // One pass over the queue: every item, until it is empty or the callback returns below 0.
     // An item too long for the raw text is lost in the queue (logged there) and the former text
     // is delivered again in its place.

@@ -8,7 +8,7 @@
 namespace zanth {
 
 class Cipher {
-public:
+  public:
     // Each gives 0 (the key: the plugin's own non-negative result) or a negative failure.
     virtual int32_t Encrypt(const unsigned char* in, int32_t inLen, unsigned char* out,
                             int32_t outSize, int32_t* outLen, const unsigned char* key) = 0;
@@ -18,7 +18,7 @@ public:
     virtual int32_t GenerateKey(const char* text1, const char* text2, unsigned char* key,
                                 int32_t keySize) = 0;
 
-protected:
+  protected:
     ~Cipher() = default;
 };
 

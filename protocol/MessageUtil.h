@@ -10,13 +10,13 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "protocol/CommandRecord.h"
 #include "protocol/Cipher.h"
+#include "protocol/CommandRecord.h"
 
 namespace zanth {
 
 class MessageUtil {
-public:
+  public:
     // Without a cipher (an owner that never sees an encrypted link) the encrypted frames and
     // the key are refused with -10022, as when the cipher plugin is missing.
     explicit MessageUtil(Cipher* cipher = nullptr);
@@ -65,7 +65,7 @@ public:
                         int32_t keySize);
     int32_t GetBufferSize(int32_t* size);
 
-private:
+  private:
     char unknownName_[48];
     char parsedName_[64];
     Cipher* cipher_;

@@ -15,7 +15,7 @@ constexpr const char* kEncryptionLibrary = platform::kCipherLibraryFile;
 constexpr const char* kEncryptionLibraryLogName = platform::kCipherLibraryLogName;
 
 class Crypto final : public Cipher {
-public:
+  public:
     Crypto();
     ~Crypto();
     Crypto(const Crypto&) = delete;
@@ -31,7 +31,7 @@ public:
                         int32_t keySize) override;
     int32_t GetVersion(char* buffer, int32_t size);
 
-private:
+  private:
     // Loads the library if needed and finds `entry`; null (logged, -10022 in result_) on failure.
     void* Resolve(const char* method, const char* entry);
 

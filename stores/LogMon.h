@@ -20,7 +20,7 @@ enum LogLevel : int32_t {
 };
 
 class LogMon {
-public:
+  public:
     // Starts the log in `folder` (ending in its separator), or in the current directory when the
     // folder is empty.
     LogMon(const char* name, const char* folder);
@@ -43,7 +43,7 @@ public:
     std::string LogPath();
     std::string BackupPath();
 
-private:
+  private:
     void Start(const char* folder);
     void WriteLine(int32_t level, const char* source, const char* text1, const char* text2,
                    bool filter);

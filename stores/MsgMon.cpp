@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "platform/File.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 namespace {
@@ -59,15 +59,16 @@ bool MsgMon::Open(const char* folder) {
         std::memset(record_, 0, sizeof record_);
         if (platform::Seek(fd, 0) != 0) {
             platform::CloseFile(fd);
-            FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s", path_.c_str());
+            FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s",
+                       path_.c_str());
             Log(name_.c_str(), kLogFatal, logText_);
             return false;
         }
         int32_t expected = kRecordSize;
         if (platform::ReadFile(fd, record_, kRecordSize) == kRecordSize) {
-            int values[6] = {static_cast<int>(logSize_), expected, static_cast<int>(readIndex_),
-                             static_cast<int>(writeIndex_), static_cast<int>(numEntries_),
-                             static_cast<int>(numUnread_)};
+            int values[6] = {static_cast<int>(logSize_),    expected,
+                             static_cast<int>(readIndex_),  static_cast<int>(writeIndex_),
+                             static_cast<int>(numEntries_), static_cast<int>(numUnread_)};
             // The scan stops at the first field that can't be read; the rest keep their values.
             std::sscanf(record_, "%d%d%d%d%d%d", &values[0], &values[1], &values[2], &values[3],
                         &values[4], &values[5]);
@@ -91,8 +92,8 @@ bool MsgMon::Open(const char* folder) {
             platform::CloseFile(fd);
             fd = platform::OpenCreateTruncate(path_.c_str());
             if (fd < 0) {
-                FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (recreate) %s",
-                           path_.c_str());
+                FormatText(logText_, sizeof logText_,
+                           "[MsgMon::MsgMon] Error on _open (recreate) %s", path_.c_str());
                 Log(name_.c_str(), kLogFatal, logText_);
                 return false;
             }
@@ -118,15 +119,17 @@ bool MsgMon::InsideTheRing() const {
 int32_t MsgMon::WriteParams(int fd) {
     std::memset(record_, 0, sizeof record_);
     if (platform::Seek(fd, 0) != 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _lseek %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _lseek %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         return kFileError;
     }
-    FormatText(record_, sizeof record_, "%d %d %d %d %d %d", static_cast<int>(logSize_), recordSize_,
-               static_cast<int>(readIndex_), static_cast<int>(writeIndex_),
+    FormatText(record_, sizeof record_, "%d %d %d %d %d %d", static_cast<int>(logSize_),
+               recordSize_, static_cast<int>(readIndex_), static_cast<int>(writeIndex_),
                static_cast<int>(numEntries_), static_cast<int>(numUnread_));
     if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _write %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _write %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         return kFileError;
     }
@@ -138,14 +141,16 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
     *error = 0;
     if (length > recordSize_ || length > kRecordSize) {
         // Refused whole, not cut.
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] msg is too big (%s)", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] msg is too big (%s)",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kTooLarge;
         return;
     }
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
         return;
@@ -169,11 +174,13 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
     if (*error != 0) {
         // The header still names the slot as unread: it is left alone, and this record lost.
     } else if (platform::Seek(fd, SlotOffset(writeIndex_, recordSize_)) < 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
     } else if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _write %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _write %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
     }
@@ -233,7 +240,8 @@ void MsgMon::SetLogSize(uint64_t newSize, int32_t* error) {
     if (newSize == logSize_) return;
     int fd = platform::OpenCreateTruncate(path_.c_str());
     if (fd < 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::SetLogSize] Error on _open %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::SetLogSize] Error on _open %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
         return;

@@ -14,7 +14,7 @@
 namespace zanth {
 
 class MsgMon {
-public:
+  public:
     static constexpr int32_t kRecordSize = 144;
     static constexpr uint64_t kInitialLogSize = 5000;
 
@@ -47,7 +47,7 @@ public:
     bool Opened();
     std::string Path();
 
-private:
+  private:
     // False when the file couldn't be opened, created or given its header.
     bool Open(const char* folder);
     int32_t WriteParams(int fd);

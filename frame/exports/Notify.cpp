@@ -9,28 +9,28 @@ using namespace zanth;
 extern "C" {
 
 ZANTH_API int32_t SetHereIAmCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetHereIAmCallback", "hereiam", callback, &Monitors::hereiamMon,
-                                          false);
+    return Call<&Master::SetTextCallback>("SetHereIAmCallback", "hereiam", callback,
+                                          &Monitors::hereiamMon, false);
 }
 ZANTH_API int32_t SetLookupCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetLookupCallback", "lookup", callback, &Monitors::lookupMon,
-                                          false);
+    return Call<&Master::SetTextCallback>("SetLookupCallback", "lookup", callback,
+                                          &Monitors::lookupMon, false);
 }
 ZANTH_API int32_t SetKeyPadDataCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetKeyPadDataCallback", "keypad", callback, &Monitors::keyPadMon,
-                                          false);
+    return Call<&Master::SetTextCallback>("SetKeyPadDataCallback", "keypad", callback,
+                                          &Monitors::keyPadMon, false);
 }
 ZANTH_API int32_t SetCommandKeyDataCallback(ZanthTextCallback callback) {
     return Call<&Master::SetTextCallback>("SetCommandKeyDataCallback", "cmdkey", callback,
                                           &Monitors::cmdKeyMon, false);
 }
 ZANTH_API int32_t SetAlarmCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetAlarmCallback", "alarm", callback, &Monitors::alarmMonQueue,
-                                          false);
+    return Call<&Master::SetTextCallback>("SetAlarmCallback", "alarm", callback,
+                                          &Monitors::alarmMonQueue, false);
 }
 ZANTH_API int32_t SetEventCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetEventCallback", "event", callback, &Monitors::eventMonQueue,
-                                          false);
+    return Call<&Master::SetTextCallback>("SetEventCallback", "event", callback,
+                                          &Monitors::eventMonQueue, false);
 }
 ZANTH_API int32_t SetPostAccessCallback(ZanthTextCallback callback) {
     return Call<&Master::SetTextCallback>("SetPostAccessCallback", "postAccess", callback,

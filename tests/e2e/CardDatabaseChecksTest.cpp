@@ -5,11 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <functional>
 #include <future>
 #include <memory>
-#include <cstring>
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -423,33 +423,30 @@ TEST_F(CardChecksTest, DeclaredSizesAreNeverReadOrWrittenPast) {
     const std::pair<const char*, Get> gets[] = {
         {"GetCardRecord",
          [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
-             return GetCardRecord(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize,
-                                  &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
-                                  &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
-                                  &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
-                                  &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
-                                  o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
-                                  &o.field7);
+             return GetCardRecord(
+                 kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize, &o.accessType,
+                 &o.uniqueId, &o.groups[0], &o.groups[1], &o.groups[2], &o.groups[3], &o.groups[4],
+                 &o.groups[5], &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                 &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16, o.endTime, 16,
+                 &o.escortId, &o.inSchedule, &o.outSchedule, &o.field7);
          }},
         {"GetCardRecord2",
          [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
-             return GetCardRecord2(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin,
-                                   pinSize, &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
-                                   &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
-                                   &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
-                                   &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
-                                   o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
-                                   &o.field7, &o.pinExempt);
+             return GetCardRecord2(
+                 kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize, &o.accessType,
+                 &o.uniqueId, &o.groups[0], &o.groups[1], &o.groups[2], &o.groups[3], &o.groups[4],
+                 &o.groups[5], &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                 &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16, o.endTime, 16,
+                 &o.escortId, &o.inSchedule, &o.outSchedule, &o.field7, &o.pinExempt);
          }},
         {"GetCardRecord4",
          [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
-             return GetCardRecord4(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin,
-                                   pinSize, &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
-                                   &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
-                                   &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
-                                   &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
-                                   o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
-                                   &o.field7, &o.pinExempt, &o.role);
+             return GetCardRecord4(
+                 kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize, &o.accessType,
+                 &o.uniqueId, &o.groups[0], &o.groups[1], &o.groups[2], &o.groups[3], &o.groups[4],
+                 &o.groups[5], &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                 &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16, o.endTime, 16,
+                 &o.escortId, &o.inSchedule, &o.outSchedule, &o.field7, &o.pinExempt, &o.role);
          }},
     };
     // A text of `size` bytes, all of them `content` (no terminator unless `content` is empty).
@@ -488,7 +485,8 @@ TEST_F(CardChecksTest, DeclaredSizesAreNeverReadOrWrittenPast) {
         SCOPED_TRACE(name);
         auto number = block(2, "");
         auto pin = block(2, "");
-        auto pending = std::async(std::launch::async, [&] { return get(number.get(), 2, pin.get(), 2); });
+        auto pending =
+            std::async(std::launch::async, [&] { return get(number.get(), 2, pin.get(), 2); });
         ASSERT_TRUE(WaitUntil([] { return test::Shared().sendMon->CountFor(kMac) > 0; }));
         const std::string sent = Taken();
         EXPECT_EQ(sent.substr(4), Frame(25, "0;7;0;0;").substr(4));
@@ -501,7 +499,8 @@ TEST_F(CardChecksTest, DeclaredSizesAreNeverReadOrWrittenPast) {
         EXPECT_STREQ(number.get(), "0");
         EXPECT_STREQ(pin.get(), "0");
     }
-    EXPECT_TRUE(LogContains("[Master::GetCardRecord] card number does not fit its size of 1 bytes"));
+    EXPECT_TRUE(
+        LogContains("[Master::GetCardRecord] card number does not fit its size of 1 bytes"));
     EXPECT_TRUE(LogContains("[Master::GetCardRecord[2]] PIN does not fit its size of 0 bytes"));
 }
 

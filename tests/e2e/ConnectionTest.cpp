@@ -31,7 +31,7 @@ std::string Connected() {
 }
 
 class ConnectionTest : public LibraryTest {
-protected:
+  protected:
     // A controller that has identified itself and is listed as connected.
     void Join(FakeController& c, const std::string& mac = kMac) {
         ASSERT_TRUE(c.Connect(port_));
@@ -148,7 +148,8 @@ TEST_F(ConnectionTest, ResetLinkReleasesABlockedCallerAtOnce) {
     EXPECT_EQ(rc.get(), -10010);
     EXPECT_LT(steady_clock::now() - begun, milliseconds(5000));
     EXPECT_TRUE(WaitUntil([] { return Connected().empty(); }));
-    EXPECT_TRUE(LogContains("[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called"));
+    EXPECT_TRUE(
+        LogContains("[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called"));
 }
 
 TEST_F(ConnectionTest, QueuedRspCommandsAreAnsweredWhenTheLinkEnds) {

@@ -55,7 +55,7 @@ std::string NextResponse(int32_t* rspid) {
 }
 
 class FileStreamTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         Start(kMac);
@@ -64,8 +64,8 @@ protected:
         ASSERT_TRUE(WaitUntil([] { return Connected() == kMac; }));
     }
     // What GetFile and SendFile hand the Worker: the framed request and the two paths.
-    void Queue(int code, const std::string& gatewayPath, const std::string& pcPath,
-               int32_t rspid, int32_t rspfunc = 1) {
+    void Queue(int code, const std::string& gatewayPath, const std::string& pcPath, int32_t rspid,
+               int32_t rspfunc = 1) {
         CommandRecord record{};
         record.rspfunc = rspfunc;
         record.rspid = rspid;

@@ -32,7 +32,7 @@ struct Row {
 };
 
 class NullBufferTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
@@ -176,7 +176,8 @@ TEST_F(NullBufferTest, ControllerCommandsWithOutputs) {
              return GetContactIDRecord(kMac, b, &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], nullptr,
                                        b + 16, b + 32);
          }},
-        {"GetContactIDGroupRecord", [&] { return GetContactIDGroupRecord(kMac, 1, nullptr, &v[0]); }},
+        {"GetContactIDGroupRecord",
+         [&] { return GetContactIDGroupRecord(kMac, 1, nullptr, &v[0]); }},
         {"GetContactIDCommRecord", [] { return GetContactIDCommRecord(kMac, 1, nullptr); }},
     });
 }
@@ -212,7 +213,11 @@ TEST_F(NullBufferTest, ControllerCommandsWithTextsForTheWire) {
         {"SetFileStatus permission", [] { return SetFileStatus(kMac, "/p", nullptr); }},
         {"SetFileStatus path", [] { return SetFileStatus(kMac, nullptr, "644"); }},
         {"RspSetFileStatus", [] { return RspSetFileStatus(1, kMac, "/p", nullptr); }},
-        {"FileStatus read path", [] { char p[4]; return FileStatus(kMac, 0, nullptr, p, 4); }},
+        {"FileStatus read path",
+         [] {
+             char p[4];
+             return FileStatus(kMac, 0, nullptr, p, 4);
+         }},
         {"ZanthDeleteFile", [] { return ZanthDeleteFile(kMac, nullptr); }},
         {"RspZanthDeleteFile", [] { return RspZanthDeleteFile(1, kMac, nullptr); }},
         {"GetFile", [] { return GetFile(kMac, nullptr, "local"); }},
@@ -220,12 +225,16 @@ TEST_F(NullBufferTest, ControllerCommandsWithTextsForTheWire) {
         {"UpdateSchedule",
          [] { return UpdateSchedule(kMac, "a", nullptr, "c", "d", "e", 1, 2, 3, 4, 5, 6); }, -1},
         {"RspUpdateSchedule",
-         [] { return RspUpdateSchedule(1, kMac, "a", "b", "c", "d", nullptr, 1, 2, 3, 4, 5, 6); }, -1},
+         [] { return RspUpdateSchedule(1, kMac, "a", "b", "c", "d", nullptr, 1, 2, 3, 4, 5, 6); },
+         -1},
         {"UpdateContactIDRecord",
          [] { return UpdateContactIDRecord(kMac, nullptr, 1, 2, 3, 4, 5, 6, 7, "b", "c"); }},
-        {"UpdateContactIDGroupRecord", [] { return UpdateContactIDGroupRecord(kMac, 1, nullptr, 2); }, -1},
-        {"UpdateContactIDCommRecord", [] { return UpdateContactIDCommRecord(kMac, 1, nullptr, 2); }, -1},
-        {"DeleteContactIDCommRecord", [] { return DeleteContactIDCommRecord(kMac, nullptr, 1); }, -1},
+        {"UpdateContactIDGroupRecord",
+         [] { return UpdateContactIDGroupRecord(kMac, 1, nullptr, 2); }, -1},
+        {"UpdateContactIDCommRecord", [] { return UpdateContactIDCommRecord(kMac, 1, nullptr, 2); },
+         -1},
+        {"DeleteContactIDCommRecord", [] { return DeleteContactIDCommRecord(kMac, nullptr, 1); },
+         -1},
     });
 }
 

@@ -19,7 +19,7 @@ namespace {
 constexpr const char* kMac = "AA:BB:CC";
 
 class UnsolicitedTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         Start(kMac);
@@ -29,11 +29,13 @@ protected:
 
     static std::string NextEvent() {
         char record[200];
-        return GetNextEvent(record, sizeof record) == 0 ? std::string(record) : std::string("<none>");
+        return GetNextEvent(record, sizeof record) == 0 ? std::string(record)
+                                                        : std::string("<none>");
     }
     static std::string NextAlarm() {
         char record[200];
-        return GetNextAlarm(record, sizeof record) == 0 ? std::string(record) : std::string("<none>");
+        return GetNextAlarm(record, sizeof record) == 0 ? std::string(record)
+                                                        : std::string("<none>");
     }
 
     FakeController c_;

@@ -34,7 +34,9 @@ void LeaveScratchDirectory() {
 
 }  // namespace
 
-Master& TheMaster() { return *loaded; }
+Master& TheMaster() {
+    return *loaded;
+}
 
 namespace fuzz {
 
@@ -51,7 +53,9 @@ void EnterScratchDirectory() {
     std::atexit(LeaveScratchDirectory);
 }
 
-const std::string& ScratchDirectory() { return scratch; }
+const std::string& ScratchDirectory() {
+    return scratch;
+}
 
 void WriteFile(const std::string& path, const void* bytes, size_t size) {
     FILE* f = std::fopen(path.c_str(), "wb");
@@ -70,7 +74,9 @@ void LoadLibrary() {
     if (!loaded) loaded = std::make_unique<Master>("master");
 }
 
-Context& Shared() { return loaded->Shared(); }
+Context& Shared() {
+    return loaded->Shared();
+}
 
 void StartLogOnly(int32_t level) {
     if (!logOnly) {

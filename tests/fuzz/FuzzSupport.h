@@ -37,7 +37,7 @@ void TrimLog();
 
 }  // namespace zanth::fuzz
 
-#define FUZZ_CHECK(condition, detail)                                                    \
-    do {                                                                                  \
-        if (!(condition)) ::zanth::fuzz::Broken("check failed: " #condition, (detail));  \
+#define FUZZ_CHECK(condition, detail)                                                   \
+    do {                                                                                \
+        if (!(condition)) ::zanth::fuzz::Broken("check failed: " #condition, (detail)); \
     } while (0)

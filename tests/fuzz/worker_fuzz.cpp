@@ -33,10 +33,10 @@
 #include "FuzzSupport.h"
 #include "connection/Worker.h"
 #include "connection/WorkerStartRecord.h"
+#include "frame/Context.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
-#include "frame/Context.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "platform/Thread.h"
@@ -58,7 +58,9 @@ struct Plan {
     std::string stream;
 };
 
-uint16_t Length16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+uint16_t Length16(const uint8_t* p) {
+    return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
 
 // One encrypted frame of `plain` under `key`, or nothing when the cipher layer refuses it.
 std::string Seal(const std::string& plain, const unsigned char* key) {
@@ -79,7 +81,8 @@ std::string SealedStream(const uint8_t* data, size_t size) {
     }
     std::string head(reinterpret_cast<const char*>(data), zanth::kClearHeaderSize);
     size_t total = 0;
-    if (head[4] == ';' && head[9] == ';') total = std::strtoul(head.substr(5, 4).c_str(), nullptr, 10);
+    if (head[4] == ';' && head[9] == ';')
+        total = std::strtoul(head.substr(5, 4).c_str(), nullptr, 10);
     total = std::clamp<size_t>(total, zanth::kClearHeaderSize, size);
     std::string stream(reinterpret_cast<const char*>(data), total);
 
@@ -252,7 +255,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint8_t connected = 1;
     zanth::fuzz::Shared().workerMon->IsConnected("AA:BB:CC", &connected);
     FUZZ_CHECK(!connected, "an ended Worker is still registered");
-    FUZZ_CHECK(zanth::fuzz::Shared().workerMon->UnidentifiedCount() == 0, "an ended Worker is still listed");
+    FUZZ_CHECK(zanth::fuzz::Shared().workerMon->UnidentifiedCount() == 0,
+               "an ended Worker is still listed");
     DrainQueues();
     zanth::fuzz::TrimLog();
     return 0;

@@ -18,7 +18,8 @@ namespace zanth::test {
 namespace {
 
 std::string LoadFailure(const char* method) {
-    return std::string("[Crypto::") + method + "] Error loading " + kEncryptionLibraryLogName + " library";
+    return std::string("[Crypto::") + method + "] Error loading " + kEncryptionLibraryLogName +
+           " library";
 }
 
 bool NoneConnected() {

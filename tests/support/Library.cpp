@@ -15,17 +15,27 @@ namespace zanth {
 namespace {
 std::unique_ptr<Master> loaded;
 std::unique_ptr<LogMon> traceLog;
-}
+}  // namespace
 
-Master& TheMaster() { return *loaded; }
+Master& TheMaster() {
+    return *loaded;
+}
 
 namespace test {
 
 // Built and destroyed as the shared library's static object is.
-void LoadLibrary() { loaded = std::make_unique<Master>("master"); }
-void UnloadLibrary() { loaded.reset(); }
-Context& Shared() { return loaded->Shared(); }
-bool LibraryLoaded() { return loaded != nullptr; }
+void LoadLibrary() {
+    loaded = std::make_unique<Master>("master");
+}
+void UnloadLibrary() {
+    loaded.reset();
+}
+Context& Shared() {
+    return loaded->Shared();
+}
+bool LibraryLoaded() {
+    return loaded != nullptr;
+}
 
 int FreePort() {
     net::Fd s = net::TcpSocket();
@@ -63,9 +73,13 @@ std::string ReadWholeFile(const std::string& path) {
 #endif
 }
 
-std::string LogText() { return ReadWholeFile("ZanthMessages.log"); }
+std::string LogText() {
+    return ReadWholeFile("ZanthMessages.log");
+}
 
-bool LogContains(const std::string& text) { return LogText().find(text) != std::string::npos; }
+bool LogContains(const std::string& text) {
+    return LogText().find(text) != std::string::npos;
+}
 
 int LogCount(const std::string& text) {
     std::string log = LogText();
@@ -91,7 +105,9 @@ void LibraryTest::SetUp() {
     ASSERT_EQ(DebugLevel(1, &level), 0);
 }
 
-void LibraryTest::TearDown() { UnloadLibrary(); }
+void LibraryTest::TearDown() {
+    UnloadLibrary();
+}
 
 void LibraryTest::Start(const char* valid) {
     port_ = FreePort();

@@ -37,7 +37,7 @@ int LogCount(const std::string& text);
 // A test of single monitors without the whole library: a diagnostic log of its own at the trace
 // level, so that the monitors' lines can be read.
 class TraceLogTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 };
@@ -45,7 +45,7 @@ protected:
 // A test with the library loaded (and unloaded at the end). The debug level is raised to 75 so
 // that traces can be checked.
 class LibraryTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
     // Initialization on a free port, with `valid` as the valid list.

@@ -22,16 +22,16 @@ namespace zanth {
 namespace {
 
 using namespace std::chrono_literals;
+using platform::TERM_MSG;
+using platform::WM_WORKER_KILL;
 using test::LogContains;
 using test::LogCount;
 using test::LogText;
 using test::WaitUntil;
-using platform::TERM_MSG;
-using platform::WM_WORKER_KILL;
 
 // A library thread that collects its mailbox until it is killed or told TERM_MSG.
 class MailboxThread {
-public:
+  public:
     MailboxThread() {
         EXPECT_EQ(platform::CreateThread(
                       [this] {
@@ -64,7 +64,7 @@ public:
     bool Killed() const { return killed_; }
     bool Hooked() const { return hooked_; }
 
-private:
+  private:
     platform::ThreadId id_ = 0;
     std::atomic<bool> ready_{false}, killed_{false}, hooked_{false}, done_{false};
     std::atomic<uint32_t> last_{0};
@@ -73,7 +73,7 @@ private:
 // The monitors these tests share, built as the library's context builds them, with a
 // trace-level log.
 class HashMonTest : public test::TraceLogTest {
-protected:
+  protected:
     void SetUp() override {
         TraceLogTest::SetUp();
         sendMon = new ThreadHashMon("sendMon");
@@ -220,8 +220,9 @@ TEST_F(HashMonTest, HandleMonPostsByName) {
 
     handles.PostMsgByName("gone", 1105, &result);
     EXPECT_EQ(result, -10018);
-    EXPECT_TRUE(LogContains("handleMon [HandleMon::PostMsgByName] Error on PostThreadMessage gone\n"
-                            "                        Error code = "));
+    EXPECT_TRUE(
+        LogContains("handleMon [HandleMon::PostMsgByName] Error on PostThreadMessage gone\n"
+                    "                        Error code = "));
 }
 
 TEST_F(HashMonTest, UnidentifiedWorkersGrowTheArrayOneEntryEarly) {
@@ -419,7 +420,8 @@ TEST_F(HashMonTest, ForcedEndsOfWorkers) {
     // A thread that is gone already: the entry goes, the failure is logged.
     workerMon->AddWorker("DD:EE:FF", 0x7FFFFFF0u);
     workerMon->TerminateByName("DD:EE:FF");
-    EXPECT_TRUE(LogContains("workerMon [HandleHashMon::TerminateByName] Error on TerminateThread\n"));
+    EXPECT_TRUE(
+        LogContains("workerMon [HandleHashMon::TerminateByName] Error on TerminateThread\n"));
     workerMon->IsConnected("DD:EE:FF", &flag);
     EXPECT_EQ(flag, 0);
 
@@ -480,7 +482,8 @@ TEST_F(HashMonTest, MonitorsLogTheirEnd) {
     delete sendMon;
     sendMon = nullptr;
     { HandleMon handles("handleMon"); }
-    EXPECT_TRUE(LogContains("workerMon [HandleHashMon::~HandleHashMon] HandleHashMon terminated\n"));
+    EXPECT_TRUE(
+        LogContains("workerMon [HandleHashMon::~HandleHashMon] HandleHashMon terminated\n"));
     EXPECT_TRUE(LogContains("sendMon [ThreadHashMon::~ThreadHashMon] ThreadHashMon terminated\n"));
     EXPECT_TRUE(LogContains("handleMon [HandleMon::~HandleMon] HandleMon terminated\n"));
 }

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/File.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
-#include "platform/File.h"
 #include "support/Library.h"
 #include "support/Sandbox.h"
 #include "zanth.h"
@@ -23,7 +23,6 @@ namespace {
 
 // The separator the library puts after a log folder.
 const std::string kSep(1, platform::kPathSeparator);
-
 
 using test::LogContains;
 using test::LogText;
@@ -79,7 +78,8 @@ TEST(LogMon, LinesCarryDateSourceAndTextAndAnIndentedSecondText) {
     EXPECT_TRUE(stamp == DateText(before) || stamp == DateText(after)) << stamp;
     EXPECT_EQ(first.substr(19), "  AA:BB:CC [Worker::Run] first");
     EXPECT_EQ(lines[2], kBlanks + "second text");
-    EXPECT_EQ(lines[3].substr(19), "  workerMon [X::Y] alone") << "no second line for an empty text";
+    EXPECT_EQ(lines[3].substr(19), "  workerMon [X::Y] alone")
+        << "no second line for an empty text";
 }
 
 TEST(LogMon, LevelDecidesWhatReachesTheFile) {
@@ -112,7 +112,12 @@ TEST(LogMon, LevelDecidesWhatReachesTheFile) {
 
 TEST(LogMon, FilterKeepsPrintableBytesAndAtMostTwoHundred) {
     LogMon log("logmon", "");
-    log.Log("raw", 0, "a\tb\x01" "c\x7f" "d\xc3\xa9" "e~ ", "\r\n\x02", true);
+    log.Log("raw", 0,
+            "a\tb\x01"
+            "c\x7f"
+            "d\xc3\xa9"
+            "e~ ",
+            "\r\n\x02", true);
     std::vector<std::string> lines = Lines(LogText());
     ASSERT_EQ(lines.size(), 2u) << "a second text that filters to nothing gives no line";
     EXPECT_EQ(lines[1].substr(19), "  raw abcde~ ");
@@ -240,10 +245,11 @@ TEST_F(LogExportTest, MovingTheFolderRebuildsLogAndStores) {
 
     // The old log points to the new one and ends.
     std::string oldLog = LogText();
-    EXPECT_NE(oldLog.find("master [Master::SetLogFilePath] Log file path has been changed. New logs "
-                          "will be created at location: \n" +
-                          kBlanks + "New Log file path is = " + folder + kSep + "\n"),
-              std::string::npos)
+    EXPECT_NE(
+        oldLog.find("master [Master::SetLogFilePath] Log file path has been changed. New logs "
+                    "will be created at location: \n" +
+                    kBlanks + "New Log file path is = " + folder + kSep + "\n"),
+        std::string::npos)
         << oldLog;
     EXPECT_EQ(Lines(oldLog).back().substr(19), "  logmon End");
 
@@ -291,10 +297,11 @@ TEST_F(LogExportTest, TrailingSeparatorIsDoubledAndTheOldValueNamed) {
     EXPECT_EQ(ReadWholeFile(first + "/ZanthMessages.log").find("New logs will be created"),
               std::string::npos);
     std::string newLog = ReadWholeFile(second + "/ZanthMessages.log");
-    EXPECT_NE(newLog.find("master [Master::LogFilePath] Log file path has been changed, for previous "
-                          "logs refer files from: \n" +
-                          kBlanks + "Old Log file path is = " + first + kSep + "\n"),
-              std::string::npos)
+    EXPECT_NE(
+        newLog.find("master [Master::LogFilePath] Log file path has been changed, for previous "
+                    "logs refer files from: \n" +
+                    kBlanks + "Old Log file path is = " + first + kSep + "\n"),
+        std::string::npos)
         << newLog;
     ASSERT_EQ(LogFilePath(0, path), 0);
     EXPECT_EQ(std::string(path), second + kSep);

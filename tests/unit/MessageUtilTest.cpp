@@ -14,7 +14,7 @@ namespace {
 
 // A cipher that reverses the bytes, and derives a key of the text's first bytes.
 class ReversingCipher : public Cipher {
-public:
+  public:
     int32_t Encrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
                     int32_t* outLen, const unsigned char*) override {
         if (inLen > outSize) return -1;
@@ -96,7 +96,8 @@ TEST(MessageFraming, LargestPayloadFitsAndOneMoreIsRefused) {
     ASSERT_EQ(util.BuildMessage(75, payload.data(), payload.size(), out, kMessageBufferSize), 0);
     EXPECT_EQ(std::string(out, 10), "0075;4097;");
     payload.push_back('x');
-    EXPECT_EQ(util.BuildMessage(75, payload.data(), payload.size(), out, kMessageBufferSize), -10006);
+    EXPECT_EQ(util.BuildMessage(75, payload.data(), payload.size(), out, kMessageBufferSize),
+              -10006);
     EXPECT_EQ(out[0], '\0') << "the output is cleared even when refused";
 }
 

@@ -1,16 +1,16 @@
 // The circular message file: header, ring arithmetic, record bounds, size changes, recovery of
 // damaged files, the host's view through the exports, and a writer killed mid-burst.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <fstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "stores/LogMon.h"
@@ -77,7 +77,9 @@ uint64_t Unread(MsgMon& mon) {
     return n;
 }
 
-std::string Record(int n) { return "1061;event " + std::to_string(n); }
+std::string Record(int n) {
+    return "1061;event " + std::to_string(n);
+}
 
 class MsgMonTest : public test::TraceLogTest {};
 
@@ -154,7 +156,8 @@ TEST_F(MsgMonTest, RecordBoundsOnBothSides) {
     int32_t error = 0;
     mon.GetMsg(small, sizeof small, &error);
     EXPECT_EQ(error, -10006);
-    EXPECT_TRUE(LogContains("eventMon [MsgMon::GetMsg] msg is not large enough (ZanthEvents.log)\n"));
+    EXPECT_TRUE(
+        LogContains("eventMon [MsgMon::GetMsg] msg is not large enough (ZanthEvents.log)\n"));
     EXPECT_EQ(small[0], 'Z');
     EXPECT_EQ(Unread(mon), 1u) << "the record stays unread";
 

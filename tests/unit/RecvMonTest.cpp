@@ -48,7 +48,7 @@ bool ReadyWithin(std::future<T>& f, std::chrono::milliseconds bound) {
 }
 
 class RecvMonTest : public test::TraceLogTest {
-protected:
+  protected:
     void SetUp() override {
         TraceLogTest::SetUp();
         sendMon = new ThreadHashMon("sendMon");
@@ -93,7 +93,8 @@ TEST_F(RecvMonTest, ParkedReplyIsTakenWithoutWaiting) {
 
 TEST_F(RecvMonTest, ReplyArrivingDuringTheWaitIsDelivered) {
     SetWait(10000);
-    auto taken = std::async(std::launch::async, [&] { return recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon); });
+    auto taken = std::async(std::launch::async,
+                            [&] { return recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon); });
     EXPECT_FALSE(ReadyWithin(taken, 50ms)) << "nothing to take yet";
     std::string reply = Reply("1079;0012;ok", 'q');
     ASSERT_TRUE(recv_->SetBuffer(reply.data()));
@@ -142,7 +143,7 @@ TEST_F(RecvMonTest, SecondProducerWaitsUntilTheSlotIsEmptied) {
 
 // A library thread standing for a Worker; it records what is posted to it.
 class FakeWorker {
-public:
+  public:
     FakeWorker() {
         platform::CreateThread(
             [this] {
@@ -162,7 +163,7 @@ public:
     platform::ThreadId Id() const { return id_; }
     bool Told() const { return told_; }
 
-private:
+  private:
     platform::ThreadId id_ = 0;
     std::atomic<bool> stop_{false}, told_{false};
 };
@@ -176,7 +177,8 @@ TEST_F(RecvMonTest, DropOfARegisteredWorkerAndAFailedWaitFreeingTheSlot) {
     workerMon->AddWorker("11:22:33", 99);
     SetWait(0);
     auto begin = Clock::now();
-    auto taken = std::async(std::launch::async, [&] { return recv_->GetBuffer(dest_, "aa:bb:cc", *workerMon); });
+    auto taken = std::async(std::launch::async,
+                            [&] { return recv_->GetBuffer(dest_, "aa:bb:cc", *workerMon); });
     ASSERT_TRUE(WaitUntil([&] { return silent.Told(); }, 3s)) << "WM_WORKER_KILL is posted";
 
     // While the caller sits in the drop step, one reply arrives and a second producer stalls.
@@ -209,7 +211,8 @@ TEST_F(RecvMonTest, DropSparesAWorkerThatReplacedTheSilentOne) {
     FakeWorker silent;
     workerMon->AddWorker("AA:BB:CC", silent.Id());
     SetWait(0);
-    auto taken = std::async(std::launch::async, [&] { return recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon); });
+    auto taken = std::async(std::launch::async,
+                            [&] { return recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon); });
     ASSERT_TRUE(WaitUntil([&] { return silent.Told(); }, 3s));
     int32_t error = 0;
     workerMon->RemoveWorker("AA:BB:CC", &error);

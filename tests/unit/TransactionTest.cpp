@@ -23,7 +23,7 @@ constexpr const char* kMac = "AA:BB:CC";
 constexpr uint32_t kStandInThread = 4242;
 
 class TransactionTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
@@ -133,7 +133,8 @@ TEST_F(TransactionTest, EmptyPayloadWhereAResultIsExpected) {
 TEST_F(TransactionTest, UnexpectedCodesAndProtocolErrors) {
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 1); }, "1096;0012;0;"), -10010);
     // The record repeats the method's code line, with the raw reply as its second text.
-    EXPECT_TRUE(LogContains("[Master::RebootBoard] code=1096\n                        1096;0012;0;"));
+    EXPECT_TRUE(
+        LogContains("[Master::RebootBoard] code=1096\n                        1096;0012;0;"));
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 1); }, "9910;0010;"), -10010);
     EXPECT_TRUE(LogContains("[Master::RebootBoard] Invalid code error, recv:"));
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 1); }, "9920;0010;"), -10030);
