@@ -4,8 +4,8 @@
 #include <cctype>
 #include <cstring>
 
-#include "protocol/Text.h"
 #include "protocol/Result.h"
+#include "protocol/Text.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
@@ -82,7 +82,8 @@ bool FrameReader::Peek() {
     lastError_ = platform::LastSocketError();
     if (lastError_ != platform::WSAEWOULDBLOCK) {
         MessageUtil::SocketErrorText(lastError_, logText_, sizeof logText_);
-        Log(logSource_, kLogError, "[Worker::PeekAtSocketMessage] Header -- Error on recv", logText_);
+        Log(logSource_, kLogError, "[Worker::PeekAtSocketMessage] Header -- Error on recv",
+            logText_);
     }
     return false;
 }
@@ -103,7 +104,9 @@ bool FrameReader::Receive(int32_t want, const char* errorText) {
     return false;
 }
 
-ReadStatus FrameReader::Read() { return rcvdBytes_ < headerSize_ ? ReadHeader() : ReadBody(); }
+ReadStatus FrameReader::Read() {
+    return rcvdBytes_ < headerSize_ ? ReadHeader() : ReadBody();
+}
 
 ReadStatus FrameReader::Refuse(const char* text) {
     Log(logSource_, kLogError, text);
@@ -140,8 +143,8 @@ ReadStatus FrameReader::ReadHeader() {
 
     int32_t code = 0;
     int32_t total = 0;
-    const bool header = encrypted_ ? EncryptedHeader(assembly, &total)
-                                   : ClearHeader(assembly, &code, &total);
+    const bool header =
+        encrypted_ ? EncryptedHeader(assembly, &total) : ClearHeader(assembly, &code, &total);
     if (!header) {
         char shown[16];
         CopyBounded(shown, assembly, static_cast<size_t>(headerSize_) + 1);
@@ -198,8 +201,8 @@ ReadStatus FrameReader::ReadBody() {
         return ReadStatus::Error;
     }
     if (!encrypted_) {
-        FormatText(logText_, sizeof logText_, "[Worker::ReadData()] partial, numBytes=%d recv:",
-                   rcvdBytes_ + got);
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::ReadData()] partial, numBytes=%d recv:", rcvdBytes_ + got);
         Log(logSource_, kLogTrace, logText_);
         std::memcpy(recvMessage_ + rcvdBytes_, chunk_.data(), static_cast<size_t>(got));
         rcvdBytes_ += got;
@@ -212,8 +215,9 @@ ReadStatus FrameReader::ReadBody() {
     rcvdBytes_ += got;
     if (rcvdBytes_ < totBytes_) return ReadStatus::Partial;
     int32_t plainLen = 0;
-    int32_t result = util_.DecryptMessage(encryptedIn_.data(), totBytes_, recvMessage_,
-                                          static_cast<int32_t>(sizeof recvMessage_), &plainLen, key_);
+    int32_t result =
+        util_.DecryptMessage(encryptedIn_.data(), totBytes_, recvMessage_,
+                             static_cast<int32_t>(sizeof recvMessage_), &plainLen, key_);
     if (result < 0) {
         // Only this frame is lost: the next one is read from its own header.
         FormatText(logText_, sizeof logText_,
@@ -224,10 +228,11 @@ ReadStatus FrameReader::ReadBody() {
         return ReadStatus::Error;
     }
     if (current_.rspfunc == 1) {
-        FormatText(logText_, sizeof logText_, "[Worker::ReadData()] end totBytes=%d rspid=%d recv:",
-                   plainLen, current_.rspid);
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::ReadData()] end totBytes=%d rspid=%d recv:", plainLen, current_.rspid);
     } else {
-        FormatText(logText_, sizeof logText_, "[Worker::ReadData()] end totBytes=%d recv:", plainLen);
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::ReadData()] end totBytes=%d recv:", plainLen);
     }
     Log(logSource_, kLogTrace, logText_, plainLen < kLogPayloadLimit ? recvMessage_ : "", true);
     messageLength_ = plainLen;

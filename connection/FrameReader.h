@@ -25,7 +25,7 @@ enum class ReadStatus {
 };
 
 class FrameReader {
-public:
+  public:
     // `logSource` is the owner's MAC text (read at each log record, so it follows the
     // identification); `current` is the owner's command in service, named in some traces.
     FrameReader(const char* logSource, MessageUtil& util, const CommandRecord& current);
@@ -55,7 +55,7 @@ public:
     static bool ClearHeader(const char* header, int32_t* code, int32_t* total);
     static bool EncryptedHeader(const char* header, int32_t* total);
 
-private:
+  private:
     ReadStatus ReadHeader();
     ReadStatus ReadBody();
     ReadStatus Refuse(const char* text);

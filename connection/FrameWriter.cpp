@@ -48,7 +48,8 @@ bool FrameWriter::Take(const char* message) {
 
 bool FrameWriter::ParseHeld(size_t textLen) {
     int32_t dataLen = 0;
-    if (util_.ParseMessage(sendMessage_, textLen, payload_, sizeof payload_, &code_, &dataLen) != 0 ||
+    if (util_.ParseMessage(sendMessage_, textLen, payload_, sizeof payload_, &code_, &dataLen) !=
+            0 ||
         static_cast<size_t>(dataLen) + kClearHeaderSize != textLen) {
         // Nothing goes out that would send bytes the frame doesn't hold.
         code_ = 0;
@@ -64,9 +65,9 @@ bool FrameWriter::Send() {
     int32_t total;
     if (encrypted_) {
         if (sendLen_ == 0) {
-            int32_t result = util_.EncryptMessage(sendMessage_, sendDataLen_ + kClearHeaderSize,
-                                                  encryptedOut_.data(), bufferSize_,
-                                                  &encryptedLen_, key_);
+            int32_t result =
+                util_.EncryptMessage(sendMessage_, sendDataLen_ + kClearHeaderSize,
+                                     encryptedOut_.data(), bufferSize_, &encryptedLen_, key_);
             if (result < 0) {
                 FormatText(logText_, sizeof logText_,
                            "[Worker::SendData] Error encrypting data, error code=%d", result);
@@ -100,8 +101,9 @@ bool FrameWriter::Send() {
             return false;
         }
         if (current_.rspfunc == 1) {
-            FormatText(logText_, sizeof logText_, "[Worker::SendData] numBytes=%ld rspid=%d sent msg: %s",
-                       numBytes_, current_.rspid, shown);
+            FormatText(logText_, sizeof logText_,
+                       "[Worker::SendData] numBytes=%ld rspid=%d sent msg: %s", numBytes_,
+                       current_.rspid, shown);
         } else {
             FormatText(logText_, sizeof logText_, "[Worker::SendData] numBytes=%ld sent msg: %s",
                        numBytes_, shown);

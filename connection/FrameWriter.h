@@ -14,7 +14,7 @@
 namespace zanth {
 
 class FrameWriter {
-public:
+  public:
     FrameWriter(const char* logSource, MessageUtil& util, const CommandRecord& current);
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
@@ -36,7 +36,7 @@ public:
     const char* Message() const { return sendMessage_; }
     int LastError() const { return lastError_; }
 
-private:
+  private:
     // Reads code and payload back from the held frame of `textLen` bytes.
     bool ParseHeld(size_t textLen);
 

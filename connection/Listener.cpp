@@ -3,9 +3,7 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/HandleMon.h"
+#include "monitors/Monitors.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
@@ -20,8 +18,13 @@ constexpr int kAcceptsPerTurn = 10000;
 
 }  // namespace
 
-Listener::Listener(int32_t port, void* parentWindow, void* instance)
-    : port_(port), parentWindow_(parentWindow), instance_(instance) {
+Listener::Listener(int32_t port, void* parentWindow, void* instance, Monitors& monitors,
+                   SeedHashMon& seeds)
+    : port_(port),
+      parentWindow_(parentWindow),
+      instance_(instance),
+      monitors_(monitors),
+      seeds_(seeds) {
     CopyBounded(name_, "listener", sizeof name_);
     logText_[0] = logText2_[0] = '\0';
     std::memset(buffer_, 0, sizeof buffer_);
@@ -29,38 +32,43 @@ Listener::Listener(int32_t port, void* parentWindow, void* instance)
     // Each failure stops the whole library: Initialization has already returned.
     listenSocket_ = platform::OpenTcpSocket();
     if (listenSocket_ == platform::kInvalidSocket) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on socket", platform::LastSocketError());
-        SetLibraryTerminating();
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on socket",
+                       platform::LastSocketError());
+        monitors_.handleMon->SetTerminating(1);
         return;
     }
     platform::SetReuseAddress(listenSocket_);
     // The notification of a pending connection is a poll of a non-blocking socket here.
     if (platform::SetNonBlocking(listenSocket_) != 0) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on WSAAsyncSelect", platform::LastSocketError());
-        SetLibraryTerminating();
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on WSAAsyncSelect",
+                       platform::LastSocketError());
+        monitors_.handleMon->SetTerminating(1);
         return;
     }
     if (platform::BindAny(listenSocket_, port_) != 0) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on bind", platform::LastSocketError());
-        SetLibraryTerminating();
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on bind",
+                       platform::LastSocketError());
+        monitors_.handleMon->SetTerminating(1);
         return;
     }
     // A backlog for a whole site reconnecting at once after a switch restarts.
     if (platform::Listen(listenSocket_, kListenBacklog) != 0) {
-        LogSocketError(kLogFatal, "[Listener::Listener] Error on listen", platform::LastSocketError());
-        SetLibraryTerminating();
+        LogSocketError(kLogFatal, "[Listener::Listener] Error on listen",
+                       platform::LastSocketError());
+        monitors_.handleMon->SetTerminating(1);
     }
 }
 
 Listener::~Listener() {
     if (listenSocket_ != platform::kInvalidSocket && platform::CloseSocket(listenSocket_) != 0) {
-        LogSocketError(kLogError, "[Listener::~Listener] Error on closesocket", platform::LastSocketError());
+        LogSocketError(kLogError, "[Listener::~Listener] Error on closesocket",
+                       platform::LastSocketError());
     }
-    if (!LibraryTerminating()) {
+    if (!monitors_.Terminating()) {
         // Only this listener's registration goes; a newer one may stand under the name already.
-        if (handleMon->ThreadIdOf("listener") == platform::CurrentThreadId()) {
+        if (monitors_.handleMon->ThreadIdOf("listener") == platform::CurrentThreadId()) {
             int32_t index = 0;
-            handleMon->Remove("listener", &index);
+            monitors_.handleMon->Remove("listener", &index);
         }
     }
     Log(name_, kLogTrace, "[Listener::~Listener] Listener thread terminated");
@@ -75,8 +83,9 @@ void Listener::Run() {
     for (;;) {
         uint32_t message = 0;
         while (platform::PeekThreadMessage(&message)) {
-            if (message == TERM_MSG) {
-                Log(name_, kLogTrace, "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
+            if (message == platform::TERM_MSG) {
+                Log(name_, kLogTrace,
+                    "[Listener::Run] GetMessage = WSA_ASYNC : WSAEvent = TERM_MSG");
                 return;
             }
         }
@@ -91,13 +100,13 @@ void Listener::Run() {
                 Accept();
             }
             Log(name_, kLogTrace, "[Listener::Run] DispatchMessage FD_ACCEPT");
-            if (LibraryTerminating()) break;
+            if (monitors_.Terminating()) break;
         }
         // Workers that ended (a storm of links that never identified, say) give back their
         // threads' stacks and records now, rather than when the next link comes.
         platform::ReapFinishedThreads();
         platform::Sleep(100);
-        if (LibraryTerminating()) return;
+        if (monitors_.Terminating()) return;
     }
 }
 
@@ -118,7 +127,7 @@ void Listener::Accept() {
         LogSocketError(kLogError, "[Listener::Accept] Error on ioctlsocket setting non-blocking",
                        platform::LastSocketError());
     }
-    if (LibraryTerminating()) {
+    if (monitors_.Terminating()) {
         Refuse(1);
         return;
     }
@@ -128,11 +137,13 @@ void Listener::Accept() {
     startRecord_.instance = instance_;
     startRecord_.type = kAcceptedLink;
     WorkerStartRecord start = startRecord_;
+    Monitors& monitors = monitors_;
+    SeedHashMon& seeds = seeds_;
     platform::ThreadId id = 0;
     // Created suspended so that the Worker can't identify before it is listed.
     int error = platform::CreateThread(
-        [start] {
-            Worker* worker = new Worker(start);
+        [start, &monitors, &seeds] {
+            Worker* worker = new Worker(start, monitors, seeds);
             worker->Run();
             delete worker;
         },
@@ -145,7 +156,7 @@ void Listener::Accept() {
         return;
     }
     Log(name_, kLogTrace, "[Listener::Accept] accept connection and add worker thread");
-    workerMon->AddUnidentified(id);
+    monitors_.workerMon->AddUnidentified(id);
     platform::ResumeThread(id);
 }
 

@@ -13,14 +13,19 @@
 
 namespace zanth {
 
+struct Monitors;
+class SeedHashMon;
+
 class Listener {
-public:
-    Listener(int32_t port, void* parentWindow, void* instance);
+  public:
+    // Its Workers are handed `monitors` and `seeds`.
+    Listener(int32_t port, void* parentWindow, void* instance, Monitors& monitors,
+             SeedHashMon& seeds);
     ~Listener();
     // Each turn: the mailbox, then one pending connection, then 100 ms of sleep.
     void Run();
 
-private:
+  private:
     void Accept();
     // Reads what the peer sent so far, sends ZANTH_TERMINATE in clear, shuts down and closes.
     void Refuse(int which);
@@ -30,6 +35,8 @@ private:
     int32_t port_;
     void* parentWindow_;
     void* instance_;
+    Monitors& monitors_;
+    SeedHashMon& seeds_;
     platform::SocketHandle listenSocket_ = platform::kInvalidSocket;
     platform::SocketHandle acceptSocket_ = platform::kInvalidSocket;
     WorkerStartRecord startRecord_;

@@ -1,26 +1,18 @@
 #include "connection/Worker.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 
-#include "monitors/Globals.h"
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/CharQueueMon.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
+#include "monitors/Monitors.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 namespace {
@@ -56,11 +48,19 @@ bool PayloadIs(const char* payload, std::initializer_list<const char*> texts) {
 
 std::atomic<uint32_t> identifyLimitMilliseconds{kIdentifyLimitMilliseconds};
 
-Worker::Worker(const WorkerStartRecord& start)
-    : socket_(start.socket), parentWindow_(start.parentWindow), instance_(start.instance),
-      type_(start.type), port_(start.port), startRspfunc_(start.rspfunc),
-      startRspid_(start.rspid), threadId_(platform::CurrentThreadId()),
-      reader_(mac_, util_, current_), writer_(mac_, util_, current_) {
+Worker::Worker(const WorkerStartRecord& start, Monitors& monitors, SeedHashMon& seeds)
+    : monitors_(monitors),
+      seeds_(seeds),
+      socket_(start.socket),
+      parentWindow_(start.parentWindow),
+      instance_(start.instance),
+      type_(start.type),
+      port_(start.port),
+      startRspfunc_(start.rspfunc),
+      startRspid_(start.rspid),
+      threadId_(platform::CurrentThreadId()),
+      reader_(mac_, util_, current_),
+      writer_(mac_, util_, current_) {
     startedAt_ = Clock::now();
     CopyBounded(iphostname_, start.iphostname, sizeof iphostname_);
     cmd_ = std::make_unique<ThreadQueue>("cmd");
@@ -79,13 +79,13 @@ Worker::Worker(const WorkerStartRecord& start)
         if (startRspfunc_ != 0) {
             // A RspContactController reply is a frame with code 0 whose first field is the result.
             std::strcat(dataBuffer_.data(), ";");
-            util_.BuildMessage(0, dataBuffer_.data(), std::strlen(dataBuffer_.data()),
-                               releaseText_, kMessageBufferSize);
-            responseMon->Add(startRspid_, releaseText_,
-                             static_cast<int32_t>(std::strlen(releaseText_) + 1));
+            util_.BuildMessage(0, dataBuffer_.data(), std::strlen(dataBuffer_.data()), releaseText_,
+                               kMessageBufferSize);
+            monitors_.responseMon->Add(startRspid_, releaseText_,
+                                       static_cast<int32_t>(std::strlen(releaseText_) + 1));
         } else {
-            workerMon->AddPlaceholder("0001", threadId_);
-            recvMon->SetBuffer(dataBuffer_.data());
+            monitors_.workerMon->AddPlaceholder("0001", threadId_);
+            monitors_.recvMon->SetBuffer(dataBuffer_.data());
         }
     }
     reader_.Attach(socket_);
@@ -108,11 +108,12 @@ Worker::~Worker() {
         Log(mac_, kLogTrace, "[Worker::~Worker] Invoked");
         // This first notice goes out whatever the state, even for a Worker never identified.
         int32_t error = 0;
-        connDiscQueue->Add(mac_, 0, &error);
+        monitors_.connDiscQueue->Add(mac_, 0, &error);
 
         util_.BuildMessage(ZANTH_TERMINATE, "", 0, releaseText_, kMessageBufferSize);
         if (busy_) {
-            ReleaseCaller(current_, "[Worker::~Worker] busy == true... rspfunc !=0 add to responseMon",
+            ReleaseCaller(current_,
+                          "[Worker::~Worker] busy == true... rspfunc !=0 add to responseMon",
                           "[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called");
         } else {
             Log(mac_, kLogTrace, "[Worker::~Worker] busy is false");
@@ -132,17 +133,17 @@ Worker::~Worker() {
         }
     }
     cmd_.reset();
-    if (init_ && !killed) sendMon->ClearCollector(mac_, threadId_);
+    if (init_ && !killed) monitors_.sendMon->ClearCollector(mac_, threadId_);
     if (!killed) {
         int32_t error = 0;
         if (init_) {
             Log(mac_, kLogTrace, "[Worker::~Worker] init == true");
             // Only this Worker's own entry: a newer connection of the MAC may stand there now.
-            workerMon->RemoveWorkerOf(mac_, threadId_, &error);
-            connDiscQueue->Add(mac_, 0, &error);
+            monitors_.workerMon->RemoveWorkerOf(mac_, threadId_, &error);
+            monitors_.connDiscQueue->Add(mac_, 0, &error);
         } else {
             Log(mac_, kLogTrace, "[Worker::~Worker] init == false");
-            workerMon->RemoveUnidentified(threadId_, nullptr, &error);
+            monitors_.workerMon->RemoveUnidentified(threadId_, nullptr, &error);
         }
     }
     platform::SetKillHook(nullptr);
@@ -153,10 +154,12 @@ Worker::~Worker() {
         if (platform::ShutdownBoth(socket_) != 0 && !killed) {
             int error = platform::LastSocketError();
             // A peer that is already gone is not worth an error record.
-            if (error != 10057) LogSocketError(kLogError, "[Worker::~Worker] Error on shutdown", error);
+            if (error != 10057)
+                LogSocketError(kLogError, "[Worker::~Worker] Error on shutdown", error);
         }
         if (platform::CloseSocket(socket_) != 0) {
-            LogSocketError(kLogError, "[Worker::~Worker] Error on closesocket", platform::LastSocketError());
+            LogSocketError(kLogError, "[Worker::~Worker] Error on closesocket",
+                           platform::LastSocketError());
         }
     }
     socket_ = platform::kInvalidSocket;
@@ -172,11 +175,11 @@ void Worker::ReleaseCaller(const CommandRecord& record, const char* responseText
     }
     if (record.rspfunc != 0) {
         Log(mac_, kLogTrace, responseText);
-        responseMon->Add(record.rspid, releaseText_,
-                         static_cast<int32_t>(std::strlen(releaseText_) + 1));
+        monitors_.responseMon->Add(record.rspid, releaseText_,
+                                   static_cast<int32_t>(std::strlen(releaseText_) + 1));
     } else {
         Log(mac_, kLogTrace, slotText);
-        recvMon->SetBuffer(releaseText_);
+        monitors_.recvMon->SetBuffer(releaseText_);
     }
 }
 
@@ -219,9 +222,9 @@ void Worker::Run() {
 
 bool Worker::Idle() {
     // A command that could leave now, or one still waiting in sendMon, needs the next turn.
-    if (cmd_->Count() > 0 && !busy_ && !xfer_ && !waitingForANonXferResponse_) return false;
-    if (init_ && sendMon->CountFor(mac_) > 0) return false;
-    return !LibraryTerminating();
+    if (cmd_->Count() > 0 && !busy_ && !xfer() && !waitingForANonXferResponse_) return false;
+    if (init_ && monitors_.sendMon->CountFor(mac_) > 0) return false;
+    return !monitors_.Terminating();
 }
 
 bool Worker::Start() {
@@ -256,18 +259,18 @@ bool Worker::Turn() {
     CheckStalls();
     CheckSendMon();
 
-    if (!xfer_ && !waitingForANonXferResponse_ && cmd_->Count() > 0 && !busy_) {
+    if (!xfer() && !waitingForANonXferResponse_ && cmd_->Count() > 0 && !busy_) {
         busy_ = true;
         if (cmd_->Remove(&current_) == 0) {
             CommandRecord work = current_;
             if (!ProcessCommand(work)) return false;
         }
     }
-    return !LibraryTerminating();
+    return !monitors_.Terminating();
 }
 
 bool Worker::StillRegistered() {
-    return init_ && workerMon->WorkerThreadOf(mac_) == threadId_;
+    return init_ && monitors_.workerMon->WorkerThreadOf(mac_) == threadId_;
 }
 
 void Worker::CheckSendMon() {
@@ -275,21 +278,23 @@ void Worker::CheckSendMon() {
     // longer answers for the MAC: the commands there are the newer Worker's.
     if (!StillRegistered()) return;
     int32_t error = 0;
-    sendMon->Get(&incoming_, mac_, &error);
+    monitors_.sendMon->Get(&incoming_, mac_, &error);
     if (error != 0) return;
     FormatText(logText_, sizeof logText_, "[Worker::Run] %s Added to cmd queue",
                util_.CodeNameOf(incoming_.message));
     Log(mac_, kLogTrace, logText_);
 
-    if (xfer_ && MessageUtil::IsPunchThroughCode(MessageUtil::CodeOf(incoming_.message))) {
+    if (xfer() && MessageUtil::IsPunchThroughCode(MessageUtil::CodeOf(incoming_.message))) {
         if (waitingForANonXferResponse_) {
             Log(mac_, kLogTrace,
-                "[Worker::Run] would be PunchThrough Message, but still waitingForANonXferResponse, "
+                "[Worker::Run] would be PunchThrough Message, but still "
+                "waitingForANonXferResponse, "
                 "so queue it.");
         } else {
             writer_.Take(incoming_.message);
             const Clock::time_point deadline = Deadline();
-            Log(mac_, kLogTrace, "[Worker::Run] punch through msg...just SENDing directly to Controller");
+            Log(mac_, kLogTrace,
+                "[Worker::Run] punch through msg...just SENDing directly to Controller");
             // current keeps the transfer's address; the punched reply goes to the saved one.
             int32_t keptRspfunc = current_.rspfunc;
             int32_t keptRspid = current_.rspid;
@@ -300,10 +305,10 @@ void Worker::CheckSendMon() {
             current_.rspid = keptRspid;
             // The link goes down by the controller's doing; the loop runs on until it does.
             if (SentLinkEndingCommand()) {
-                if (isReboot_) xfer_ = false;
+                if (isReboot_) stream_ = Stream::kIdle;
                 return;
             }
-            if (LibraryTerminating()) return;
+            if (monitors_.Terminating()) return;
             waitingForANonXferResponse_ = true;
             AwaitReply(writer_.Code(), incoming_.rspfunc, incoming_.rspid, deadline);
             Log(mac_, kLogTrace, "[Worker::Run] waitingForANonXferResponse set to TRUE!!");
@@ -344,7 +349,8 @@ bool Worker::ProcessCommand(CommandRecord& record) {
 bool Worker::SentLinkEndingCommand() {
     const int32_t code = writer_.Code();
     const char* payload = writer_.Payload();
-    if ((code == ZANTH_REBOOT || code == ZANTH_REBOOT_CONTROLLER || code == ZANTH_REBOOT_INTERFACE) &&
+    if ((code == ZANTH_REBOOT || code == ZANTH_REBOOT_CONTROLLER ||
+         code == ZANTH_REBOOT_INTERFACE) &&
         PayloadIs(payload, {"32;"})) {
         Log(mac_, kLogTrace, "Controller Reboot was sent.");
         // The controller goes down: what is still queued dies unanswered.
@@ -352,7 +358,8 @@ bool Worker::SentLinkEndingCommand() {
         busy_ = false;
         return true;
     }
-    if ((code == ZANTH_RESTART_TASK || code == ZANTH_STOP_TASK) && PayloadIs(payload, {"9;", "99;"})) {
+    if ((code == ZANTH_RESTART_TASK || code == ZANTH_STOP_TASK) &&
+        PayloadIs(payload, {"9;", "99;"})) {
         Log(mac_, kLogTrace, "Commtask restart was sent.");
         busy_ = false;
         return true;
@@ -369,7 +376,7 @@ bool Worker::CheckValid() {
     uint8_t valid = 0;
     char mac[kMacSize];
     CopyBounded(mac, mac_, sizeof mac);
-    validMon->Contains(mac, &valid);
+    monitors_.validMon->Contains(mac, &valid);
     if (valid) return true;
     if (SendFramed(ZANTH_TERMINATE, "")) busy_ = false;
     return false;
@@ -403,7 +410,7 @@ bool Worker::IdentifyTimeRanOut() {
 }
 
 Worker::Clock::time_point Worker::Deadline() const {
-    return Clock::now() + std::chrono::milliseconds(recvMon->WaitTime());
+    return Clock::now() + std::chrono::milliseconds(monitors_.recvMon->WaitTime());
 }
 
 void Worker::AwaitReply(int32_t code, int32_t rspfunc, int32_t rspid, Clock::time_point deadline) {
@@ -416,7 +423,7 @@ void Worker::AwaitReply(int32_t code, int32_t rspfunc, int32_t rspid, Clock::tim
 void Worker::AwaitStream(Clock::time_point deadline) {
     // A blocking caller's own wait bounds its stream; once the end chunk is out the caller has
     // its answer, and only the controller's last 1030 is awaited, on either road.
-    streamTimed_ = current_.rspfunc != 0 || sentLastChunk_;
+    streamTimed_ = current_.rspfunc != 0 || sentLastChunk();
     streamDeadline_ = deadline;
 }
 
@@ -433,27 +440,27 @@ void Worker::CheckStalls() {
         FormatText(text, sizeof text, "%d;", static_cast<int>(kNoReply));
         char framed[kMessageBufferSize];
         util_.BuildMessage(0, text, std::strlen(text), framed, sizeof framed);
-        responseMon->Add(awaitedRspid_, framed, static_cast<int32_t>(std::strlen(framed) + 1));
+        monitors_.responseMon->Add(awaitedRspid_, framed,
+                                   static_cast<int32_t>(std::strlen(framed) + 1));
         // The link's later commands go on; the reply, should it still come, is dropped.
         abandonedCode_ = awaitedCode_;
         waitingForANonXferResponse_ = false;
         // A punch-through command leaves the stream it passed in hand.
-        if (!xfer_) busy_ = false;
+        if (!xfer()) busy_ = false;
     }
-    if (streamTimed_ && xfer_ && now >= streamDeadline_) {
+    if (streamTimed_ && xfer() && now >= streamDeadline_) {
         streamTimed_ = false;
         FormatText(logText_, sizeof logText_,
                    "[Worker::Run] %s stalled: nothing from the controller within the wait time",
-                   util_.CodeName(streamCode_));
+                   util_.CodeName(StreamCode()));
         Log(mac_, kLogError, logText_);
-        if (!sentLastChunk_) {
+        if (!sentLastChunk()) {
             if (fp_ >= 0) platform::CloseFile(fp_);
             fp_ = -1;
             DeliverTransferResult(kNoReply);
         }
-        abandonedCode_ = streamCode_;
-        xfer_ = false;
-        sentLastChunk_ = false;
+        abandonedCode_ = StreamCode();
+        stream_ = Stream::kIdle;
         busy_ = false;
         // A punch-through command still awaited is now the one in hand: its reply goes to its
         // own caller, no longer by the stream's address.
@@ -469,8 +476,8 @@ bool Worker::LateReply() const {
     // Nothing awaited: any reply is the late one of a plain command, and any stream message that
     // of a stream (which stays marked, as its controller may send more than one).
     const bool stream = abandonedCode_ == ZANTH_GET_FILE || abandonedCode_ == ZANTH_SEND_FILE;
-    if (!replyOwed_ && !xfer_) return !stream || RepliesTo(abandonedCode_, code_);
-    const bool awaited = (xfer_ && RepliesTo(streamCode_, code_)) ||
+    if (!replyOwed_ && !xfer()) return !stream || RepliesTo(abandonedCode_, code_);
+    const bool awaited = (xfer() && RepliesTo(StreamCode(), code_)) ||
                          (waitingForANonXferResponse_ && RepliesTo(awaitedCode_, code_));
     return !awaited && RepliesTo(abandonedCode_, code_);
 }
@@ -479,13 +486,13 @@ int Worker::MillisecondsToDeadline() const {
     const Clock::time_point now = Clock::now();
     long long nearest = -1;
     auto consider = [&](Clock::time_point at) {
-        long long ms = std::max<long long>(
-            0, std::chrono::ceil<std::chrono::milliseconds>(at - now).count());
+        long long ms =
+            std::max<long long>(0, std::chrono::ceil<std::chrono::milliseconds>(at - now).count());
         nearest = nearest < 0 ? ms : std::min(nearest, ms);
     };
     if (!init_) consider(startedAt_ + std::chrono::milliseconds(identifyLimitMilliseconds.load()));
     if (replyTimed_ && waitingForANonXferResponse_) consider(replyDeadline_);
-    if (streamTimed_ && xfer_) consider(streamDeadline_);
+    if (streamTimed_ && xfer()) consider(streamDeadline_);
     return static_cast<int>(std::min<long long>(nearest, 24LL * 3600 * 1000));
 }
 

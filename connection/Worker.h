@@ -20,8 +20,12 @@
 #include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 
 namespace zanth {
+
+struct Monitors;
+class SeedHashMon;
 
 // The stack of a Worker thread. A Worker's buffers live in the Worker object on the heap, but
 // its deepest call chains (a frame deciphered, a message stored and logged) take between 16 and
@@ -38,10 +42,12 @@ constexpr uint32_t kIdentifyLimitMilliseconds = 30000;
 extern std::atomic<uint32_t> identifyLimitMilliseconds;
 
 class Worker {
-public:
+  public:
     static constexpr uint32_t kTurnMilliseconds = 47;
 
-    explicit Worker(const WorkerStartRecord& start);
+    // The Worker meets the rest of the library only through `monitors` and, for an encrypted
+    // link, the seed table.
+    Worker(const WorkerStartRecord& start, Monitors& monitors, SeedHashMon& seeds);
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -54,7 +60,7 @@ public:
     // command from sendMon, send at most one. False when the Worker is to end.
     bool Turn();
 
-private:
+  private:
     // Socket input and output: the reading and writing sides live in FrameReader and
     // FrameWriter; these add what a failed send means for a running transfer.
     bool SendData();
@@ -139,6 +145,8 @@ private:
     // Answers a caller that is owed a reply with the framed terminate text in `releaseText_`.
     void ReleaseCaller(const CommandRecord& record, const char* responseText, const char* slotText);
 
+    Monitors& monitors_;
+    SeedHashMon& seeds_;
     platform::SocketHandle socket_;
     void* parentWindow_;
     void* instance_;
@@ -149,7 +157,9 @@ private:
     int32_t startRspid_;
     int32_t contactResult_ = 0;
     platform::ThreadId threadId_;
-    MessageUtil util_;
+    // The link's cipher, used once the controller has identified itself encrypted.
+    Crypto crypto_;
+    MessageUtil util_{&crypto_};
     char mac_[kMacSize];
     bool init_ = false;
     bool encrypted_ = false;
@@ -157,8 +167,16 @@ private:
     char seed_[201] = {};
     char identifyText_[201] = {};
     bool busy_ = false;
-    bool xfer_ = false;
-    bool sentLastChunk_ = false;
+    // The file stream in hand: none (idle), a GetFile's chunks coming in (receiving), a
+    // SendFile's going out (sending), or a SendFile's end chunk out and only its 1030 awaited
+    // (last chunk). The rules speak of it by two flags, xfer() and sentLastChunk().
+    enum class Stream { kIdle, kReceiving, kSending, kLastChunk };
+    Stream stream_ = Stream::kIdle;
+    // A stream is running: the cmd queue waits, and punch-through commands may pass.
+    bool xfer() const { return stream_ != Stream::kIdle; }
+    bool sentLastChunk() const { return stream_ == Stream::kLastChunk; }
+    // The code that opened the stream in hand: 33 or 30.
+    int32_t StreamCode() const;
     bool waitingForANonXferResponse_ = false;
     bool isReboot_ = false;
     bool zeroBytes_ = false;
@@ -189,8 +207,7 @@ private:
     bool replyTimed_ = false;
     int32_t awaitedRspid_ = 0;
     Clock::time_point replyDeadline_;
-    // The stream's code (33 or 30) and, while its next message is timed, when it is given up.
-    int32_t streamCode_ = 0;
+    // While the stream's next message is timed, when it is given up.
     bool streamTimed_ = false;
     Clock::time_point streamDeadline_;
     // The command last given up on, whose reply is dropped should it still come; 0 when none.

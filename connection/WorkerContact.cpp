@@ -1,27 +1,11 @@
 // The Worker's side of outbound contact: resolving the address and connecting.
 
-#include "connection/Worker.h"
-
-#include <algorithm>
-#include <cctype>
 #include <cstring>
-#include <ctime>
 
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/CharQueueMon.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
-#include "platform/File.h"
-#include "protocol/Codes.h"
+#include "connection/Worker.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
-#include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 
@@ -46,8 +30,8 @@ int32_t Worker::ContactGateway() {
     Log(mac_, kLogTrace, logText_);
     uint32_t address = GetAddr(iphostname_);
     if (address == 0) {
-        FormatText(logText_, sizeof logText_, "[Worker::ContactGateway] invalid IP address or host name %s",
-                   iphostname_);
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::ContactGateway] invalid IP address or host name %s", iphostname_);
         Log(mac_, kLogError, logText_);
         return kBadArgument;
     }

@@ -1,28 +1,19 @@
 // The Worker's dispatch of incoming messages: replies to their callers, identification, and
 // the unsolicited traffic with its acknowledgements.
 
-#include "connection/Worker.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <ctime>
 
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/CharQueueMon.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
+#include "connection/Worker.h"
+#include "monitors/Monitors.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/SeedHashMon.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 
@@ -82,13 +73,14 @@ bool Worker::ProcessIncomingSocketMessage() {
 
     // A command's reply. During a transfer it can only belong to a punch-through command.
     if (DropLateReply()) return true;
-    Deliver(message, kWorkingBufferSize, xfer_ ? punchRspid_ : current_.rspid);
+    Deliver(message, kWorkingBufferSize, xfer() ? punchRspid_ : current_.rspid);
     if (!waitingForANonXferResponse_) {
         busy_ = false;
         return true;
     }
     if (!util_.IsResponseCode(code_)) {
-        Log(mac_, kLogTrace, "[Worker::Run] Reecevied message code was not for recently sent message.");
+        Log(mac_, kLogTrace,
+            "[Worker::Run] Reecevied message code was not for recently sent message.");
         return true;
     }
     busy_ = false;
@@ -111,13 +103,14 @@ bool Worker::DropLateReply() {
 
 void Worker::Deliver(const char* text, int32_t size, int32_t rspid) {
     if (current_.rspfunc != 0) {
-        responseMon->Add(rspid, text, size);
+        monitors_.responseMon->Add(rspid, text, size);
     } else if (replyOwed_) {
-        recvMon->SetBuffer(text);
+        monitors_.recvMon->SetBuffer(text);
     } else {
         // A reply that no command asked for: parked in the one reply slot it would wait there
         // for a caller that never comes, and hold this Worker (and its socket) for good.
-        Log(mac_, kLogError, "[Worker::Run] reply with no command waiting for it, dropped", text, true);
+        Log(mac_, kLogError, "[Worker::Run] reply with no command waiting for it, dropped", text,
+            true);
     }
 }
 
@@ -130,7 +123,8 @@ bool Worker::TakeMac() {
     const char* rest = length > 9 ? field + 9 : "";
     char mac[kMacSize];
     CopyBounded(mac, rest, sizeof mac);
-    for (char* p = mac; *p; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+    for (char* p = mac; *p; ++p)
+        *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
     // A field with nothing behind the fixed octets names no controller.
     if (mac[0] == '\0') return false;
     CopyBounded(mac_, mac, sizeof mac_);
@@ -139,30 +133,30 @@ bool Worker::TakeMac() {
 
 void Worker::ReplaceFormerConnection() {
     uint8_t connected = 0;
-    workerMon->IsConnected(mac_, &connected);
+    monitors_.workerMon->IsConnected(mac_, &connected);
     if (connected) {
-        uint32_t former = workerMon->WorkerThreadOf(mac_);
+        uint32_t former = monitors_.workerMon->WorkerThreadOf(mac_);
         int32_t result = 0;
-        workerMon->PostWorkerMsg(mac_, WM_WORKER_KILL, &result);
+        monitors_.workerMon->PostWorkerMsg(mac_, platform::WM_WORKER_KILL, &result);
         // The replaced Worker no longer answers for the MAC: it is ended at once, silently.
         platform::TerminateThread(former);
         platform::Sleep(5000);
-        workerMon->RemoveWorkerOf(mac_, former, &result);
-        connDiscQueue->Add(mac_, 0, &result);
+        monitors_.workerMon->RemoveWorkerOf(mac_, former, &result);
+        monitors_.connDiscQueue->Add(mac_, 0, &result);
     }
     // Commands queued for the MAC before it came back are thrown away unanswered.
     CommandRecord discard{};
     int32_t error = 0;
     do {
-        sendMon->Get(&discard, mac_, &error);
+        monitors_.sendMon->Get(&discard, mac_, &error);
     } while (error == 0);
 }
 
 void Worker::Register() {
-    workerMon->AddWorker(mac_, threadId_);
-    sendMon->SetCollector(mac_, threadId_);
+    monitors_.workerMon->AddWorker(mac_, threadId_);
+    monitors_.sendMon->SetCollector(mac_, threadId_);
     int32_t error = 0;
-    connDiscQueue->Add(mac_, 1, &error);
+    monitors_.connDiscQueue->Add(mac_, 1, &error);
     cmd_->SetName(mac_);
     init_ = true;
 }
@@ -191,7 +185,7 @@ bool Worker::IdentifyEncrypted() {
     }
     CopyBounded(identifyText_, reader_.Message(), sizeof identifyText_);
     std::memset(seed_, 0, sizeof seed_);
-    if (seedMon) seedMon->Get(mac_, seed_, 200);
+    seeds_.Get(mac_, seed_, 200);
     if (util_.GenerateKey(identifyText_, seed_, key_, 32) < 0) {
         Log(mac_, kLogError, "[Worker::Run] Error generating key");
         return false;
@@ -222,14 +216,14 @@ bool Worker::IdentifyEncrypted() {
 void Worker::StoreEvent(const char* text) {
     int32_t error = 0;
     // On disk before the host's queue holds it; a failed write loses only the file's copy.
-    if (eventMon) eventMon->WriteMsg(text, static_cast<int32_t>(std::strlen(text)), &error);
-    eventMonQueue->Add(text);
+    monitors_.eventMon->WriteMsg(text, static_cast<int32_t>(std::strlen(text)), &error);
+    monitors_.eventMonQueue->Add(text);
 }
 
 void Worker::StoreAlarm(const char* text) {
     int32_t error = 0;
-    if (alarmMon) alarmMon->WriteMsg(text, static_cast<int32_t>(std::strlen(text)), &error);
-    alarmMonQueue->Add(text);
+    monitors_.alarmMon->WriteMsg(text, static_cast<int32_t>(std::strlen(text)), &error);
+    monitors_.alarmMonQueue->Add(text);
 }
 
 bool Worker::ProcessUnsolicited() {
@@ -263,23 +257,23 @@ bool Worker::ProcessUnsolicited() {
             return true;
         }
         case ZANTH_CHECK_CARD:
-            lookupMon->Add(payload);
+            monitors_.lookupMon->Add(payload);
             return SendAcknowledgement(ZANTH_CHECK_CARD_RSP, "0;", true);
         case ZANTH_REPORT_PIN:
-            lookupPinMon->Add(payload);
+            monitors_.lookupPinMon->Add(payload);
             return SendAcknowledgement(ZANTH_REPORT_PIN_RSP, "0;", true);
         case ZANTH_SMART_CARD_DATA:
-            smartCardMon->Add(payload);
+            monitors_.smartCardMon->Add(payload);
             return SendAcknowledgement(ZANTH_SMART_CARD_DATA_RSP, "0;", true);
         case ZANTH_KEY_PAD_DATA:
-            keyPadMon->Add(payload);
+            monitors_.keyPadMon->Add(payload);
             return SendAcknowledgement(ZANTH_KEY_PAD_DATA_RSP, "0;", true);
         case ZANTH_COMMAND_KEY_DATA:
-            cmdKeyMon->Add(payload);
+            monitors_.cmdKeyMon->Add(payload);
             return SendAcknowledgement(ZANTH_COMMAND_KEY_DATA_RSP, "0;", false);
         case ZANTH_POST_ACCESS_MSG_TO_HOST:
             // No acknowledgement for a post-access message.
-            postAccessMon->Add(payload);
+            monitors_.postAccessMon->Add(payload);
             return true;
         default:
             return true;
@@ -297,14 +291,14 @@ bool Worker::ProcessHereIAm() {
     char* payload = dataBuffer_.data();
     size_t used = ::strnlen(payload, dataBuffer_.size() - 1);
     CopyBounded(payload + used, stamp, dataBuffer_.size() - used);
-    hereiamMon->Add(payload);
+    monitors_.hereiamMon->Add(payload);
     return SendAcknowledgement(ZANTH_HERE_I_AM_RSP, "", true);
 }
 
 bool Worker::ProcessTransferReply() {
     if (!CheckValid()) return false;
     if (DropLateReply()) return true;
-    if (!xfer_) {
+    if (!xfer()) {
         // The reply to GetData, SendData or their Rsp forms.
         busy_ = false;
         waitingForANonXferResponse_ = false;
@@ -318,10 +312,9 @@ bool Worker::ProcessTransferReply() {
         case ZANTH_GET_FILE_END:
             return GetFileChunk();
         case ZANTH_SEND_FILE_RSP:
-            if (sentLastChunk_) {
+            if (sentLastChunk()) {
                 // The controller has the end chunk: the stream is over.
-                xfer_ = false;
-                sentLastChunk_ = false;
+                stream_ = Stream::kIdle;
                 streamTimed_ = false;
                 return true;
             }

@@ -6,9 +6,7 @@
 #include <cstring>
 
 #include "connection/Worker.h"
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/Globals.h"
-#include "monitors/RecvMon.h"
+#include "monitors/Monitors.h"
 #include "platform/File.h"
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
@@ -16,20 +14,20 @@
 #include "stores/LogMon.h"
 
 namespace zanth {
-namespace {
+namespace {}  // namespace
 
-// The bytes of a file in one chunk: a 4097-byte message less its header and one spare byte.
-constexpr int32_t kChunkSize = 4086;
-
-}  // namespace
+int32_t Worker::StreamCode() const {
+    return stream_ == Stream::kReceiving ? ZANTH_GET_FILE : ZANTH_SEND_FILE;
+}
 
 void Worker::DeliverTransferText(const char* text, const char* framedText) {
     if (current_.rspfunc != 0) {
         char framed[kMessageBufferSize];
         util_.BuildMessage(0, framedText, std::strlen(framedText), framed, sizeof framed);
-        responseMon->Add(current_.rspid, framed, static_cast<int32_t>(std::strlen(framed) + 1));
+        monitors_.responseMon->Add(current_.rspid, framed,
+                                   static_cast<int32_t>(std::strlen(framed) + 1));
     } else {
-        recvMon->SetBuffer(text);
+        monitors_.recvMon->SetBuffer(text);
     }
 }
 
@@ -43,15 +41,15 @@ void Worker::DeliverTransferResult(int32_t result) {
 }
 
 bool Worker::StartStream(const CommandRecord& record, bool get) {
-    xfer_ = true;
-    streamCode_ = get ? ZANTH_GET_FILE : ZANTH_SEND_FILE;
+    stream_ = get ? Stream::kReceiving : Stream::kSending;
     uint32_t& calls = get ? getCalls_ : sendCalls_;
     uint32_t& total = get ? getTotal_ : sendTotal_;
     calls = 0;
     total = 0;
-    FormatText(logText_, sizeof logText_,
-               get ? "[Worker::GetFile] gatewayPathFile=%s" : "[Worker::SendFile] gatewayPathFile=%s",
-               record.gatewayPathFile);
+    FormatText(
+        logText_, sizeof logText_,
+        get ? "[Worker::GetFile] gatewayPathFile=%s" : "[Worker::SendFile] gatewayPathFile=%s",
+        record.gatewayPathFile);
     FormatText(logText2_, sizeof logText2_, "pcPathFile=%s", record.pcPathFile);
     Log(mac_, kLogTrace, logText_, logText2_);
     fp_ = get ? platform::OpenWriteCreateTruncate(record.pcPathFile)
@@ -60,7 +58,7 @@ bool Worker::StartStream(const CommandRecord& record, bool get) {
         // The controller is never asked.
         fp_ = -1;
         DeliverTransferResult(kFileError);
-        xfer_ = false;
+        stream_ = Stream::kIdle;
         busy_ = false;
         return true;
     }
@@ -70,9 +68,13 @@ bool Worker::StartStream(const CommandRecord& record, bool get) {
     return true;
 }
 
-bool Worker::GetFile(const CommandRecord& record) { return StartStream(record, true); }
+bool Worker::GetFile(const CommandRecord& record) {
+    return StartStream(record, true);
+}
 
-bool Worker::SendFile(const CommandRecord& record) { return StartStream(record, false); }
+bool Worker::SendFile(const CommandRecord& record) {
+    return StartStream(record, false);
+}
 
 bool Worker::GetFileChunk() {
     // Only the bytes the frame really holds are written, whatever its header announced.
@@ -96,18 +98,18 @@ bool Worker::GetFileChunk() {
     if (fp_ >= 0) platform::CloseFile(fp_);
     fp_ = -1;
     DeliverTransferResult(0);
-    xfer_ = false;
+    stream_ = Stream::kIdle;
     busy_ = false;
     return true;
 }
 
 bool Worker::SendFileChunk() {
-    sentLastChunk_ = false;
-    chunkSize_ = kChunkSize;
-    char chunk[kChunkSize];
+    chunkSize_ = kFileChunkSize;
+    char chunk[kFileChunkSize];
     readCount_ = fp_ >= 0 ? static_cast<int32_t>(platform::ReadFile(fp_, chunk, sizeof chunk)) : -1;
     if (readCount_ > 0) sendTotal_ += static_cast<uint32_t>(readCount_);
-    FormatText(logText_, sizeof logText_, "[Worker::SendFile] read %d bytes from file.", readCount_);
+    FormatText(logText_, sizeof logText_, "[Worker::SendFile] read %d bytes from file.",
+               readCount_);
     Log(mac_, kLogTrace, logText_);
     // A failed read leaves the stream standing until the link ends or the caller's wait does.
     if (readCount_ < 0) return true;
@@ -136,8 +138,7 @@ bool Worker::SendFileChunk() {
     // still closes the stream, and until then the cmd queue waits.
     DeliverTransferResult(0);
     busy_ = false;
-    xfer_ = true;
-    sentLastChunk_ = true;
+    stream_ = Stream::kLastChunk;
     AwaitStream(deadline);
     return true;
 }
@@ -155,28 +156,29 @@ void Worker::TransferError() {
     if (char* second = Tokenize(nullptr, ";", &state)) {
         char err[kLogTextSize];
         CopyBounded(err, second, sizeof err);
-        FormatText(logText_, sizeof logText_, "[Worker::Run] file transfer error result=%d err=",
-                   result_);
+        FormatText(logText_, sizeof logText_,
+                   "[Worker::Run] file transfer error result=%d err=", result_);
         Log(mac_, kLogError, logText_, err, true);
     }
     if (fp_ >= 0) platform::CloseFile(fp_);
     fp_ = -1;
     if (current_.rspfunc != 0) {
         const char* message = reader_.Message();
-        responseMon->Add(current_.rspid, message, static_cast<int32_t>(std::strlen(message) + 1));
+        monitors_.responseMon->Add(current_.rspid, message,
+                                   static_cast<int32_t>(std::strlen(message) + 1));
     } else {
         char text[kMessageBufferSize] = {};
         FormatText(text, sizeof text, "%d", result_);
-        recvMon->SetBuffer(text);
+        monitors_.recvMon->SetBuffer(text);
     }
     busy_ = false;
-    xfer_ = false;
+    stream_ = Stream::kIdle;
     streamTimed_ = false;
 }
 
 void Worker::CloseFile() {
     if (fp_ < 0) return;
-    if (xfer_) {
+    if (xfer()) {
         FormatText(logText_, sizeof logText_,
                    "[Worker::CloseFile] xfer is true...Closing the file pointer fp = %d", fp_);
         Log(mac_, kLogTrace, logText_);
@@ -189,7 +191,7 @@ void Worker::CloseFile() {
     }
     fp_ = -1;
     busy_ = false;
-    xfer_ = false;
+    stream_ = Stream::kIdle;
     streamTimed_ = false;
 }
 

@@ -29,8 +29,7 @@ bool SplitParts(ArgumentCheck& check, char* text, const char* delimiter, const P
             FormatText(line, sizeof line, "[%s] %s", check.Method(), formatWords);
             return check.Refuse(line);
         }
-        if (!check.CheckBetween(parts[i].name, DecimalValue(out[i]), parts[i].low,
-                                parts[i].high)) {
+        if (!check.CheckBetween(parts[i].name, DecimalValue(out[i]), parts[i].low, parts[i].high)) {
             return false;
         }
     }

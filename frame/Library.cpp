@@ -1,15 +1,13 @@
-// The library's static objects, built on load in this order and destroyed in reverse on unload.
+// The library's one static object, built on load and destroyed on unload: Master, and with it
+// the library's context.
 
 #include "frame/Master.h"
 #include "frame/exports/Boundary.h"
-#include "notify/ResetMon.h"
 
 namespace zanth {
 namespace {
 
 Master master("master");
-// Beside Master, not inside it: it outlives the monitors that a reset rebuilds.
-ResetMon reset("resetMon");
 
 }  // namespace
 

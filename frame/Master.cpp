@@ -1,23 +1,13 @@
 #include "frame/Master.h"
 
-#include "notify/ResetMon.h"
-
+#include <chrono>
 #include <cstring>
 #include <string>
 
 #include "connection/Listener.h"
 #include "frame/ArgumentCheck.h"
+#include "frame/Context.h"
 #include "frame/Transaction.h"
-#include "monitors/CharIntQueueMon.h"
-#include "monitors/CharQueueMon.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/HandleMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
-#include "notify/ConnDiscController.h"
 #include "notify/Reset.h"
 #include "platform/File.h"
 #include "platform/Socket.h"
@@ -26,52 +16,49 @@
 #include "protocol/Codes.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
-#include "security/SeedHashMon.h"
-#include "stores/LogMon.h"
-#include "stores/MsgMon.h"
+#include "zanth_version.h"
 
 namespace zanth {
-namespace {
 
-template <class T>
-void DeleteMonitor(T*& monitor) {
-    delete monitor;
-    monitor = nullptr;
-}
-
-}  // namespace
-
-Master::Master(const char* name) {
+Master::Master(const char* name) : context_(std::make_unique<Context>()) {
     CopyBounded(masterName_, name ? name : "master", sizeof masterName_);
     msgBuffer_[0] = recvBuffer_[0] = logText_[0] = logText2_[0] = mac_[0] = '\0';
     msgBuffer_[kMessageBufferSize] = recvBuffer_[kMessageBufferSize] = '\0';
 
-    logFolder = new char[kPathSize]();
-    std::string folder;
-    if (platform::ReadUserValue(&folder)) CopyBounded(logFolder, folder.c_str(), kPathSize);
+    // The log folder of the per-user store, ending in its separator, or the current directory.
+    char folder[kPathSize] = {};
+    std::string stored;
+    if (platform::ReadUserValue(&stored)) CopyBounded(folder, stored.c_str(), kPathSize);
 
     // The order is required: every monitor after the log can report.
-    handleMon = new HandleMon("handleMon");
-    logmon = new LogMon("logmon");
-    sendMon = new ThreadHashMon("sendMon");
-    recvMon = new RecvMon("recvMon");
-    workerMon = new HandleHashMon("workerMon");
-    validMon = new ValidMon("validMon");
-    eventMon = new MsgMon("eventMon", "ZanthEvents.log");
-    alarmMon = new MsgMon("alarmMon", "ZanthAlarms.log");
-    lookupMon = new CharQueueMon("lookupMon");
-    lookupPinMon = new CharQueueMon("lookupPinMon");
-    postAccessMon = new CharQueueMon("postAccessMon");
-    hereiamMon = new CharQueueMon("hereiamMon");
-    smartCardMon = new CharQueueMon("smartCardMon");
-    keyPadMon = new CharQueueMon("keyPadMon");
-    cmdKeyMon = new CharQueueMon("cmdKeyMon");
-    responseMon = new CharIntQueueMon("responseMon");
-    seedMon = new SeedHashMon("seedMon");
-    connDiscController = new ConnDiscController("connDiscController");
-    connDiscQueue = new ConnDiscQueue("connDiscQueue");
-    eventMonQueue = new CharQueueMon("eventMonQueue");
-    alarmMonQueue = new CharQueueMon("alarmMonQueue");
+    Context& c = *context_;
+    c.handleMon = std::make_unique<HandleMon>("handleMon");
+    c.logmon = std::make_unique<LogMon>("logmon", folder);
+    SetLibraryLog(c.logmon.get());
+    c.sendMon = std::make_unique<ThreadHashMon>("sendMon");
+    c.recvMon = std::make_unique<RecvMon>("recvMon");
+    c.workerMon = std::make_unique<HandleHashMon>("workerMon", *c.sendMon);
+    c.validMon = std::make_unique<ValidMon>("validMon");
+    c.eventMon = std::make_unique<MsgMon>("eventMon", "ZanthEvents.log", folder);
+    // A message file that can't be opened stops the library: it loads, and every start fails.
+    if (!c.eventMon->Opened()) c.handleMon->SetTerminating(1);
+    c.alarmMon = std::make_unique<MsgMon>("alarmMon", "ZanthAlarms.log", folder);
+    if (!c.alarmMon->Opened()) c.handleMon->SetTerminating(1);
+    c.lookupMon = std::make_unique<CharQueueMon>("lookupMon");
+    c.lookupPinMon = std::make_unique<CharQueueMon>("lookupPinMon");
+    c.postAccessMon = std::make_unique<CharQueueMon>("postAccessMon");
+    c.hereiamMon = std::make_unique<CharQueueMon>("hereiamMon");
+    c.smartCardMon = std::make_unique<CharQueueMon>("smartCardMon");
+    c.keyPadMon = std::make_unique<CharQueueMon>("keyPadMon");
+    c.cmdKeyMon = std::make_unique<CharQueueMon>("cmdKeyMon");
+    c.responseMon = std::make_unique<CharIntQueueMon>("responseMon");
+    c.seedMon = std::make_unique<SeedHashMon>("seedMon");
+    c.connDiscController = std::make_unique<ConnDiscController>("connDiscController", c);
+    c.connDiscQueue = std::make_unique<ConnDiscQueue>("connDiscQueue");
+    c.eventMonQueue = std::make_unique<CharQueueMon>("eventMonQueue");
+    c.alarmMonQueue = std::make_unique<CharQueueMon>("alarmMonQueue");
+    // Last, as the static object beside Master it once was.
+    c.resetMon = std::make_unique<ResetMon>("resetMon");
 
     flag_ = 0;
     code_ = 0;
@@ -82,11 +69,11 @@ Master::Master(const char* name) {
     if (socketResult_ != 0) {
         Log(masterName_, kLogFatal, "[Master::Master] Error on WSAStartup",
             "Could not find a usable version of Winsock.DLL");
-        SetLibraryTerminating();
+        c.handleMon->SetTerminating(1);
     } else if ((version & 0xFF) != 2 || ((version >> 8) & 0xFF) != 2) {
         Log(masterName_, kLogFatal, "[Master::Master] Error on WSAStartup - confirm",
             "Could not find a usable version of Winsock.DLL");
-        SetLibraryTerminating();
+        c.handleMon->SetTerminating(1);
     }
 }
 
@@ -95,74 +82,91 @@ Master::~Master() {
     // monitors they use go away; nothing of this changes what Shutdown does.
     if (!StopLibraryThreads()) {
         // A thread that doesn't end (a host callback that never returns) still uses the
-        // monitors: they are left in place rather than pulled from under it.
+        // monitors: the whole context is left in place rather than pulled from under it.
         Log(masterName_, kLogFatal,
             "[Master::~Master] library threads still running, monitors kept");
+        (void)context_.release();
         return;
     }
 
+    Context& c = *context_;
+    c.resetMon.reset();
     socketResult_ = platform::SocketCleanup();
     if (socketResult_ != 0) {
         MessageUtil::SocketErrorText(platform::LastSocketError(), logText2_, sizeof logText2_);
         Log(masterName_, kLogError, "[Master::~Master] Error on WSACleanup", logText2_);
     }
-    DeleteMonitor(seedMon);
-    DeleteMonitor(cmdKeyMon);
-    DeleteMonitor(keyPadMon);
-    DeleteMonitor(smartCardMon);
-    DeleteMonitor(hereiamMon);
-    DeleteMonitor(responseMon);
-    DeleteMonitor(lookupMon);
-    DeleteMonitor(lookupPinMon);
-    DeleteMonitor(postAccessMon);
-    DeleteMonitor(alarmMon);
-    DeleteMonitor(eventMon);
-    DeleteMonitor(validMon);
-    DeleteMonitor(workerMon);
-    DeleteMonitor(recvMon);
-    DeleteMonitor(sendMon);
-    DeleteMonitor(handleMon);
-    DeleteMonitor(connDiscController);
-    DeleteMonitor(connDiscQueue);
-    DeleteMonitor(eventMonQueue);
-    DeleteMonitor(alarmMonQueue);
+    c.seedMon.reset();
+    c.cmdKeyMon.reset();
+    c.keyPadMon.reset();
+    c.smartCardMon.reset();
+    c.hereiamMon.reset();
+    c.responseMon.reset();
+    c.lookupMon.reset();
+    c.lookupPinMon.reset();
+    c.postAccessMon.reset();
+    c.alarmMon.reset();
+    c.eventMon.reset();
+    c.validMon.reset();
+    c.workerMon.reset();
+    c.recvMon.reset();
+    c.sendMon.reset();
+    c.handleMon.reset();
+    c.connDiscController.reset();
+    c.connDiscQueue.reset();
+    c.eventMonQueue.reset();
+    c.alarmMonQueue.reset();
     Log(masterName_, kLogTrace, "[Master::~Master] Master terminated");
     // The log goes last: every monitor logs from its destructor.
-    DeleteMonitor(logmon);
-    delete[] logFolder;
-    logFolder = nullptr;
-    resetThreadId = 0;
+    SetLibraryLog(nullptr);
+    c.logmon.reset();
+    context_.reset();
     platform::EndUnload();
+}
+
+bool Master::StopLibraryThreads() {
+    // How long unloading waits for the library's own threads before it gives them up.
+    constexpr std::chrono::seconds kUnloadBound{10};
+    HandleMon& handles = *context_->handleMon;
+    handles.SetUnloading(true);
+    platform::BeginUnload();
+    int32_t ignored = 0;
+    handles.PostMsgByName("listener", platform::TERM_MSG, &ignored);
+    handles.PostMsgByName("reset", platform::TERM_MSG, &ignored);
+    return platform::WaitForLibraryThreads(kUnloadBound);
 }
 
 int32_t Master::Initialization(int32_t port, void* parentWindow, void* instance) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     result_ = 0;
-    if (LibraryTerminating()) result_ = kTerminating;
+    if (context_->Terminating()) result_ = kTerminating;
     ArgumentCheck("Master::Initialization", result_, logText_, masterName_)
         .Check("port", port, 1025, 65535);
     if (result_ != 0) return result_;
 
     // A second Initialization replaces the listener, and may change the port.
+    Context& c = *context_;
+    HandleMon& handles = *c.handleMon;
     uint8_t running = 0;
     int32_t index = 0;
-    handleMon->IsRunning("listener", &running);
+    handles.IsRunning("listener", &running);
     if (running) {
-        handleMon->PostMsgByName("listener", TERM_MSG, &index);
+        handles.PostMsgByName("listener", platform::TERM_MSG, &index);
         platform::Sleep(2000);
-        handleMon->Remove("listener", &index);
+        handles.Remove("listener", &index);
     }
     listenerArgs_ = ListenerArgs{port, parentWindow, instance};
     ListenerArgs listen = listenerArgs_;
     int error = platform::CreateThread(
-        [listen] {
-            Listener* listener = new Listener(listen.port, listen.parentWindow, listen.instance);
+        [listen, &c] {
+            Listener* listener =
+                new Listener(listen.port, listen.parentWindow, listen.instance, c, *c.seedMon);
             listener->Run();
             delete listener;
         },
         &threadId_);
     if (error == 0) {
-        handleMon->Add("listener", threadId_);
+        handles.Add("listener", threadId_);
     } else {
         FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
         Log(masterName_, kLogError, "[Master::Initialization] Error on CreateThread (listen)",
@@ -171,24 +175,24 @@ int32_t Master::Initialization(int32_t port, void* parentWindow, void* instance)
     }
 
     if (result_ == 0) {
-        handleMon->IsRunning("reset", &running);
+        handles.IsRunning("reset", &running);
         if (running) {
-            handleMon->PostMsgByName("reset", TERM_MSG, &index);
+            handles.PostMsgByName("reset", platform::TERM_MSG, &index);
             platform::Sleep(2000);
-            handleMon->Remove("reset", &index);
+            handles.Remove("reset", &index);
         }
         resetArgs_ = ResetArgs{parentWindow, instance};
         ResetArgs args = resetArgs_;
         error = platform::CreateThread(
-            [args] {
-                Reset* reset = new Reset(args.parentWindow, args.instance);
+            [args, &c] {
+                Reset* reset = new Reset(args.parentWindow, args.instance, c, *c.resetMon);
                 reset->Run();
                 delete reset;
             },
             &threadId_);
         if (error == 0) {
-            handleMon->Add("reset", threadId_);
-            resetThreadId = threadId_;
+            handles.Add("reset", threadId_);
+            c.resetMon->SetResetThread(threadId_);
         } else {
             FormatText(logText2_, sizeof logText2_, "Error code = %d", error);
             Log(masterName_, kLogError, "[Master::Initialization] Error on CreateThread (reset)",
@@ -196,16 +200,17 @@ int32_t Master::Initialization(int32_t port, void* parentWindow, void* instance)
             result_ = error;
         }
     }
-    if (result_ == 0) seedMon->Load();
+    if (result_ == 0) c.seedMon->Load();
     return result_;
 }
 
 int32_t Master::Shutdown() {
-    handleMon->SetTerminating(1);
+    Context& c = *context_;
+    c.handleMon->SetTerminating(1);
     int32_t index = 0;
-    handleMon->PostMsgByName("listener", TERM_MSG, &index);
-    handleMon->PostMsgByName("reset", TERM_MSG, &index);
-    workerMon->SendTerminateAll();
+    c.handleMon->PostMsgByName("listener", platform::TERM_MSG, &index);
+    c.handleMon->PostMsgByName("reset", platform::TERM_MSG, &index);
+    c.workerMon->SendTerminateAll();
     // The threads get their turn; nothing is joined and no failure is reported.
     platform::Sleep(1000);
     return 0;
@@ -221,73 +226,70 @@ int32_t Master::Terminate(const char* mac) {
 }
 
 int32_t Master::SetValidControllers(const char* list) {
-    validMon->SetList(list);
-    workerMon->SendTerminateInvalid();
+    context_->validMon->SetList(list);
+    context_->workerMon->SendTerminateInvalid(*context_->validMon);
     return 0;
 }
 
 int32_t Master::GetValidControllers(char* buffer, int32_t size) {
     if (buffer == nullptr && size != 0) return kBadArgument;
     int32_t error = 0;
-    validMon->GetList(buffer, size, &error);
+    context_->validMon->GetList(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetConnectedControllers(char* buffer, int32_t size) {
     if (buffer == nullptr && size != 0) return kBadArgument;
     int32_t error = 0;
-    workerMon->GetConnected(buffer, size, &error);
+    context_->workerMon->GetConnected(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetDLLVersion(char* buffer, int32_t size) {
-    int32_t length = static_cast<int32_t>(std::strlen(kLibraryVersion));
+    int32_t length = static_cast<int32_t>(std::strlen(ZANTH_VERSION_TEXT));
     if (buffer == nullptr && size != 0) return kBadArgument;
     if (buffer == nullptr || size <= length) return kTooLarge;
-    CopyBounded(buffer, kLibraryVersion, static_cast<size_t>(length) + 1);
+    CopyBounded(buffer, ZANTH_VERSION_TEXT, static_cast<size_t>(length) + 1);
     return 0;
 }
 
-int32_t Master::DebugLevel(int32_t mode, int32_t* level) {
+int32_t Master::Setting(const char* method, const char* subject, int32_t mode, int32_t* value,
+                        int32_t low, int32_t high, const std::function<void(int32_t*)>& get,
+                        const std::function<void(const int32_t*)>& set) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     int32_t result = kOk;
-    ArgumentCheck c("Master::DebugLevel", result, logText_, masterName_);
-    if (!c.Present(level) || !c.Check("mode", mode, 0, 1)) return result;
+    ArgumentCheck c(method, result, logText_, masterName_);
+    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
     if (mode == 0) {
-        logmon->GetLevel(level);
-    } else if (c.CheckBetween("debug level", *level, kLogAlways, kLogTrace)) {
-        logmon->SetLevel(*level);
+        get(value);
+    } else if (c.CheckBetween(subject, *value, low, high)) {
+        set(value);
     }
     return result;
+}
+
+int32_t Master::DebugLevel(int32_t mode, int32_t* level) {
+    LogMon& log = *context_->logmon;
+    return Setting(
+        "Master::DebugLevel", "debug level", mode, level, kLogAlways, kLogTrace,
+        [&log](int32_t* v) { log.GetLevel(v); }, [&log](const int32_t* v) { log.SetLevel(*v); });
 }
 
 int32_t Master::RecvWaitTime(int32_t mode, int32_t* value) {
-    std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    int32_t result = kOk;
+    RecvMon& slot = *context_->recvMon;
     // The method logs under its older name.
-    ArgumentCheck c("Master::WaitTime", result, logText_, masterName_);
-    if (!c.Present(value) || !c.Check("mode", mode, 0, 1)) return result;
-    if (mode == 0) {
-        recvMon->GetWaitTime(value);
-    } else if (c.CheckBetween("wait time", *value, 0, 600000)) {
-        recvMon->SetWaitTime(value);
-    }
-    return result;
+    return Setting(
+        "Master::WaitTime", "wait time", mode, value, 0, 600000,
+        [&slot](int32_t* v) { slot.GetWaitTime(v); },
+        [&slot](const int32_t* v) { slot.SetWaitTime(v); });
 }
 
 int32_t Master::ResetDLLTime(int32_t mode, int32_t* value) {
-    std::lock_guard<std::recursive_mutex> g(transactionLock_);
-    int32_t result = kOk;
-    ArgumentCheck c("Master::ResetDLLTime", result, logText_, masterName_);
-    if (!c.Present(value) || !c.Check("mode", mode, 0, 1) || !resetMon) {
-        return resetMon ? result : kPostFailed;
-    }
-    if (mode == 0) {
-        resetMon->GetResetTime(value);
-    } else if (c.CheckBetween("reset time", *value, 0, 600000)) {
-        resetMon->SetResetTime(value);
-    }
-    return result;
+    ResetMon& reset = *context_->resetMon;
+    return Setting(
+        "Master::ResetDLLTime", "reset time", mode, value, 0, 600000,
+        [&reset](int32_t* v) { reset.GetResetTime(v); },
+        [&reset](const int32_t* v) { reset.SetResetTime(v); });
 }
 
 int32_t Master::CheckErrorCode(int32_t code, const char* methodName) {

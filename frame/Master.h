@@ -1,17 +1,21 @@
 #pragma once
-// The one central object: it creates every monitor at load, owns the transaction's shared
-// buffers and has one method for each exported function. Command methods live in the files of
-// their families (commands/...); they all follow the shape in Transaction.
+// The one central object: it builds the library's context (every monitor, the log, the message
+// files) at load, owns the transaction's shared buffers and has one method for each exported
+// function. Command methods live in the files of their families (commands/...); they all follow
+// the shape in Transaction.
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "connection/WorkerStartRecord.h"
+#include "frame/CardRecord.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "zanth.h"
 
 namespace zanth {
@@ -20,6 +24,12 @@ class Transaction;
 class ParameterList;
 class CharQueueMon;
 class MsgMon;
+struct Monitors;
+struct Context;
+
+// One of the text queues of the context, as an export names the queue it polls or calls back
+// from: &Monitors::lookupMon, say.
+using TextQueue = std::unique_ptr<CharQueueMon> Monitors::*;
 
 struct ListenerArgs {
     int32_t port = 0;
@@ -78,59 +88,14 @@ class Master {
     // Card database: card records (add, modify, get, delete, undelete), cardholder status,
     // database maintenance and smart card modes. Text arguments the host lets the library write
     // (card number, PIN, dates and times) may come back trimmed, zeroed or cut.
-    int32_t AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                             int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                             uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                             int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                             int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                             int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
-                             char* startDate, char* startTime, char* endDate, char* endTime,
-                             uint32_t escortId, int32_t inScheduleElevatorGroup,
-                             int32_t outScheduleElevatorGroup);
-    int32_t AddModCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                              int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                              uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                              int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                              int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                              int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
-                              char* startDate, char* startTime, char* endDate, char* endTime,
-                              uint32_t escortId, int32_t inScheduleElevatorGroup,
-                              int32_t outScheduleElevatorGroup, int32_t pinExempt);
-    int32_t AddModCardRecord3(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                              int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                              uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                              int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                              int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                              int32_t extendedAccess, int32_t passbackExempt, int32_t pinCommands,
-                              char* startDate, char* startTime, char* endDate, char* endTime,
-                              uint32_t escortId, int32_t inScheduleElevatorGroup,
-                              int32_t outScheduleElevatorGroup, int32_t pinExempt,
-                              uint16_t cardRole);
-    int32_t GetCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId,
-                          int32_t* noFormat, char* cardNumber, int32_t cardNumberSize, char* pin,
-                          int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
-                          int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
-                          int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6,
-                          int32_t* accessGroup7, int32_t* accessGroup8, int32_t* extendedAccess,
-                          int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
-                          int32_t startDateSize, char* startTime, int32_t startTimeSize,
-                          char* endDate, int32_t endDateSize, char* endTime, int32_t endTimeSize,
-                          uint32_t* escortId, int32_t* inScheduleElevatorGroup,
-                          int32_t* outScheduleElevatorGroup, int32_t* field7Value);
-    // GetCardRecord2 and GetCardRecord4: the code sent follows from `uniqueid` (26 when
-    // non-zero) and `role` (35 when non-null, else 25).
-    int32_t GetCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId,
-                           int32_t* noFormat, char* cardNumber, int32_t cardNumberSize, char* pin,
-                           int32_t pinSize, int32_t* accessType, uint32_t* uniqueId,
-                           int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
-                           int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6,
-                           int32_t* accessGroup7, int32_t* accessGroup8, int32_t* extendedAccess,
-                           int32_t* passbackExempt, int32_t* pinCommands, char* startDate,
-                           int32_t startDateSize, char* startTime, int32_t startTimeSize,
-                           char* endDate, int32_t endDateSize, char* endTime, int32_t endTimeSize,
-                           uint32_t* escortId, int32_t* inScheduleElevatorGroup,
-                           int32_t* outScheduleElevatorGroup, int32_t* field7Value,
-                           int32_t* pinExempt, uint32_t uniqueid, uint32_t* role);
+    // AddModCardRecord, AddModCardRecord2 and AddModCardRecord3 are `generation` 1, 2 and 3.
+    int32_t AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t generation,
+                             const CardRecord& record);
+    // GetCardRecord is `generation` 1, GetCardRecord2 and GetCardRecord4 are 2. The code the
+    // second sends follows from `uniqueid` (26 when non-zero) and the record's role output (35
+    // when given, else 25).
+    int32_t GetCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t generation,
+                          const CardRecordOutputs& record, uint32_t uniqueid);
     // Delete (mode 1) or undelete (mode 2), by unique ID when it is non-zero, else by card.
     int32_t UpdateCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t mode,
                              int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
@@ -171,14 +136,12 @@ class Master {
     int32_t RspDiscoverInterfaces(int32_t rspid, const char* mac, int32_t chain);
     int32_t DownloadInterfaceCode(int32_t rspfunc, int32_t rspid, const char* mac,
                                   int32_t interface, int32_t mode);
-    int32_t ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* mac,
-                                int32_t interface, int32_t memoryType, const char* address,
-                                int32_t numberOfBytes, char* data, int32_t size,
-                                char outputType);
+    int32_t ReadInterfaceMemory(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
+                                int32_t memoryType, const char* address, int32_t numberOfBytes,
+                                char* data, int32_t size, char outputType);
     int32_t WriteEEPROM_IsLastWrite(int32_t rspfunc, int32_t rspid, const char* mac,
-                                    int32_t interface, const char* address,
-                                    int32_t numberOfBytes, const char* data,
-                                    int32_t bIsLastWrite);
+                                    int32_t interface, const char* address, int32_t numberOfBytes,
+                                    const char* data, int32_t bIsLastWrite);
     int32_t WriteEEPROM(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
                         const char* address, int32_t numberOfBytes, const char* data);
     int32_t SetInterfaceInternalID(int32_t rspfunc, int32_t rspid, const char* mac,
@@ -243,25 +206,23 @@ class Master {
                                   int32_t contactValue4, int32_t contactValue5,
                                   int32_t contactValue6, int32_t contactValue7,
                                   const char* contactText2, const char* contactText3);
-    int32_t GetContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
-                               char* contactText1, int32_t* contactValue1,
-                               int32_t* contactValue2, int32_t* contactValue3,
-                               int32_t* contactValue4, int32_t* contactValue5,
-                               int32_t* contactValue6, int32_t* contactValue7, char* contactText2,
-                               char* contactText3);
+    int32_t GetContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac, char* contactText1,
+                               int32_t* contactValue1, int32_t* contactValue2,
+                               int32_t* contactValue3, int32_t* contactValue4,
+                               int32_t* contactValue5, int32_t* contactValue6,
+                               int32_t* contactValue7, char* contactText2, char* contactText3);
     int32_t DeleteContactIDRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                   int32_t contactId);
     int32_t UpdateContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
-                                       int32_t groupId, const char* groupText,
-                                       int32_t groupValue);
+                                       int32_t groupId, const char* groupText, int32_t groupValue);
     int32_t GetContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                     int32_t* groupId, char* groupText, int32_t* groupValue);
     int32_t DeleteContactIDGroupRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                        int32_t groupId);
     int32_t UpdateContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                       int32_t commId, const char* commText, uint16_t commValue);
-    int32_t GetContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
-                                   int32_t commId, char* commText);
+    int32_t GetContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t commId,
+                                   char* commText);
     int32_t DeleteContactIDCommRecord(int32_t rspfunc, int32_t rspid, const char* mac,
                                       const char* commText, int32_t commId);
     // Outputs, inputs and local settings (commands/device/Io*.cpp). `target` is an interface
@@ -275,8 +236,7 @@ class Master {
                                int32_t bitOrFunctionCode, int32_t state);
     int32_t GetSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
                             char* buffer, int32_t size);
-    int32_t DriveSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac,
-                              int32_t interface);
+    int32_t DriveSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface);
     int32_t LocalFcnCode(int32_t rspfunc, int32_t rspid, const char* mac, uint32_t output,
                          int32_t* value);
     int32_t GetInputStatus(const char* mac, int32_t target, char* buffer, int32_t size);
@@ -303,8 +263,8 @@ class Master {
     // File transfer: whole files streamed by the Worker, single chunks through the caller's
     // memory, a file's permission, and its removal. GetData, SendData and their Rsp forms take no
     // rspfunc: each method is one form.
-    int32_t GetFile(int32_t rspfunc, int32_t rspid, const char* mac,
-                    const char* controllerPathFile, const char* pcPathFile);
+    int32_t GetFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* controllerPathFile,
+                    const char* pcPathFile);
     int32_t SendFile(int32_t rspfunc, int32_t rspid, const char* mac,
                      const char* controllerPathFile, const char* pcPathFile);
     int32_t GetData(const char* mac, const char* controllerPathFile, char* buffer, int32_t size,
@@ -324,32 +284,31 @@ class Master {
   private:
     int32_t StreamFile(int32_t rspfunc, int32_t rspid, const char* mac, const char* method,
                        int32_t code, const char* controllerPathFile, const char* pcPathFile);
-    // Queues "-10007;<why>;" as 9980 with rspfunc 0; the controller doesn't answer it.
-    void RefuseChunk(const char* why);
     // The wait for the 1030 that answers SendData's opening or chunk; false when the result was
     // set instead.
     bool AwaitSendDataReply(Transaction& t);
-    // A controller's 9980: its own number, or -10017 without one.
-    int32_t TransferErrorResult(const char* method, const char* errorText);
     void EndChunkedTransfer();
 
     // The one chunked GetData or SendData transfer standing between two calls, library-wide.
     uint8_t transferInProgress_ = 0;
     char transferFilename_[kPathSize] = {};
-    int32_t sentCode_ = 0;
 
   public:
-
     // Callbacks and polling. `exportName` names the export in the failure's log text.
     int32_t SetTextCallback(const char* exportName, const char* threadName,
-                            ZanthTextCallback callback, CharQueueMon* queue, bool big);
+                            ZanthTextCallback callback, TextQueue queue, bool big);
     int32_t SetResponseCallback(ZanthResponseCallback callback);
     int32_t SetConnectedControllersCallback(ZanthConnectionCallback callback);
     int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback callback);
-    static int32_t GetNext(CharQueueMon* queue, char* buffer, int32_t size);
-    static int32_t GetNumber(CharQueueMon* queue, int32_t* count);
-    static int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size);
-    static int32_t GetNumberResponse(int32_t* count);
+    int32_t GetNext(TextQueue queue, char* buffer, int32_t size);
+    int32_t GetNumber(TextQueue queue, int32_t* count);
+    int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size);
+    int32_t GetNumberResponse(int32_t* count);
+
+    // Library reset, carried out by the Reset thread (notify/Reset.h).
+    int32_t ResetDLL();
+    int32_t ResetThread(const char* mac);
+    int32_t RspResetThread(int32_t rspid, const char* mac);
 
     // Message files.
     int32_t GetNextEvent(char* buffer, int32_t size);
@@ -366,16 +325,31 @@ class Master {
     int32_t CheckErrorCode(int32_t code, const char* methodName);
 
     const char* Name() const { return masterName_; }
+    // The library's context, for the exports and the tests; the threads are handed its parts.
+    Context& Shared() { return *context_; }
 
   private:
     friend class Transaction;
 
+    // What unloading does first: tells every library thread to stop and waits for them, up to a
+    // bound. True when none is left, so that the context may go.
+    bool StopLibraryThreads();
+
     int32_t ChangeLogFolder(const char* path, const char* method, bool announce);
+    // A setting read (mode 0) or set (mode 1) through `value`, within `low` to `high`; `subject`
+    // names it in the refusal of a value out of bounds.
+    int32_t Setting(const char* method, const char* subject, int32_t mode, int32_t* value,
+                    int32_t low, int32_t high, const std::function<void(int32_t*)>& get,
+                    const std::function<void(const int32_t*)>& set);
     int32_t LogSize(MsgMon* store, const char* method, int32_t mode, uint64_t* value);
     int32_t StartCallbackThread(const char* exportName, const char* threadName,
                                 std::function<void()> body);
 
     char masterName_[32];
+    // Built first and taken down last; left in place when a library thread doesn't end.
+    std::unique_ptr<Context> context_;
+    // Only asked for the cipher plugin's version: Master frames no encrypted message.
+    Crypto crypto_;
     MessageUtil util_;
     // The command as it goes into sendMon.
     CommandRecord record_{};

@@ -5,10 +5,8 @@
 
 #include "connection/Worker.h"
 #include "frame/ArgumentCheck.h"
+#include "frame/Context.h"
 #include "frame/Master.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
 #include "platform/Thread.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
@@ -20,7 +18,7 @@ int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphos
                                int32_t port) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     result_ = 0;
-    if (LibraryTerminating()) result_ = kTerminating;
+    if (context_->Terminating()) result_ = kTerminating;
     ArgumentCheck("Master::ContactGateway", result_, logText_, masterName_)
         .Check("port", port, 1025, 65535);
     if (result_ != 0) return result_;
@@ -33,9 +31,10 @@ int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphos
     contactArgs_.rspfunc = rspfunc;
     contactArgs_.rspid = rspid;
     WorkerStartRecord start = contactArgs_;
+    Context& c = *context_;
     int error = platform::CreateThread(
-        [start] {
-            Worker* worker = new Worker(start);
+        [start, &c] {
+            Worker* worker = new Worker(start, c, *c.seedMon);
             worker->Run();
             delete worker;
         },
@@ -45,16 +44,16 @@ int32_t Master::ContactGateway(int32_t rspfunc, int32_t rspid, const char* iphos
         Log(masterName_, kLogError, "[Master::ContactGateway] Error on CreateThread", logText2_);
         return result_ = kNoContactThread;
     }
-    workerMon->AddUnidentified(threadId_);
+    c.workerMon->AddUnidentified(threadId_);
     platform::ResumeThread(threadId_);
 
     if (rspfunc == 0) {
-        recvMon->GetBuffer(recvBuffer_, "0001");
+        c.recvMon->GetBuffer(recvBuffer_, "0001", *c.workerMon);
         recvBuffer_[kMessageBufferSize] = '\0';
         // A timed-out wait leaves the text empty, and the result 0.
         if (std::sscanf(recvBuffer_, "%d", &result_) != 1) result_ = 0;
         int32_t removed = 0;
-        workerMon->RemoveWorker("0001", &removed);
+        c.workerMon->RemoveWorker("0001", &removed);
     }
     return result_;
 }

@@ -5,15 +5,13 @@
 #include <string>
 
 #include "frame/ArgumentCheck.h"
+#include "frame/Context.h"
 #include "frame/Master.h"
-#include "monitors/Globals.h"
-#include "monitors/HandleMon.h"
 #include "platform/File.h"
 #include "platform/UserStore.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 
@@ -60,10 +58,6 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
     // A value that can't be stored ends the change here, silently, with nothing changed.
     if (!platform::WriteUserValue(value)) return 0;
 
-    delete[] logFolder;
-    logFolder = new char[kPathSize]();
-    CopyBounded(logFolder, value, kPathSize);
-
     if (announce) {
         FormatText(logText2_, sizeof logText2_, "New Log file path is = %s", value);
         Log(masterName_, kLogAlways,
@@ -72,9 +66,11 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
             logText2_);
     }
     // Rebuilt in place, under their own locks, so that no thread sees them missing.
-    logmon->Restart("logMon");
-    eventMon->Rebuild();
-    alarmMon->Rebuild();
+    Context& c = *context_;
+    c.logmon->Restart("logMon", value);
+    // A message file that can't be opened in the new folder stops the library, as at load.
+    if (!c.eventMon->Rebuild(value)) c.handleMon->SetTerminating(1);
+    if (!c.alarmMon->Rebuild(value)) c.handleMon->SetTerminating(1);
     Log(masterName_, kLogAlways, "Object created");
     if (!old.empty()) {
         FormatText(
@@ -83,8 +79,6 @@ int32_t Master::ChangeLogFolder(const char* path, const char* method, bool annou
         FormatText(logText2_, sizeof logText2_, "Old Log file path is = %s", old.c_str());
         Log(masterName_, kLogAlways, logText_, logText2_);
     }
-    delete[] logFolder;
-    logFolder = nullptr;
     return 0;
 }
 

@@ -3,47 +3,46 @@
 #include <cstring>
 
 #include "frame/ArgumentCheck.h"
+#include "frame/Context.h"
 #include "frame/Master.h"
-#include "monitors/Globals.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "stores/MsgMon.h"
 
 namespace zanth {
 
 int32_t Master::GetNextEvent(char* buffer, int32_t size) {
     if (buffer == nullptr) return size != 0 ? kBadArgument : kTooLarge;
     int32_t error = 0;
-    eventMon->GetMsg(buffer, size, &error);
+    context_->eventMon->GetMsg(buffer, size, &error);
     return error;
 }
 
 int32_t Master::GetNextAlarm(char* buffer, int32_t size) {
     if (buffer == nullptr) return size != 0 ? kBadArgument : kTooLarge;
     int32_t error = 0;
-    alarmMon->GetMsg(buffer, size, &error);
+    context_->alarmMon->GetMsg(buffer, size, &error);
     return error;
 }
 
 int32_t Master::NumberUnreadEvents(uint64_t* count) {
     if (count == nullptr) return kBadArgument;
-    eventMon->GetUnread(count);
+    context_->eventMon->GetUnread(count);
     return 0;
 }
 
 int32_t Master::NumberUnreadAlarms(uint64_t* count) {
     if (count == nullptr) return kBadArgument;
-    alarmMon->GetUnread(count);
+    context_->alarmMon->GetUnread(count);
     return 0;
 }
 
 int32_t Master::EventLogSize(int32_t mode, uint64_t* value) {
-    return LogSize(eventMon, "Master::EventLogSize", mode, value);
+    return LogSize(context_->eventMon.get(), "Master::EventLogSize", mode, value);
 }
 
 int32_t Master::AlarmLogSize(int32_t mode, uint64_t* value) {
-    return LogSize(alarmMon, "Master::AlarmLogSize", mode, value);
+    return LogSize(context_->alarmMon.get(), "Master::AlarmLogSize", mode, value);
 }
 
 // The size is read through the pointer as 32 bits and written through it as 64: the host's
@@ -68,7 +67,7 @@ int32_t Master::GetEncryptionDLLVersion(char* buffer, int32_t size) {
     std::lock_guard<std::recursive_mutex> g(transactionLock_);
     if (buffer == nullptr && size != 0) return kBadArgument;
     if (buffer == nullptr || size <= 0) return kTooLarge;
-    return util_.GetCrypto().GetVersion(buffer, size);
+    return crypto_.GetVersion(buffer, size);
 }
 
 }  // namespace zanth

@@ -13,11 +13,10 @@
 #include <mutex>
 #include <sstream>
 
+#include "frame/Context.h"
 #include "frame/Master.h"
 #include "frame/ParameterList.h"
 #include "frame/Transaction.h"
-#include "monitors/Globals.h"
-#include "monitors/RecvMon.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 
@@ -78,7 +77,7 @@ int32_t Master::ExchangeParameters(int32_t rspfunc, int32_t rspid, const char* m
 
     // The slot's own result isn't looked at: a time-out leaves it all zero, which is no whole
     // message, and that leaves the reply list empty.
-    recvMon->GetBuffer(recvBuffer_, mac_);
+    context_->recvMon->GetBuffer(recvBuffer_, mac_, *context_->workerMon);
     recvBuffer_[kMessageBufferSize] = '\0';
     if (!util_.IsCompleteMessage(recvBuffer_, -1)) return t.Result();
     util_.ParseMessage(recvBuffer_, std::strlen(recvBuffer_), msgBuffer_, kMessageBufferSize,

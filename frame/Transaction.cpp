@@ -4,11 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "monitors/Globals.h"
-#include "monitors/HandleHashMon.h"
-#include "monitors/RecvMon.h"
-#include "monitors/ThreadHashMon.h"
-#include "monitors/ValidMon.h"
+#include "frame/Context.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
@@ -29,7 +25,7 @@ Transaction::Transaction(Master& master, const char* method, int32_t rspfunc, in
 bool Transaction::AdmitValid() {
     if (!Ok()) return false;
     m_.flag_ = 0;
-    validMon->Contains(m_.mac_, &m_.flag_);
+    m_.context_->validMon->Contains(m_.mac_, &m_.flag_);
     if (!m_.flag_) m_.result_ = kNotValid;
     return Ok();
 }
@@ -37,13 +33,20 @@ bool Transaction::AdmitValid() {
 bool Transaction::Admit() {
     if (!AdmitValid()) return false;
     m_.flag_ = 0;
-    workerMon->IsConnected(m_.mac_, &m_.flag_);
+    m_.context_->workerMon->IsConnected(m_.mac_, &m_.flag_);
     if (!m_.flag_) m_.result_ = kNotConnected;
     return Ok();
 }
 
 bool Transaction::Send(int32_t code) {
     return Send(code, zanth::Payload());
+}
+
+void Transaction::SendUnawaited(int32_t code, const zanth::Payload& payload) {
+    if (m_.util_.BuildMessage(code, payload.Data(), payload.Length(), m_.msgBuffer_,
+                              kMessageBufferSize) == 0) {
+        m_.context_->sendMon->Queue(m_.record_, m_.mac_, 0, 0, m_.msgBuffer_, "", "");
+    }
 }
 
 bool Transaction::Send(int32_t code, const zanth::Payload& payload, const char* gatewayPathFile,
@@ -55,14 +58,14 @@ bool Transaction::Send(int32_t code, const zanth::Payload& payload, const char* 
     m_.result_ = m_.util_.BuildMessage(code, payload.Data(), payload.Length(), m_.msgBuffer_,
                                        kMessageBufferSize);
     if (Ok()) {
-        m_.result_ = QueueCommand(m_.record_, m_.mac_, rspfunc_, rspid_, m_.msgBuffer_,
-                                  gatewayPathFile, pcPathFile);
+        m_.result_ = m_.context_->sendMon->Queue(m_.record_, m_.mac_, rspfunc_, rspid_,
+                                                 m_.msgBuffer_, gatewayPathFile, pcPathFile);
     }
     return Ok() && rspfunc_ == 0;
 }
 
 Transaction::Reception Transaction::Receive(std::initializer_list<Output> outputs) {
-    bool got = recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
+    bool got = m_.context_->recvMon->GetBuffer(m_.recvBuffer_, m_.mac_, *m_.context_->workerMon);
     m_.recvBuffer_[kMessageBufferSize] = '\0';
     for (const Output& o : outputs) {
         if (o.buffer && o.size > 0) std::memset(o.buffer, 0, static_cast<size_t>(o.size));
@@ -83,15 +86,31 @@ bool Transaction::Await(std::initializer_list<Output> outputs) {
     }
     FormatCodeLine();
     zanth::Log(m_.masterName_, kLogTrace, m_.logText_);
-    if (m_.dataLen_ < kLogPayloadLimit) {
-        FormatText(m_.logText_, sizeof m_.logText_, "[%s] recv:", method_);
-        zanth::Log(m_.masterName_, kLogTrace, m_.logText_, m_.msgBuffer_, true);
-    }
+    LogPayload();
     return true;
 }
 
+void Transaction::LogPayload() {
+    if (m_.dataLen_ >= kLogPayloadLimit) return;
+    FormatText(m_.logText_, sizeof m_.logText_, "[%s] recv:", method_);
+    zanth::Log(m_.masterName_, kLogTrace, m_.logText_, m_.msgBuffer_, true);
+}
+
+void Transaction::ReceiveChunk() {
+    ReceiveRaw();
+    m_.dataLen_ = 0;
+    m_.util_.ParseMessage(m_.recvBuffer_,
+                          MessageUtil::FrameLength(m_.recvBuffer_, kMessageBufferSize),
+                          m_.msgBuffer_, kMessageBufferSize, &m_.code_, &m_.dataLen_);
+}
+
+void Transaction::LogReplyAndCount() {
+    LogLine(kLogTrace, "[%s] code=%d count=%d", method_, m_.code_, m_.dataLen_);
+    LogPayload();
+}
+
 bool Transaction::ReceiveRaw() {
-    bool got = recvMon->GetBuffer(m_.recvBuffer_, m_.mac_);
+    bool got = m_.context_->recvMon->GetBuffer(m_.recvBuffer_, m_.mac_, *m_.context_->workerMon);
     m_.recvBuffer_[kMessageBufferSize] = '\0';
     return got;
 }

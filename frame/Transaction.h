@@ -54,6 +54,9 @@ class Transaction : public ArgumentCheck {
               const char* pcPathFile = "");
     // A message with an empty payload.
     bool Send(int32_t code);
+    // A message that no caller awaits (rspfunc 0, rspid 0), whichever form the call is: the
+    // file transfers' refusal of a chunk. The result stays as it is.
+    void SendUnawaited(int32_t code, const Payload& payload);
 
     // Words between the method's name and "code=%d" in the reply's code line, for methods whose
     // modes name themselves there ("[Master::SystemTime] get time code=%d").
@@ -75,6 +78,13 @@ class Transaction : public ArgumentCheck {
         kMessage,     // a whole message, parsed
     };
     Reception Receive(std::initializer_list<Output> outputs = {});
+    // The wait for a file's chunk, which is binary and may be empty: the raw reply parsed by the
+    // length its header gives, with no completeness test and no log lines. After a time-out the
+    // zeroed slot parses as code 0.
+    void ReceiveChunk();
+    // The file transfers' lines of a reply: "[Master::X] code=%d count=%d", then the payload
+    // as Await logs it.
+    void LogReplyAndCount();
 
     // False, with CheckErrorCode's result, when the reply isn't `reply`.
     bool Expect(int32_t reply);
@@ -101,10 +111,14 @@ class Transaction : public ArgumentCheck {
     bool Blocking() const { return rspfunc_ == 0; }
     // A log line of the method's own, at `level`.
     void LogLine(int32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+    // The log's source column for lines of two texts.
+    const char* LogSource() const { return m_.masterName_; }
 
   private:
     // "[Master::X] code=%d", with the code words if any, into the first log text.
     void FormatCodeLine();
+    // "[Master::X] recv:" and the payload, filtered, when it is shorter than the log's limit.
+    void LogPayload();
 
     Master& m_;
     std::unique_lock<std::recursive_mutex> lock_;

@@ -315,10 +315,10 @@ ZANTH_API int32_t RspAddModCardRecord3(
  * Each text output has its buffer size behind it, which must exceed the text's length (-10006
  * otherwise, with the outputs before it written and those after it not). The card number and PIN
  * are read and written within their sizes only: each must end within its size, and the size be
- * at least 2 (an empty one becomes "0"), or the call gives -10006 before anything is sent. A start or end stamp
- * comes back split into its date and time; the stamp "0" writes "0" to both, which needs both
- * sizes of at least 2. field7Value is a field the add commands have no counterpart for. The
- * outputs are not cleared: a reply that stops short is a success and leaves the outputs of the
+ * at least 2 (an empty one becomes "0"), or the call gives -10006 before anything is sent. A start
+ * or end stamp comes back split into its date and time; the stamp "0" writes "0" to both, which
+ * needs both sizes of at least 2. field7Value is a field the add commands have no counterpart for.
+ * The outputs are not cleared: a reply that stops short is a success and leaves the outputs of the
  * missing fields as they were, and a negative result (an unknown or deleted record) leaves them
  * all. Every output pointer must be given (-10002), except `role`: GetCardRecord4 with a null role
  * reads as GetCardRecord2. GetCardRecord2 adds pinExempt, GetCardRecord4 pinExempt and the card
@@ -511,9 +511,9 @@ ZANTH_API int32_t RspUpdateSchedule(uint32_t rspid, const char* mac, const char*
  * before the failing one may have been written. RspGetSchedule returns -1 once queued. */
 ZANTH_API int32_t GetSchedule(const char* mac, int32_t scheduleId, char* scheduleText1,
                               char* scheduleText2, char* scheduleText3, char* scheduleText4,
-                              char* scheduleText5, int32_t* scheduleValue1,
-                              int32_t* scheduleValue2, int32_t* scheduleValue3,
-                              int32_t* scheduleValue4, int32_t* scheduleValue5);
+                              char* scheduleText5, int32_t* scheduleValue1, int32_t* scheduleValue2,
+                              int32_t* scheduleValue3, int32_t* scheduleValue4,
+                              int32_t* scheduleValue5);
 ZANTH_API int32_t RspGetSchedule(uint32_t rspid, const char* mac, int32_t scheduleId);
 /* Deletes schedule `scheduleId`. Kind `status`. */
 ZANTH_API int32_t DeleteSchedule(const char* mac, int32_t scheduleId);
@@ -574,8 +574,7 @@ ZANTH_API int32_t GetContactIDGroupRecord(const char* mac, int32_t groupId, char
 ZANTH_API int32_t RspGetContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId);
 /* Deletes group record `groupId`. Kind `status`. */
 ZANTH_API int32_t DeleteContactIDGroupRecord(const char* mac, int32_t groupId);
-ZANTH_API int32_t RspDeleteContactIDGroupRecord(uint32_t rspid, const char* mac,
-                                                int32_t groupId);
+ZANTH_API int32_t RspDeleteContactIDGroupRecord(uint32_t rspid, const char* mac, int32_t groupId);
 /* Writes a communication record: "commId;commText;commValue;". Kind `status`. */
 ZANTH_API int32_t UpdateContactIDCommRecord(const char* mac, int32_t commId, const char* commText,
                                             uint16_t commValue);
@@ -589,8 +588,7 @@ ZANTH_API int32_t GetContactIDCommRecord(const char* mac, int32_t commId, char* 
 ZANTH_API int32_t RspGetContactIDCommRecord(uint32_t rspid, const char* mac, int32_t commId);
 /* Deletes a communication record. The text comes first here, the number first on the wire:
  * "commId;commText;". Kind `status`. */
-ZANTH_API int32_t DeleteContactIDCommRecord(const char* mac, const char* commText,
-                                            int32_t commId);
+ZANTH_API int32_t DeleteContactIDCommRecord(const char* mac, const char* commText, int32_t commId);
 ZANTH_API int32_t RspDeleteContactIDCommRecord(uint32_t rspid, const char* mac,
                                                const char* commText, int32_t commId);
 
@@ -670,8 +668,7 @@ ZANTH_API int32_t ReadA2D(const char* mac, int32_t target, int32_t adNumber, cha
 ZANTH_API int32_t RspReadA2D(uint32_t rspid, const char* mac, int32_t target, int32_t adNumber);
 ZANTH_API int32_t ReadA2D_2(const char* mac, int32_t target, int32_t adNumber, char* buffer,
                             int32_t size);
-ZANTH_API int32_t RspReadA2D_2(uint32_t rspid, const char* mac, int32_t target,
-                               int32_t adNumber);
+ZANTH_API int32_t RspReadA2D_2(uint32_t rspid, const char* mac, int32_t target, int32_t adNumber);
 
 /* Local settings. Each has one form with `mode` (0 reads, 1 sets; another mode gives -10002)
  * and forms with the mode fixed: GetX reads into the caller's output, SetX takes the value.
@@ -695,10 +692,9 @@ ZANTH_API int32_t GetLocalA2DLimits(const char* mac, int32_t adNumber, char* upp
 ZANTH_API int32_t SetLocalA2DLimits(const char* mac, int32_t adNumber, const char* upperHigh,
                                     const char* lowerHigh, const char* upperLow,
                                     const char* lowerLow);
-ZANTH_API int32_t RspLocalA2DLimits(uint32_t rspid, const char* mac, int32_t mode,
-                                    int32_t adNumber, const char* upperHigh,
-                                    const char* lowerHigh, const char* upperLow,
-                                    const char* lowerLow);
+ZANTH_API int32_t RspLocalA2DLimits(uint32_t rspid, const char* mac, int32_t mode, int32_t adNumber,
+                                    const char* upperHigh, const char* lowerHigh,
+                                    const char* upperLow, const char* lowerLow);
 ZANTH_API int32_t RspGetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber);
 ZANTH_API int32_t RspSetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber,
                                        const char* upperHigh, const char* lowerHigh,
@@ -925,11 +921,9 @@ ZANTH_API int32_t RspUploadCurrentMsgsByClassCode(uint32_t rspid, const char* ma
 ZANTH_API int32_t UploadAllMsgsByClassCode(const char* mac, int32_t classCode);
 ZANTH_API int32_t RspUploadAllMsgsByClassCode(uint32_t rspid, const char* mac, int32_t classCode);
 ZANTH_API int32_t UploadMsgsByMsgID(const char* mac, int32_t start, int32_t end);
-ZANTH_API int32_t RspUploadMsgsByMsgID(uint32_t rspid, const char* mac, int32_t start,
-                                       int32_t end);
+ZANTH_API int32_t RspUploadMsgsByMsgID(uint32_t rspid, const char* mac, int32_t start, int32_t end);
 ZANTH_API int32_t UploadCurrentMsgsByPriority(const char* mac, int32_t priority);
-ZANTH_API int32_t RspUploadCurrentMsgsByPriority(uint32_t rspid, const char* mac,
-                                                 int32_t priority);
+ZANTH_API int32_t RspUploadCurrentMsgsByPriority(uint32_t rspid, const char* mac, int32_t priority);
 ZANTH_API int32_t UploadAllMsgsByPriority(const char* mac, int32_t priority);
 ZANTH_API int32_t RspUploadAllMsgsByPriority(uint32_t rspid, const char* mac, int32_t priority);
 
@@ -1008,8 +1002,7 @@ ZANTH_API int32_t RspSendData(uint32_t rspid, const char* mac, const char* contr
  * (-10005), which also drops the link. */
 ZANTH_API int32_t FileStatus(const char* mac, int32_t mode, const char* path, char* permission,
                              int32_t size);
-ZANTH_API int32_t GetFileStatus(const char* mac, const char* path, char* permission,
-                                int32_t size);
+ZANTH_API int32_t GetFileStatus(const char* mac, const char* path, char* permission, int32_t size);
 ZANTH_API int32_t SetFileStatus(const char* mac, const char* path, const char* permission);
 ZANTH_API int32_t RspFileStatus(uint32_t rspid, const char* mac, int32_t mode, const char* path,
                                 const char* permission);

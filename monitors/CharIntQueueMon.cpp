@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "protocol/CommandRecord.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 

@@ -12,7 +12,7 @@
 namespace zanth {
 
 class CharIntQueueMon {
-public:
+  public:
     explicit CharIntQueueMon(const char* name);
     ~CharIntQueueMon();
 
@@ -25,7 +25,7 @@ public:
     void Remove(int32_t* tag, char* dest, int32_t dataSize, int32_t* error, int32_t* size);
     void Remove(int32_t* tag, char* dest, int32_t dataSize, int32_t* error);
 
-private:
+  private:
     struct Item {
         int32_t tag = 0;
         std::vector<char> block;

@@ -10,7 +10,7 @@
 namespace zanth {
 
 class CharQueueMon {
-public:
+  public:
     explicit CharQueueMon(const char* name);
     ~CharQueueMon();
 
@@ -24,7 +24,7 @@ public:
 
     const std::string& Name() const { return name_; }
 
-private:
+  private:
     std::mutex lock_;
     std::string name_;
     Queue<std::string> queue_;

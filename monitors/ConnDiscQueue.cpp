@@ -4,9 +4,9 @@
 
 #include "platform/File.h"
 #include "protocol/CommandRecord.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 

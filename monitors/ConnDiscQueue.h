@@ -10,7 +10,7 @@
 namespace zanth {
 
 class ConnDiscQueue {
-public:
+  public:
     explicit ConnDiscQueue(const char* name);
     ~ConnDiscQueue();
 
@@ -21,7 +21,7 @@ public:
     // connected byte and the time.
     void Remove(char* dest, int32_t dataSize, uint8_t* connected, int64_t* time, int32_t* error);
 
-private:
+  private:
     struct Item {
         std::string mac;
         uint8_t connected = 0;

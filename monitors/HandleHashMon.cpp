@@ -3,19 +3,18 @@
 #include <cerrno>
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "platform/Thread.h"
 #include "protocol/Codes.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 
-HandleHashMon::HandleHashMon(const char* name)
-    : HashTable<HandleEntry>(kBuckets), name_(name ? name : ""), workers_(10) {
+HandleHashMon::HandleHashMon(const char* name, ThreadHashMon& sendMon)
+    : HashTable<HandleEntry>(kBuckets), name_(name ? name : ""), sendMon_(sendMon), workers_(10) {
     msgBuffer_[0] = '\0';
 }
 
@@ -101,8 +100,8 @@ void HandleHashMon::PostWorkerMsg(const char* mac, uint32_t message, int32_t* re
     if (!platform::PostThreadMessage(entry->threadId, message)) {
         *result = kPostFailed;
         char text[kLogTextSize], text2[kLogTextSize];
-        FormatText(text, sizeof text, "[HandleHashMon::PostWorkerMsg] Error on PostThreadMessage mac=%s",
-                   mac);
+        FormatText(text, sizeof text,
+                   "[HandleHashMon::PostWorkerMsg] Error on PostThreadMessage mac=%s", mac);
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
         Log(name_.c_str(), kLogError, text, text2);
     }
@@ -144,8 +143,8 @@ void HandleHashMon::RemoveWorker(const char* mac, int32_t* error) {
 void HandleHashMon::RemoveWorkerOf(const char* mac, uint32_t threadId, int32_t* error) {
     std::lock_guard<std::mutex> g(lock_);
     bool removed = RemoveIf(
-        MessageUtil::MacHash(mac), [threadId](const HandleEntry& e) { return e.threadId == threadId; },
-        nullptr);
+        MessageUtil::MacHash(mac),
+        [threadId](const HandleEntry& e) { return e.threadId == threadId; }, nullptr);
     *error = removed ? 0 : kNoEntry;
 }
 
@@ -176,7 +175,7 @@ int32_t HandleHashMon::UnidentifiedCount() {
 
 // Entered with the mutex held: the order is workerMon before sendMon.
 void HandleHashMon::QueueTerminateFor(const char* mac) {
-    QueueCommand(record_, mac, 0, 0, msgBuffer_, "", "");
+    sendMon_.Queue(record_, mac, 0, 0, msgBuffer_, "", "");
 }
 
 void HandleHashMon::SendTerminateAll() {
@@ -188,14 +187,14 @@ void HandleHashMon::SendTerminateAll() {
     });
 }
 
-void HandleHashMon::SendTerminateInvalid() {
+void HandleHashMon::SendTerminateInvalid(ValidMon& validMon) {
     std::lock_guard<std::mutex> g(lock_);
     util_.BuildMessage(ZANTH_TERMINATE, "", 0, msgBuffer_, kMessageBufferSize);
-    ForEach([this](HandleEntry& e) {
+    ForEach([this, &validMon](HandleEntry& e) {
         // Contains raises the text it is given, so it gets a copy.
         std::string mac = e.name;
         uint8_t valid = 0;
-        if (validMon) validMon->Contains(mac.data(), &valid);
+        validMon.Contains(mac.data(), &valid);
         if (!valid) QueueTerminateFor(e.name.c_str());
         return true;
     });
@@ -209,8 +208,8 @@ void HandleHashMon::TerminateAll() {
             if (!platform::TerminateThread(entry.threadId)) {
                 char text2[kLogTextSize];
                 FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-                Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateAll] Error on TerminateThread (hash)",
-                    text2);
+                Log(name_.c_str(), kLogError,
+                    "[HandleHashMon::TerminateAll] Error on TerminateThread (hash)", text2);
             }
         }
     }
@@ -226,8 +225,24 @@ void HandleHashMon::TerminateByName(const char* mac) {
     if (!platform::TerminateThread(entry.threadId)) {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateByName] Error on TerminateThread", text2);
+        Log(name_.c_str(), kLogError, "[HandleHashMon::TerminateByName] Error on TerminateThread",
+            text2);
     }
+}
+
+void HandleHashMon::DropSilentWorker(const char* mac) {
+    if (mac == nullptr) return;
+    uint32_t worker = WorkerThreadOf(mac);
+    if (worker == 0) return;
+    int32_t postResult = 0;
+    PostWorkerMsg(mac, platform::WM_WORKER_KILL, &postResult);
+    platform::Sleep(5000);
+    // Only the Worker that was told to go loses its entry; one that has identified since stays.
+    int32_t error = 0;
+    RemoveWorkerOf(mac, worker, &error);
+    // Unlisted, it no longer answers for its MAC, and a controller that still hears its
+    // acknowledgements would never call again: woken, it ends its link at its next turn.
+    if (error == 0) platform::WakeThread(worker);
 }
 
 }  // namespace zanth

@@ -14,11 +14,15 @@
 
 namespace zanth {
 
+class ThreadHashMon;
+class ValidMon;
+
 class HandleHashMon : private HashTable<HandleEntry> {
-public:
+  public:
     static constexpr int32_t kBuckets = 19;
 
-    explicit HandleHashMon(const char* name);
+    // The terminate commands it queues go into `sendMon`.
+    HandleHashMon(const char* name, ThreadHashMon& sendMon);
     ~HandleHashMon();
 
     void AddUnidentified(uint32_t threadId);
@@ -44,24 +48,31 @@ public:
     void RemoveUnidentified(uint32_t threadId, const void* unused, int32_t* result);
     // Queues the terminate command for every registered MAC.
     void SendTerminateAll();
-    // Queues the terminate command for every registered MAC that is no longer valid.
-    void SendTerminateInvalid();
+    // Queues the terminate command for every registered MAC that is no longer valid in
+    // `validMon`, which is asked with this monitor's lock held (workerMon before validMon).
+    void SendTerminateInvalid(ValidMon& validMon);
     // Forced end of every registered Worker; anonymous entries are only cleared.
     void TerminateAll();
     // Forced end of one Worker; an absent MAC does nothing.
     void TerminateByName(const char* mac);
+    // What a caller whose wait for a reply ran out does to the MAC's Worker, if it has one: the
+    // Worker is told to go, and after 5 seconds its entry is removed (unless a newer Worker has
+    // taken the MAC meanwhile) and it is woken, so that it ends its link at its next turn and the
+    // controller calls again.
+    void DropSilentWorker(const char* mac);
 
     int32_t UnidentifiedCount();
     // What a library reset does to the monitor: it ends as its destructor ends it and starts
     // again empty under its name. Done in place, so that no thread ever meets a missing monitor.
     void Rebuild();
 
-private:
+  private:
     void Increase();
     void QueueTerminateFor(const char* mac);
 
     std::mutex lock_;
     std::string name_;
+    ThreadHashMon& sendMon_;
     std::vector<HandleEntry> workers_;
     int32_t size_ = 10;
     int32_t num_ = 0;

@@ -5,15 +5,19 @@
 
 #include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 
-HandleMon::HandleMon(const char* name) : name_(name ? name : "") { entries_.reserve(10); }
+HandleMon::HandleMon(const char* name) : name_(name ? name : "") {
+    entries_.reserve(10);
+}
 
-HandleMon::~HandleMon() { Log(name_.c_str(), kLogTrace, "[HandleMon::~HandleMon] HandleMon terminated"); }
+HandleMon::~HandleMon() {
+    Log(name_.c_str(), kLogTrace, "[HandleMon::~HandleMon] HandleMon terminated");
+}
 
 int32_t HandleMon::IndexOf(const char* name) const {
     for (size_t i = 0; i < entries_.size(); ++i) {
@@ -46,6 +50,12 @@ void HandleMon::Remove(const char* name, int32_t* index) {
 void HandleMon::IsTerminating(uint8_t* flag) {
     std::lock_guard<std::mutex> g(lock_);
     *flag = (terminate_ || unloading_) ? 1 : 0;
+}
+
+bool HandleMon::Terminating() {
+    uint8_t flag = 0;
+    IsTerminating(&flag);
+    return flag != 0;
 }
 
 void HandleMon::SetTerminating(uint8_t flag) {
@@ -101,7 +111,8 @@ void HandleMon::TerminateByName(const char* name) {
     if (!platform::TerminateThread(id)) {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-        Log(name_.c_str(), kLogError, "[HandleMon::TerminateByName] Error on TerminateThread", text2);
+        Log(name_.c_str(), kLogError, "[HandleMon::TerminateByName] Error on TerminateThread",
+            text2);
     }
     entries_.erase(entries_.begin() + i);
 }
@@ -112,7 +123,8 @@ void HandleMon::TerminateAll() {
         if (e.threadId != 0 && !platform::TerminateThread(e.threadId)) {
             char text2[kLogTextSize];
             FormatText(text2, sizeof text2, "Error code = %d", ESRCH);
-            Log(name_.c_str(), kLogError, "[HandleMon::TerminateByName] Error on TerminateThread", text2);
+            Log(name_.c_str(), kLogError, "[HandleMon::TerminateByName] Error on TerminateThread",
+                text2);
         }
     }
     entries_.clear();

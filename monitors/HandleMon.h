@@ -12,7 +12,7 @@
 namespace zanth {
 
 class HandleMon {
-public:
+  public:
     explicit HandleMon(const char* name);
     ~HandleMon();
 
@@ -21,6 +21,8 @@ public:
     // The entry's index, or -10021 when there is none; later entries move down.
     void Remove(const char* name, int32_t* index);
     void IsTerminating(uint8_t* flag);
+    // The same as a truth value: every library loop asks it.
+    bool Terminating();
     void SetTerminating(uint8_t flag);
     // 1 when the library terminates or the name is unknown; otherwise the entry's stop byte.
     void ShouldStop(const char* name, uint8_t* stop);
@@ -39,7 +41,7 @@ public:
     // The thread id registered under a name, or 0.
     uint32_t ThreadIdOf(const char* name);
 
-private:
+  private:
     int32_t IndexOf(const char* name) const;
 
     std::mutex lock_;

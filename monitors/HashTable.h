@@ -12,7 +12,7 @@ namespace zanth {
 
 template <class Value>
 class HashTable {
-public:
+  public:
     explicit HashTable(int32_t buckets) : buckets_(buckets > 0 ? buckets : 13) {}
 
     int32_t BucketCount() const { return static_cast<int32_t>(buckets_.size()); }
@@ -88,7 +88,7 @@ public:
         }
     }
 
-private:
+  private:
     struct Node {
         uint32_t key;
         Value value;

@@ -9,7 +9,7 @@ namespace zanth {
 
 template <class Item>
 class Queue {
-public:
+  public:
     static constexpr int32_t kCapacity = 10000;
 
     Queue() = default;
@@ -55,7 +55,7 @@ public:
 
     bool HasTail() const { return tail_ != nullptr; }
 
-private:
+  private:
     struct Node {
         Item item;
         Node* next;

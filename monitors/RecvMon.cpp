@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "platform/Thread.h"
 #include "stores/LogMon.h"
@@ -13,21 +12,8 @@ RecvMon::RecvMon(const char* name) : name_(name ? name : "") {
     std::memset(buffer_, 0, sizeof buffer_);
 }
 
-RecvMon::~RecvMon() { Log(name_.c_str(), kLogTrace, "[RecvMon::~RecvMon] RecvMon terminated"); }
-
-void RecvMon::DropWorker(const char* mac) {
-    if (!workerMon || mac == nullptr) return;
-    uint32_t worker = workerMon->WorkerThreadOf(mac);
-    if (worker == 0) return;
-    int32_t postResult = 0;
-    workerMon->PostWorkerMsg(mac, WM_WORKER_KILL, &postResult);
-    platform::Sleep(5000);
-    // Only the Worker that was told to go loses its entry; one that has identified since stays.
-    int32_t error = 0;
-    workerMon->RemoveWorkerOf(mac, worker, &error);
-    // Unlisted, it no longer answers for its MAC, and a controller that still hears its
-    // acknowledgements would never call again: woken, it ends its link at its next turn.
-    if (error == 0) platform::WakeThread(worker);
+RecvMon::~RecvMon() {
+    Log(name_.c_str(), kLogTrace, "[RecvMon::~RecvMon] RecvMon terminated");
 }
 
 // The clean-up of a failed wait: it frees the slot, so a reply parked meanwhile is lost and a
@@ -41,12 +27,12 @@ bool RecvMon::Fail(char* dest) {
     return false;
 }
 
-bool RecvMon::GetBuffer(char* dest, const char* mac) {
+bool RecvMon::GetBuffer(char* dest, const char* mac, HandleHashMon& workers) {
     for (;;) {
         uint32_t wait = waitTime_.load();
         if (!hRecv_.Lock(wait)) {
             Log(name_.c_str(), kLogTrace, "[RecvMon::GetBuffer] hRecv timeout");
-            DropWorker(mac);
+            workers.DropSilentWorker(mac);
             return Fail(dest);
         }
         if (!empty_) {
@@ -59,7 +45,7 @@ bool RecvMon::GetBuffer(char* dest, const char* mac) {
         hRecv_.Unlock();
         if (!bufferFull_.Wait(wait)) {
             Log(name_.c_str(), kLogTrace, "[RecvMon::GetBuffer] bufferFull timeout");
-            DropWorker(mac);
+            workers.DropSilentWorker(mac);
             return Fail(dest);
         }
     }

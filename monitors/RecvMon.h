@@ -12,17 +12,18 @@
 
 namespace zanth {
 
+class HandleHashMon;
+
 class RecvMon {
-public:
+  public:
     explicit RecvMon(const char* name);
     ~RecvMon();
 
     // Waits for a reply and copies all 4097 bytes of the slot into `dest`. False on a time-out,
     // with `dest` all zero; each of the two inner waits is bounded by the wait time. On a
-    // time-out the Worker of `mac`, if any, is told to go, and after 5 seconds its entry is
-    // removed and it is woken: it ends its link at its next turn, so that the controller calls
-    // again and gets a fresh Worker.
-    bool GetBuffer(char* dest, const char* mac);
+    // time-out the Worker of `mac` is dropped from `workers` first (HandleHashMon's
+    // DropSilentWorker), so that the controller calls again and gets a fresh Worker.
+    bool GetBuffer(char* dest, const char* mac, HandleHashMon& workers);
     // Parks 4097 bytes of `src`, waiting while an earlier reply lies unread. False only when a
     // Worker gives the wait up because it was killed or the library unloads.
     bool SetBuffer(const char* src);
@@ -34,8 +35,7 @@ public:
 
     bool SlotEmpty();
 
-private:
-    void DropWorker(const char* mac);
+  private:
     bool Fail(char* dest);
 
     platform::OwnedTimedMutex hRecv_;

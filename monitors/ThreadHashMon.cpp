@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "platform/Thread.h"
 #include "protocol/MessageUtil.h"
 #include "protocol/Result.h"
@@ -65,8 +64,9 @@ int32_t ThreadHashMon::CountFor(const char* mac) {
     return Count(MessageUtil::MacHash(mac));
 }
 
-int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
-                     const char* message, const char* gatewayPathFile, const char* pcPathFile) {
+int32_t ThreadHashMon::Queue(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                             const char* message, const char* gatewayPathFile,
+                             const char* pcPathFile) {
     record.rspfunc = rspfunc;
     record.rspid = rspid;
     // A chunk of a file is binary: the frame's own length, not its first NUL, says what it holds.
@@ -75,7 +75,7 @@ int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, in
     std::memcpy(record.message, message, length);
     CopyBounded(record.gatewayPathFile, gatewayPathFile, sizeof record.gatewayPathFile);
     CopyBounded(record.pcPathFile, pcPathFile, sizeof record.pcPathFile);
-    if (sendMon) sendMon->Put(record, mac);
+    Put(record, mac);
     return 0;
 }
 

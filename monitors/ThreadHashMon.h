@@ -30,16 +30,16 @@ class ThreadHashMon : private HashTable<std::unique_ptr<CommandRecord>> {
     void SetCollector(const char* mac, uint32_t threadId);
     void ClearCollector(const char* mac, uint32_t threadId);
 
+    // Queues a command for the MAC's Worker: everything is copied into the caller's `record`,
+    // which goes in here. `message` spans a whole message buffer (4097 bytes); a frame is copied
+    // by its header's length, so a binary payload arrives whole. Always 0.
+    int32_t Queue(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
+                  const char* message, const char* gatewayPathFile, const char* pcPathFile);
+
   private:
     std::mutex lock_;
     std::unordered_map<uint32_t, uint32_t> collectors_;
     std::string name_;
 };
-
-// Queues a command for the MAC's Worker: everything is copied into the caller's `record`, which
-// goes into sendMon. `message` spans a whole message buffer (4097 bytes); a frame is copied by
-// its header's length, so a binary payload arrives whole. Always 0.
-int32_t QueueCommand(CommandRecord& record, const char* mac, int32_t rspfunc, int32_t rspid,
-                     const char* message, const char* gatewayPathFile, const char* pcPathFile);
 
 }  // namespace zanth

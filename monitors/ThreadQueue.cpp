@@ -1,7 +1,7 @@
 #include "monitors/ThreadQueue.h"
 
-#include "stores/LogMon.h"
 #include "protocol/Result.h"
+#include "stores/LogMon.h"
 
 namespace zanth {
 
@@ -26,6 +26,8 @@ int32_t ThreadQueue::Remove(CommandRecord* dest) {
     return 0;
 }
 
-void ThreadQueue::SetName(const char* name) { name_ = name ? name : ""; }
+void ThreadQueue::SetName(const char* name) {
+    name_ = name ? name : "";
+}
 
 }  // namespace zanth

@@ -10,7 +10,7 @@
 namespace zanth {
 
 class ThreadQueue {
-public:
+  public:
     explicit ThreadQueue(const char* name);
     ~ThreadQueue();
 
@@ -21,7 +21,7 @@ public:
     void SetName(const char* name);
     const std::string& Name() const { return name_; }
 
-private:
+  private:
     std::string name_;
     Queue<CommandRecord*> queue_;
 };

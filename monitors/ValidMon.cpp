@@ -6,15 +6,17 @@
 #include <string_view>
 
 #include "protocol/MessageUtil.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 
 ValidMon::ValidMon(const char* name) : name_(name ? name : "") {}
 
-ValidMon::~ValidMon() { Log(name_.c_str(), kLogTrace, "[ValidMon::~ValidMon] ValidMon terminated"); }
+ValidMon::~ValidMon() {
+    Log(name_.c_str(), kLogTrace, "[ValidMon::~ValidMon] ValidMon terminated");
+}
 
 void ValidMon::SetList(const char* text) {
     std::lock_guard<std::mutex> g(lock_);
@@ -24,7 +26,8 @@ void ValidMon::SetList(const char* text) {
     char* state = nullptr;
     for (char* item = Tokenize(copy.data(), ",", &state); item != nullptr;
          item = Tokenize(nullptr, ",", &state)) {
-        for (char* p = item; *p; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+        for (char* p = item; *p; ++p)
+            *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
         MessageUtil::TrimSpaces(item);
         if (std::strcmp(item, "ALL") == 0) {
             all_ = 1;
@@ -72,7 +75,8 @@ void ValidMon::Contains(char* mac, uint8_t* flag) {
         return;
     }
     if (mac == nullptr) return;
-    for (char* p = mac; *p; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+    for (char* p = mac; *p; ++p)
+        *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
     // Compared as views: the test runs on every command and allocates nothing.
     *flag = std::binary_search(macs_.begin(), macs_.end(), std::string_view(mac),
                                [](std::string_view a, std::string_view b) { return a < b; })

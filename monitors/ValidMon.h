@@ -9,7 +9,7 @@
 namespace zanth {
 
 class ValidMon {
-public:
+  public:
     explicit ValidMon(const char* name);
     ~ValidMon();
 
@@ -24,7 +24,7 @@ public:
 
     int32_t Count();
 
-private:
+  private:
     std::mutex lock_;
     std::string name_;
     std::vector<std::string> macs_;

@@ -8,7 +8,7 @@
 namespace zanth {
 
 class BigString : public StringCallbackThread<4098, 4117, false> {
-public:
+  public:
     using StringCallbackThread::StringCallbackThread;
     ~BigString() { Leave("[BigString::~BigString] big string thread terminated"); }
 };

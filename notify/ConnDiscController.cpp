@@ -2,9 +2,7 @@
 
 #include <cstring>
 
-#include "monitors/Globals.h"
-#include "monitors/ConnDiscQueue.h"
-#include "monitors/HandleMon.h"
+#include "monitors/Monitors.h"
 #include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/Text.h"
@@ -12,13 +10,15 @@
 
 namespace zanth {
 
-ConnDiscController::ConnDiscController(const char* name) : name_(name ? name : "") {
+ConnDiscController::ConnDiscController(const char* name, Monitors& monitors)
+    : name_(name ? name : ""), monitors_(monitors) {
     std::memset(delivery_, 0, sizeof delivery_);
 }
 
 ConnDiscController::~ConnDiscController() {
     { std::lock_guard<std::mutex> g(lock_); }
-    Log(name_.c_str(), kLogTrace, "[ConnDiscController::~ConnDiscController] ConnDiscController terminated");
+    Log(name_.c_str(), kLogTrace,
+        "[ConnDiscController::~ConnDiscController] ConnDiscController terminated");
 }
 
 int32_t ConnDiscController::SetConnectedCallback(ZanthConnectionCallback callback) {
@@ -45,13 +45,13 @@ void ConnDiscController::StartWorkerThread() {
     platform::ThreadId id = 0;
     int error = platform::CreateThread([this] { Run(); }, &id, true);
     if (error == 0) {
-        handleMon->Add("connDiscController", id);
+        monitors_.handleMon->Add("connDiscController", id);
         platform::ResumeThread(id);
     } else {
         char text2[kLogTextSize];
         FormatText(text2, sizeof text2, "Error code = %d", error);
-        Log(name_.c_str(), kLogError, "[ConnDiscController::StartWorkerThread] Error on CreateThread",
-            text2);
+        Log(name_.c_str(), kLogError,
+            "[ConnDiscController::StartWorkerThread] Error on CreateThread", text2);
     }
 }
 
@@ -68,13 +68,13 @@ void ConnDiscController::Run() {
     for (;;) {
         platform::Sleep(200);
         int32_t length = 0;
-        connDiscQueue->Length(&length);
+        monitors_.connDiscQueue->Length(&length);
         if (length > 0) {
             uint8_t connected = 0;
             int64_t time = 0;
             int32_t error = 0;
             std::memset(mac, 0, sizeof mac);
-            connDiscQueue->Remove(mac, 140, &connected, &time, &error);
+            monitors_.connDiscQueue->Remove(mac, 140, &connected, &time, &error);
             if (error == 0) {
                 // A notice whose callback isn't registered is consumed and gone.
                 ZanthConnectionCallback callback = nullptr;
@@ -88,7 +88,7 @@ void ConnDiscController::Run() {
             }
         }
         uint8_t stop = 0;
-        handleMon->ShouldStop("connDiscController", &stop);
+        monitors_.handleMon->ShouldStop("connDiscController", &stop);
         if (stop) return;
     }
 }

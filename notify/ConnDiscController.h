@@ -11,22 +11,27 @@
 
 namespace zanth {
 
+struct Monitors;
+
 class ConnDiscController {
-public:
-    explicit ConnDiscController(const char* name);
+  public:
+    // The thread takes its notices from the monitors' connDiscQueue, which the context builds
+    // after this object: it is looked up only once the thread runs.
+    ConnDiscController(const char* name, Monitors& monitors);
     ~ConnDiscController();
 
     // Stores the callback, starts the thread if it hasn't been started, sets the flag. Always 0.
     int32_t SetConnectedCallback(ZanthConnectionCallback callback);
     int32_t SetDisconnectedCallback(ZanthConnectionCallback callback);
 
-private:
+  private:
     void StartWorkerThread();
     void Run();
     void Deliver(ZanthConnectionCallback callback, const char* mac);
 
     std::mutex lock_;
     std::string name_;
+    Monitors& monitors_;
     // Read by the thread without the mutex, which only serialises registrations.
     std::atomic<bool> connectedSet_{false};
     std::atomic<bool> disconnectedSet_{false};

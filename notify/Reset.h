@@ -10,13 +10,16 @@
 
 namespace zanth {
 
+struct Monitors;
+class ResetMon;
+
 class Reset {
-public:
-    Reset(void* parentWindow, void* instance);
+  public:
+    Reset(void* parentWindow, void* instance, Monitors& monitors, ResetMon& resetMon);
     ~Reset();
     void Run();
 
-private:
+  private:
     // Tears down every Worker and the listener, blanks the valid list, rebuilds workerMon and
     // sets the terminate byte, so that every library thread leaves.
     void ResetDLL();
@@ -27,6 +30,8 @@ private:
     char name_[8];
     void* parentWindow_;
     void* instance_;
+    Monitors& monitors_;
+    ResetMon& resetMon_;
     int32_t result_ = 0;
     int32_t rspid_ = 0;
     char mac_[kMacSize];
@@ -36,9 +41,9 @@ private:
     char logText_[kLogTextSize];
 };
 
-// The reset exports, which talk to the Reset thread and not to Master.
-int32_t ResetDLL();
-int32_t ResetThread(const char* mac);
-int32_t RspResetThread(int32_t rspid, const char* mac);
+// The reset exports, which talk to the Reset thread through `resetMon` and not to Master.
+int32_t ResetDLL(ResetMon& resetMon);
+int32_t ResetThread(ResetMon& resetMon, const char* mac);
+int32_t RspResetThread(ResetMon& resetMon, int32_t rspid, const char* mac);
 
 }  // namespace zanth

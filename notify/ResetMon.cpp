@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "monitors/CharIntQueueMon.h"
-#include "monitors/Globals.h"
 #include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
@@ -15,22 +14,12 @@ constexpr uint32_t kStepMilliseconds = 1000;
 
 }  // namespace
 
-ResetMon::ResetMon(const char* name)
-    : handles_(std::make_unique<Handles>()), hResetDLL_(handles_->hResetDLL),
-      resetDLLEvent_(handles_->resetDLLEvent) {
+ResetMon::ResetMon(const char* name) {
     CopyBounded(name_, name ? name : "", sizeof name_);
     resetQueue_ = std::make_unique<CharIntQueueMon>("resetQueue");
-    resetMon = this;
 }
 
 ResetMon::~ResetMon() {
-    // It goes before Master on unload, while the Reset thread may still use it.
-    if (!StopLibraryThreads()) {
-        (void)handles_.release();
-        (void)resetQueue_.release();
-        return;
-    }
-    if (resetMon == this) resetMon = nullptr;
     resetQueue_.reset();
     Log(name_, kLogTrace, "[ResetMon::~ResetMon] ResetMon terminated");
 }

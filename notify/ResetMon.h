@@ -1,12 +1,14 @@
 #pragma once
 // The meeting point of the reset exports and the Reset thread: requests go in through its queue,
-// completion comes out through its event and the stored thread reset result. It lives for the
-// whole process, apart from the other monitors, so a reset can rebuild those around it.
+// completion comes out through its event and the stored thread reset result. It is the last
+// object the library's context builds and the first it takes down.
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
 #include "platform/Sync.h"
+#include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
 
 namespace zanth {
@@ -14,10 +16,9 @@ namespace zanth {
 class CharIntQueueMon;
 
 class ResetMon {
-public:
+  public:
     static constexpr int32_t kDefaultResetTime = 300000;
 
-    // The one ResetMon of the library registers itself as the global resetMon.
     explicit ResetMon(const char* name);
     ~ResetMon();
     ResetMon(const ResetMon&) = delete;
@@ -36,15 +37,14 @@ public:
     void GetThreadResetResult(int32_t* value);
     void SetThreadResetResult(const int32_t* value);
 
-private:
-    // Held apart so that an unload whose threads didn't end can leave them to those threads.
-    struct Handles {
-        platform::OwnedTimedMutex hResetDLL;
-        platform::AutoResetEvent resetDLLEvent;
-    };
-    std::unique_ptr<Handles> handles_;
-    platform::OwnedTimedMutex& hResetDLL_;
-    platform::AutoResetEvent& resetDLLEvent_;
+    // The Reset thread that takes the requests, as Initialization started it; 0 before.
+    void SetResetThread(platform::ThreadId id) { resetThread_.store(id); }
+    platform::ThreadId ResetThread() const { return resetThread_.load(); }
+
+  private:
+    platform::OwnedTimedMutex hResetDLL_;
+    platform::AutoResetEvent resetDLLEvent_;
+    std::atomic<platform::ThreadId> resetThread_{0};
     char name_[32];
     int32_t resetTime_ = kDefaultResetTime;
     int32_t threadResetResult_ = 0;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"
@@ -12,7 +11,8 @@
 
 namespace zanth {
 
-Response::Response(ZanthResponseCallback callback) : callback_(callback) {
+Response::Response(ZanthResponseCallback callback, HandleMon& handles, CharIntQueueMon& responses)
+    : callback_(callback), handles_(handles), responses_(responses) {
     CopyBounded(name_, "response", sizeof name_);
     std::memset(raw_, 0, sizeof raw_);
     std::memset(&delivery_, 0, sizeof delivery_);
@@ -20,8 +20,8 @@ Response::Response(ZanthResponseCallback callback) : callback_(callback) {
 
 Response::~Response() {
     uint8_t stop = 0;
-    handleMon->ShouldStop(name_, &stop);
-    if (!stop) handleMon->RemoveIfThread(name_, platform::CurrentThreadId());
+    handles_.ShouldStop(name_, &stop);
+    if (!stop) handles_.RemoveIfThread(name_, platform::CurrentThreadId());
     Log(name_, kLogTrace, "[Response::~Response] Response thread terminated");
 }
 
@@ -29,7 +29,7 @@ void Response::Run() {
     for (;;) {
         DrainPass();
         uint8_t stop = 0;
-        handleMon->ShouldStop(name_, &stop);
+        handles_.ShouldStop(name_, &stop);
         if (stop) return;
         platform::Sleep(200);
     }
@@ -41,7 +41,7 @@ void Response::DrainPass() {
     int32_t error = 0;
     int32_t size = 0;
     for (;;) {
-        responseMon->Remove(&rspid_, raw_, sizeof raw_, &error, &size);
+        responses_.Remove(&rspid_, raw_, sizeof raw_, &error, &size);
         if (error < 0) return;
         delivery_.rspid = rspid_;
         std::memset(delivery_.text, 0, sizeof delivery_.text);

@@ -8,17 +8,23 @@
 
 namespace zanth {
 
+class CharIntQueueMon;
+class HandleMon;
+
 class Response {
-public:
-    explicit Response(ZanthResponseCallback callback);
+  public:
+    // Drains `responses` into `callback`; registered in `handles` as "response".
+    Response(ZanthResponseCallback callback, HandleMon& handles, CharIntQueueMon& responses);
     ~Response();
     void Run();
 
-private:
+  private:
     void DrainPass();
 
     char name_[16];
     ZanthResponseCallback callback_;
+    HandleMon& handles_;
+    CharIntQueueMon& responses_;
     int32_t rspid_ = 0;
     char raw_[kRecordMessageSize];
     ZanthResponse delivery_;

@@ -7,7 +7,7 @@
 namespace zanth {
 
 class SmallString : public StringCallbackThread<141, 140, true> {
-public:
+  public:
     using StringCallbackThread::StringCallbackThread;
     ~SmallString() { Leave("[SmallString::~SmallString] small string thread terminated"); }
 };

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/HandleMon.h"
 #include "platform/Thread.h"
@@ -21,13 +20,15 @@ struct CallbackStart {
     char name[21];
     ZanthTextCallback callback;
     CharQueueMon* queue;
+    // Where the thread is registered under its name, and learns to stop.
+    HandleMon* handles;
 };
 
 template <int32_t RawSize, int32_t DeliverySize, bool Terminate>
 class StringCallbackThread {
-public:
+  public:
     explicit StringCallbackThread(const CallbackStart& start)
-        : callback_(start.callback), queue_(start.queue) {
+        : callback_(start.callback), queue_(start.queue), handles_(start.handles) {
         std::memcpy(name_, start.name, sizeof name_);
         name_[sizeof name_ - 1] = '\0';
         std::memset(raw_, 0, sizeof raw_);
@@ -38,7 +39,7 @@ public:
         for (;;) {
             DrainPass();
             uint8_t stop = 0;
-            handleMon->ShouldStop(name_, &stop);
+            handles_->ShouldStop(name_, &stop);
             if (stop) return;
             platform::Sleep(1000);
         }
@@ -46,17 +47,17 @@ public:
 
     const char* Name() const { return name_; }
 
-protected:
+  protected:
     // At its end a thread keeps its registration while it is told to stop (the next
     // registration removes it); if it is no longer told to, it removes its own entry.
     void Leave(const char* text) {
         uint8_t stop = 0;
-        handleMon->ShouldStop(name_, &stop);
-        if (!stop) handleMon->RemoveIfThread(name_, platform::CurrentThreadId());
+        handles_->ShouldStop(name_, &stop);
+        if (!stop) handles_->RemoveIfThread(name_, platform::CurrentThreadId());
         Log(name_, kLogTrace, text);
     }
 
-private:
+  private:
     // One pass over the queue: every item, until it is empty or the callback returns below 0.
     // An item too long for the raw text is lost in the queue (logged there) and the former text
     // is delivered again in its place.
@@ -78,6 +79,7 @@ private:
     char name_[21];
     ZanthTextCallback callback_;
     CharQueueMon* queue_;
+    HandleMon* handles_;
     // One byte more than the sizes, for the terminator the queue writes after the longest text.
     char raw_[RawSize + 1];
     // The delivered text area, plus a terminator that no host should need but none can overrun.

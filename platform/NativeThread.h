@@ -9,7 +9,7 @@
 namespace platform {
 
 class NativeThread {
-public:
+  public:
     NativeThread() = default;
     NativeThread(const NativeThread&) = delete;
     NativeThread& operator=(const NativeThread&) = delete;
@@ -22,7 +22,7 @@ public:
     bool Joinable() const { return started_; }
     void Join();
 
-private:
+  private:
     uint64_t handle_ = 0;
     bool started_ = false;
 };

@@ -15,13 +15,13 @@ constexpr uint32_t kInfinite = 0xFFFFFFFFu;
 
 // Set wakes one waiter (or the next one to wait) and clears itself on that wake.
 class AutoResetEvent {
-public:
+  public:
     void Set();
     void Reset();
     // True when signalled, false when the time ran out. kInfinite waits without limit.
     bool Wait(uint32_t milliseconds);
 
-private:
+  private:
     std::mutex lock_;
     std::condition_variable cv_;
     bool signalled_ = false;
@@ -32,14 +32,14 @@ private:
 // they came: a thread that releases and at once takes it again (a waiting loop in steps) queues
 // behind the others instead of starving them, whatever the system's scheduler favours.
 class OwnedTimedMutex {
-public:
+  public:
     // True when the mutex was taken within the time. kInfinite waits without limit.
     bool Lock(uint32_t milliseconds = kInfinite);
     // Releases only when the calling thread owns the mutex; false otherwise.
     bool Unlock();
     bool OwnedByMe() const;
 
-private:
+  private:
     // A flag under a plain mutex: the timed wait is a condition variable's, which every tool
     // (ThreadSanitizer included) understands.
     mutable std::mutex lock_;

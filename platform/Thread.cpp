@@ -22,7 +22,7 @@ struct ThreadState {
     bool open = true;
     std::atomic<bool> killed{false};
     std::function<void()> killHook;
-    bool finished = false;  // guarded by the registry lock
+    bool finished = false;   // guarded by the registry lock
     bool suspended = false;  // guarded by `lock`
     // Keeps wake-ups until the thread waits; closed once the thread has ended. Signalled and
     // closed under `lock`; waited on without it, only by the thread itself.
@@ -64,7 +64,9 @@ Registry& TheRegistry() {
 thread_local std::shared_ptr<ThreadState> self;
 
 // Called with the state's lock held.
-void Wake(ThreadState& state) { state.waker.Signal(); }
+void Wake(ThreadState& state) {
+    state.waker.Signal();
+}
 
 std::shared_ptr<ThreadState> Find(ThreadId id) {
     Registry& r = TheRegistry();
@@ -124,7 +126,9 @@ void ResumeThread(ThreadId id) {
     state->arrived.notify_all();
 }
 
-ThreadId CurrentThreadId() { return self ? self->id : 0; }
+ThreadId CurrentThreadId() {
+    return self ? self->id : 0;
+}
 
 bool PostThreadMessage(ThreadId id, uint32_t message) {
     auto state = Find(id);
@@ -196,7 +200,9 @@ void WaitForSocketOrWake(SocketHandle socket, int timeoutMs) {
     self->waker.Wait(socket, timeoutMs);
 }
 
-bool ThisThreadKilled() { return self && self->killed.load(); }
+bool ThisThreadKilled() {
+    return self && self->killed.load();
+}
 
 void SetKillHook(std::function<void()> hook) {
     if (!self) return;
@@ -227,7 +233,9 @@ void EndUnload() {
     r.unloading = false;
 }
 
-bool Unloading() { return TheRegistry().unloading.load(); }
+bool Unloading() {
+    return TheRegistry().unloading.load();
+}
 
 void ReapFinishedThreads() {
     Registry& r = TheRegistry();

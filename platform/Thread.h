@@ -14,6 +14,14 @@ namespace platform {
 
 using ThreadId = uint32_t;
 
+// The thread messages the library posts to its own threads.
+constexpr uint32_t WSA_ASYNC = 1101;
+constexpr uint32_t TERM_MSG = 1103;        // the Listener and the Reset thread end
+constexpr uint32_t WM_WORKER_KILL = 1104;  // a Worker that lost its link or its caller
+constexpr uint32_t RESET_MSG = 1105;       // the Reset thread: ResetDLL
+constexpr uint32_t KILL_MSG = 1106;        // ResetThread
+constexpr uint32_t RKILL_MSG = 1107;       // RspResetThread
+
 // Starts a library thread that runs `body`. Returns 0 and stores the new id (never 0), or the
 // system's error number when no thread could be made. The thread's mailbox exists before this
 // returns, so a post right after creation reaches it. `stackBytes` 0 takes the system's

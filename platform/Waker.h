@@ -11,7 +11,7 @@
 namespace platform {
 
 class Waker {
-public:
+  public:
     Waker();
     ~Waker();
     Waker(const Waker&) = delete;
@@ -25,7 +25,7 @@ public:
     // Releases the system object; later Signals and Waits do nothing.
     void Close();
 
-private:
+  private:
     intptr_t handle_;
     // The second event of the Windows side; the POSIX side has no use for it.
     [[maybe_unused]] intptr_t socketEvent_ = 0;

@@ -7,8 +7,8 @@
 
 #include "platform/Socket.h"
 #include "protocol/Codes.h"
-#include "protocol/Text.h"
 #include "protocol/Result.h"
+#include "protocol/Text.h"
 
 namespace zanth {
 namespace {
@@ -16,8 +16,8 @@ namespace {
 const char* FindName(int32_t code) {
     const CodeRow* begin = kCodeTable;
     const CodeRow* end = kCodeTable + kCodeTableSize;
-    const CodeRow* row = std::lower_bound(
-        begin, end, code, [](const CodeRow& r, int32_t c) { return r.code < c; });
+    const CodeRow* row =
+        std::lower_bound(begin, end, code, [](const CodeRow& r, int32_t c) { return r.code < c; });
     return (row != end && row->code == code) ? row->name : nullptr;
 }
 
@@ -36,15 +36,15 @@ struct HeaderFields {
     }
 };
 
-constexpr int32_t kPunchThrough[] = {5,  6,  7,  14, 15, 18, 19, 22,  23,  24,  25,  26,  45, 46,
-                                     54, 55, 56, 57, 67, 69, 70, 71,  73,  75,  76,  77,  78, 79,
-                                     80, 81, 82, 83, 84, 87, 88, 89,  92,  93,  94,  95,  96, 97,
-                                     98, 99, 100, 101, 102, 103, 104, 105, 107, 108, 109, 150, 151};
+constexpr int32_t kPunchThrough[] = {
+    5,  6,  7,  14, 15, 18, 19,  22,  23,  24,  25,  26,  45,  46,  54,  55,  56, 57, 67,
+    69, 70, 71, 73, 75, 76, 77,  78,  79,  80,  81,  82,  83,  84,  87,  88,  89, 92, 93,
+    94, 95, 96, 97, 98, 99, 100, 101, 102, 103, 104, 105, 107, 108, 109, 150, 151};
 static_assert(sizeof kPunchThrough / sizeof kPunchThrough[0] == 55, "55 punch-through codes");
 
 }  // namespace
 
-MessageUtil::MessageUtil() {
+MessageUtil::MessageUtil(Cipher* cipher) : cipher_(cipher) {
     unknownName_[0] = '\0';
     parsedName_[0] = '\0';
 }
@@ -162,7 +162,8 @@ void MessageUtil::SocketErrorText(int error, char* out, size_t outSize) {
 char* MessageUtil::TrimSpaces(char* text) {
     size_t lead = 0;
     while (text[lead] == ' ') ++lead;
-    if (lead > 0 && text[lead] != '\0') std::memmove(text, text + lead, std::strlen(text + lead) + 1);
+    if (lead > 0 && text[lead] != '\0')
+        std::memmove(text, text + lead, std::strlen(text + lead) + 1);
     size_t n = std::strlen(text);
     while (n > 0 && text[n - 1] == ' ') text[--n] = '\0';
     return text;
@@ -192,10 +193,11 @@ int32_t MessageUtil::EncryptMessage(const char* plain, int32_t plainLen, char* o
                                     int32_t* outLen, const unsigned char* key) {
     if (outSize > 0) std::memset(out, 0, static_cast<size_t>(outSize));
     if (outSize <= kEncryptedHeaderSize) return kTooLarge;
+    if (cipher_ == nullptr) return kCipherFailed;
     int32_t cipherLen = 0;
-    int32_t rc = crypto_.Encrypt(reinterpret_cast<const unsigned char*>(plain), plainLen,
-                                 reinterpret_cast<unsigned char*>(out + kEncryptedHeaderSize),
-                                 outSize - kEncryptedHeaderSize, &cipherLen, key);
+    int32_t rc = cipher_->Encrypt(reinterpret_cast<const unsigned char*>(plain), plainLen,
+                                  reinterpret_cast<unsigned char*>(out + kEncryptedHeaderSize),
+                                  outSize - kEncryptedHeaderSize, &cipherLen, key);
     if (rc < 0) return kCipherFailed;
     // The length field has four digits, and the cipher text must lie inside the buffer.
     if (cipherLen < 0 || cipherLen > outSize - kEncryptedHeaderSize ||
@@ -215,11 +217,12 @@ int32_t MessageUtil::DecryptMessage(const char* frame, int32_t frameLen, char* p
     int32_t cipherLen = ParseEncryptedLength(frame, frameLen);
     if (cipherLen < 0) return cipherLen;
     if (cipherLen > frameLen - kEncryptedHeaderSize || plainSize < 1) return kCipherFailed;
+    if (cipher_ == nullptr) return kCipherFailed;
     int32_t length = 0;
     // One byte of the room stays for the terminator.
-    int32_t rc = crypto_.Decrypt(reinterpret_cast<const unsigned char*>(frame + kEncryptedHeaderSize),
-                                 cipherLen, reinterpret_cast<unsigned char*>(plainOut),
-                                 plainSize - 1, &length, key);
+    int32_t rc = cipher_->Decrypt(
+        reinterpret_cast<const unsigned char*>(frame + kEncryptedHeaderSize), cipherLen,
+        reinterpret_cast<unsigned char*>(plainOut), plainSize - 1, &length, key);
     if (rc < 0 || length < 0 || length > plainSize - 1) return kCipherFailed;
     plainOut[length] = '\0';
     *plainLen = length;
@@ -229,9 +232,13 @@ int32_t MessageUtil::DecryptMessage(const char* frame, int32_t frameLen, char* p
 int32_t MessageUtil::GenerateKey(const char* identifyMessage, const char* seed,
                                  unsigned char* keyOut, int32_t keySize) {
     std::memset(keyOut, 0, static_cast<size_t>(keySize));
-    return crypto_.GenerateKey(identifyMessage, seed, keyOut, keySize);
+    if (cipher_ == nullptr) return kCipherFailed;
+    return cipher_->GenerateKey(identifyMessage, seed, keyOut, keySize);
 }
 
-int32_t MessageUtil::GetBufferSize(int32_t* size) { return crypto_.GetEncryptedBufferSize(size); }
+int32_t MessageUtil::GetBufferSize(int32_t* size) {
+    if (cipher_ == nullptr) return kCipherFailed;
+    return cipher_->GetEncryptedBufferSize(size);
+}
 
 }  // namespace zanth

@@ -1,6 +1,7 @@
 #pragma once
 // Builds, recognises and takes apart the wire's messages. Each owner (Master, every Worker, the
-// Listener, some monitors) holds its own: the object has scratch fields and its owner's Crypto.
+// Listener, some monitors) holds its own: the object has scratch fields, and on an encrypted
+// link its owner's cipher.
 //
 // Clear frame: "%04d;%04d;" (code, total length including the 10-byte header), then the payload.
 // Encrypted frame: "%04d;" (total length including the 5-byte header), then cipher text whose
@@ -9,14 +10,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "protocol/Cipher.h"
 #include "protocol/CommandRecord.h"
-#include "security/Crypto.h"
 
 namespace zanth {
 
 class MessageUtil {
-public:
-    MessageUtil();
+  public:
+    // Without a cipher (an owner that never sees an encrypted link) the encrypted frames and
+    // the key are refused with -10022, as when the cipher plugin is missing.
+    explicit MessageUtil(Cipher* cipher = nullptr);
     MessageUtil(const MessageUtil&) = delete;
     MessageUtil& operator=(const MessageUtil&) = delete;
 
@@ -62,12 +65,10 @@ public:
                         int32_t keySize);
     int32_t GetBufferSize(int32_t* size);
 
-    Crypto& GetCrypto() { return crypto_; }
-
-private:
+  private:
     char unknownName_[48];
     char parsedName_[64];
-    Crypto crypto_;
+    Cipher* cipher_;
 };
 
 }  // namespace zanth

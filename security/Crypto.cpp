@@ -1,10 +1,10 @@
 #include "security/Crypto.h"
 
 #include "platform/Library.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "security/EncryptionPlugin.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 

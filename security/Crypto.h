@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/Library.h"
+#include "protocol/Cipher.h"
 #include "protocol/CommandRecord.h"
 
 namespace zanth {
@@ -13,23 +14,24 @@ namespace zanth {
 constexpr const char* kEncryptionLibrary = platform::kCipherLibraryFile;
 constexpr const char* kEncryptionLibraryLogName = platform::kCipherLibraryLogName;
 
-class Crypto {
-public:
+class Crypto final : public Cipher {
+  public:
     Crypto();
     ~Crypto();
     Crypto(const Crypto&) = delete;
     Crypto& operator=(const Crypto&) = delete;
 
     int32_t Encrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
-                    int32_t* outLen, const unsigned char* key);
+                    int32_t* outLen, const unsigned char* key) override;
     int32_t Decrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
-                    int32_t* outLen, const unsigned char* key);
+                    int32_t* outLen, const unsigned char* key) override;
     // 0 with the size stored, or -10022; the entry point's return value is the size itself.
-    int32_t GetEncryptedBufferSize(int32_t* size);
-    int32_t GenerateKey(const char* text1, const char* text2, unsigned char* key, int32_t keySize);
+    int32_t GetEncryptedBufferSize(int32_t* size) override;
+    int32_t GenerateKey(const char* text1, const char* text2, unsigned char* key,
+                        int32_t keySize) override;
     int32_t GetVersion(char* buffer, int32_t size);
 
-private:
+  private:
     // Loads the library if needed and finds `entry`; null (logged, -10022 in result_) on failure.
     void* Resolve(const char* method, const char* entry);
 

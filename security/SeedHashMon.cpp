@@ -1,8 +1,9 @@
 #include "security/SeedHashMon.h"
 
+#include <strings.h>
+
 #include <cstdio>
 #include <cstring>
-#include <strings.h>
 
 #include "platform/File.h"
 #include "protocol/CommandRecord.h"

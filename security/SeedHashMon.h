@@ -13,7 +13,7 @@
 namespace zanth {
 
 class SeedHashMon : private HashTable<std::string> {
-public:
+  public:
     static constexpr int32_t kBuckets = 127;
     static constexpr const char* kFileName = "zanth.txt";
 
@@ -29,7 +29,7 @@ public:
 
     const std::string& Path() const { return path_; }
 
-private:
+  private:
     void Add(const char* key, const char* seed);
     void Clear();
 

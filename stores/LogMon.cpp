@@ -1,15 +1,20 @@
 #include "stores/LogMon.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
-#include "monitors/Globals.h"
 #include "platform/File.h"
 #include "protocol/Text.h"
+#include "zanth_version.h"
 
 namespace zanth {
 namespace {
+
+// Set before the library's threads start and cleared after they have ended; atomic all the same,
+// for the tests that build a log of their own beside running threads.
+std::atomic<LogMon*> libraryLog{nullptr};
 
 // Keeps only the bytes 32 to 126, at most 200 of them.
 void Filter(const char* in, char* out, size_t outSize) {
@@ -23,9 +28,9 @@ void Filter(const char* in, char* out, size_t outSize) {
 
 }  // namespace
 
-LogMon::LogMon(const char* name) : name_(name ? name : "") {
+LogMon::LogMon(const char* name, const char* folder) : name_(name ? name : "") {
     line_[0] = line2_[0] = '\0';
-    Start();
+    Start(folder);
 }
 
 LogMon::~LogMon() {
@@ -33,25 +38,25 @@ LogMon::~LogMon() {
     WriteLine(0, name_.c_str(), "End", "", false);
 }
 
-void LogMon::Start() {
-    std::string folder = (logFolder && logFolder[0]) ? std::string(logFolder) : std::string();
-    backupPath_ = folder + "ZanthMessages.bak";
-    logPath_ = folder + "ZanthMessages.log";
+void LogMon::Start(const char* folder) {
+    const std::string in = folder ? folder : "";
+    backupPath_ = in + "ZanthMessages.bak";
+    logPath_ = in + "ZanthMessages.log";
     // Two generations: the former load's log becomes the backup.
     if (platform::FileExists(logPath_.c_str())) {
         platform::CopyFile(logPath_.c_str(), backupPath_.c_str());
         platform::DeleteFile(logPath_.c_str());
     }
     char start[64];
-    FormatText(start, sizeof start, "Start Zanth DLL version %s", kLibraryVersion);
+    FormatText(start, sizeof start, "Start Zanth DLL version %s", ZANTH_VERSION_TEXT);
     WriteLine(0, name_.c_str(), start, "", false);
 }
 
-void LogMon::Restart(const char* name) {
+void LogMon::Restart(const char* name, const char* folder) {
     std::lock_guard<std::mutex> g(lock_);
     WriteLine(0, name_.c_str(), "End", "", false);
     name_ = name ? name : "";
-    Start();
+    Start(folder);
 }
 
 void LogMon::Log(const char* source, int32_t level, const char* text1, const char* text2,
@@ -105,8 +110,16 @@ std::string LogMon::BackupPath() {
     return backupPath_;
 }
 
+void SetLibraryLog(LogMon* log) {
+    libraryLog.store(log);
+}
+
+LogMon* LibraryLog() {
+    return libraryLog.load();
+}
+
 void Log(const char* source, int32_t level, const char* text1, const char* text2, bool filter) {
-    if (logmon) logmon->Log(source, level, text1, text2, filter);
+    if (LogMon* log = libraryLog.load()) log->Log(source, level, text1, text2, filter);
 }
 
 }  // namespace zanth

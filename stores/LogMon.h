@@ -20,8 +20,10 @@ enum LogLevel : int32_t {
 };
 
 class LogMon {
-public:
-    explicit LogMon(const char* name);
+  public:
+    // Starts the log in `folder` (ending in its separator), or in the current directory when the
+    // folder is empty.
+    LogMon(const char* name, const char* folder);
     ~LogMon();
     LogMon(const LogMon&) = delete;
     LogMon& operator=(const LogMon&) = delete;
@@ -34,15 +36,15 @@ public:
     void SetLevel(int32_t level);
 
     // The path setters' rebuild, done in place so that no thread ever sees the log missing: the
-    // old log gets its "End" line, then a new log starts in the folder now set (with its backup
-    // rotation and start line) under the new name.
-    void Restart(const char* name);
+    // old log gets its "End" line, then a new log starts in `folder` (with its backup rotation
+    // and start line) under the new name.
+    void Restart(const char* name, const char* folder);
 
     std::string LogPath();
     std::string BackupPath();
 
-private:
-    void Start();
+  private:
+    void Start(const char* folder);
     void WriteLine(int32_t level, const char* source, const char* text1, const char* text2,
                    bool filter);
 
@@ -55,8 +57,12 @@ private:
     char line2_[kLogTextSize];
 };
 
-// Writes through the global log when there is one; the simulator and early construction run
-// without it.
+// The log that Log() writes to: the library's, from the moment its context has built it to the
+// moment it takes it down. Null (the simulator, a test of single monitors) writes nothing.
+void SetLibraryLog(LogMon* log);
+LogMon* LibraryLog();
+
+// Writes through the library's log when there is one.
 void Log(const char* source, int32_t level, const char* text1, const char* text2 = "",
          bool filter = false);
 

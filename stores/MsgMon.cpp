@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "monitors/Globals.h"
 #include "platform/File.h"
+#include "protocol/Result.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
-#include "protocol/Result.h"
 
 namespace zanth {
 namespace {
@@ -22,10 +21,10 @@ int64_t SlotOffset(uint64_t slot, int32_t recordSize) {
 
 }  // namespace
 
-MsgMon::MsgMon(const char* name, const char* fileName)
+MsgMon::MsgMon(const char* name, const char* fileName, const char* folder)
     : name_(name ? name : ""), fileName_(fileName ? fileName : "") {
     logText_[0] = '\0';
-    Open();
+    opened_ = Open(folder);
 }
 
 MsgMon::~MsgMon() {
@@ -42,10 +41,9 @@ void MsgMon::ResetFields() {
     numUnread_ = 0;
 }
 
-void MsgMon::Open() {
+bool MsgMon::Open(const char* folder) {
     ResetFields();
-    std::string folder = (logFolder && logFolder[0]) ? std::string(logFolder) : std::string();
-    path_ = folder + fileName_;
+    path_ = std::string(folder ? folder : "") + fileName_;
 
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
@@ -55,23 +53,22 @@ void MsgMon::Open() {
             FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (create) %s",
                        path_.c_str());
             Log(name_.c_str(), kLogFatal, logText_);
-            SetLibraryTerminating();
-            return;
+            return false;
         }
     } else {
         std::memset(record_, 0, sizeof record_);
         if (platform::Seek(fd, 0) != 0) {
             platform::CloseFile(fd);
-            FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s", path_.c_str());
+            FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _lseek %s",
+                       path_.c_str());
             Log(name_.c_str(), kLogFatal, logText_);
-            SetLibraryTerminating();
-            return;
+            return false;
         }
         int32_t expected = kRecordSize;
         if (platform::ReadFile(fd, record_, kRecordSize) == kRecordSize) {
-            int values[6] = {static_cast<int>(logSize_), expected, static_cast<int>(readIndex_),
-                             static_cast<int>(writeIndex_), static_cast<int>(numEntries_),
-                             static_cast<int>(numUnread_)};
+            int values[6] = {static_cast<int>(logSize_),    expected,
+                             static_cast<int>(readIndex_),  static_cast<int>(writeIndex_),
+                             static_cast<int>(numEntries_), static_cast<int>(numUnread_)};
             // The scan stops at the first field that can't be read; the rest keep their values.
             std::sscanf(record_, "%d%d%d%d%d%d", &values[0], &values[1], &values[2], &values[3],
                         &values[4], &values[5]);
@@ -95,21 +92,20 @@ void MsgMon::Open() {
             platform::CloseFile(fd);
             fd = platform::OpenCreateTruncate(path_.c_str());
             if (fd < 0) {
-                FormatText(logText_, sizeof logText_, "[MsgMon::MsgMon] Error on _open (recreate) %s",
-                           path_.c_str());
+                FormatText(logText_, sizeof logText_,
+                           "[MsgMon::MsgMon] Error on _open (recreate) %s", path_.c_str());
                 Log(name_.c_str(), kLogFatal, logText_);
-                SetLibraryTerminating();
-                return;
+                return false;
             }
             ResetFields();
         }
     }
     if (WriteParams(fd) != 0) {
         platform::CloseFile(fd);
-        SetLibraryTerminating();
-        return;
+        return false;
     }
     platform::CloseFile(fd);
+    return true;
 }
 
 bool MsgMon::InsideTheRing() const {
@@ -123,15 +119,17 @@ bool MsgMon::InsideTheRing() const {
 int32_t MsgMon::WriteParams(int fd) {
     std::memset(record_, 0, sizeof record_);
     if (platform::Seek(fd, 0) != 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _lseek %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _lseek %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         return kFileError;
     }
-    FormatText(record_, sizeof record_, "%d %d %d %d %d %d", static_cast<int>(logSize_), recordSize_,
-               static_cast<int>(readIndex_), static_cast<int>(writeIndex_),
+    FormatText(record_, sizeof record_, "%d %d %d %d %d %d", static_cast<int>(logSize_),
+               recordSize_, static_cast<int>(readIndex_), static_cast<int>(writeIndex_),
                static_cast<int>(numEntries_), static_cast<int>(numUnread_));
     if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _write %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteParams] Error on _write %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         return kFileError;
     }
@@ -143,14 +141,16 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
     *error = 0;
     if (length > recordSize_ || length > kRecordSize) {
         // Refused whole, not cut.
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] msg is too big (%s)", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] msg is too big (%s)",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kTooLarge;
         return;
     }
     int fd = platform::OpenReadWrite(path_.c_str());
     if (fd < 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _open %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
         return;
@@ -174,11 +174,13 @@ void MsgMon::WriteMsg(const char* text, int32_t length, int32_t* error) {
     if (*error != 0) {
         // The header still names the slot as unread: it is left alone, and this record lost.
     } else if (platform::Seek(fd, SlotOffset(writeIndex_, recordSize_)) < 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _lseek %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
     } else if (platform::WriteFile(fd, record_, kRecordSize) != kRecordSize) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _write %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::WriteMsg] Error on _write %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
     }
@@ -238,7 +240,8 @@ void MsgMon::SetLogSize(uint64_t newSize, int32_t* error) {
     if (newSize == logSize_) return;
     int fd = platform::OpenCreateTruncate(path_.c_str());
     if (fd < 0) {
-        FormatText(logText_, sizeof logText_, "[MsgMon::SetLogSize] Error on _open %s", path_.c_str());
+        FormatText(logText_, sizeof logText_, "[MsgMon::SetLogSize] Error on _open %s",
+                   path_.c_str());
         Log(name_.c_str(), kLogError, logText_);
         *error = kFileError;
         return;
@@ -262,11 +265,17 @@ void MsgMon::GetUnread(uint64_t* result) {
     *result = numUnread_;
 }
 
-void MsgMon::Rebuild() {
+bool MsgMon::Rebuild(const char* folder) {
     std::lock_guard<std::mutex> g(lock_);
     FormatText(logText_, sizeof logText_, "[MsgMon::~MsgMon] MsgMon terminated %s", path_.c_str());
     Log(name_.c_str(), kLogTrace, logText_);
-    Open();
+    opened_ = Open(folder);
+    return opened_;
+}
+
+bool MsgMon::Opened() {
+    std::lock_guard<std::mutex> g(lock_);
+    return opened_;
 }
 
 std::string MsgMon::Path() {

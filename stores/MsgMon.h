@@ -14,14 +14,16 @@
 namespace zanth {
 
 class MsgMon {
-public:
+  public:
     static constexpr int32_t kRecordSize = 144;
     static constexpr uint64_t kInitialLogSize = 5000;
 
-    // Opens (or creates) `fileName` in the log folder, or in the current directory when no folder
-    // is set. A short header, a record size other than 144, or a header whose indexes or counts
-    // lie outside its ring starts an empty store.
-    MsgMon(const char* name, const char* fileName);
+    // Opens (or creates) `fileName` in `folder` (ending in its separator), or in the current
+    // directory when the folder is empty. A short header, a record size other than 144, or a
+    // header whose indexes or counts lie outside its ring starts an empty store. A file that
+    // can't be opened or written is logged at level 25 and leaves Opened() false: the library
+    // then stops.
+    MsgMon(const char* name, const char* fileName, const char* folder = "");
     ~MsgMon();
     MsgMon(const MsgMon&) = delete;
     MsgMon& operator=(const MsgMon&) = delete;
@@ -38,14 +40,16 @@ public:
     void GetLogSize(uint64_t* result);
     void GetUnread(uint64_t* result);
 
-    // The path setters' rebuild, in place: the store starts again from whatever is found in the
-    // log folder now set. The old file stays where it was.
-    void Rebuild();
+    // The path setters' rebuild, in place: the store starts again from whatever is found in
+    // `folder`. The old file stays where it was. False as Opened().
+    bool Rebuild(const char* folder);
 
+    bool Opened();
     std::string Path();
 
-private:
-    void Open();
+  private:
+    // False when the file couldn't be opened, created or given its header.
+    bool Open(const char* folder);
     int32_t WriteParams(int fd);
     void ResetFields();
     // The parsed header describes a ring: both indexes name one of its slots, and neither count
@@ -62,6 +66,7 @@ private:
     uint64_t numEntries_ = 0;
     uint64_t numUnread_ = 0;
     std::string path_;
+    bool opened_ = false;
     char record_[kRecordSize + 1];
     char logText_[kLogTextSize];
 };

@@ -1,6 +1,6 @@
 // Adding or replacing a card record, in its three generations. The generations differ only in
-// their code, their name in the log texts and the fields they add at the end, so one body serves
-// them all.
+// their code, their name in the log texts and the fields they add at the end: a row of a table
+// each, and one body serves them all.
 
 #include <cstring>
 
@@ -21,33 +21,14 @@ struct Generation {
     bool cardRole;
 };
 
-constexpr Generation kGeneration1{"Master::AddModCardRecord", ZANTH_ADD_MOD_CARD_RECORD,
-                                  ZANTH_ADD_MOD_CARD_RECORD_RSP, false, false};
-constexpr Generation kGeneration2{"Master::AddModCardRecord2", ZANTH_ADD_MOD_CARD_RECORD_2,
-                                  ZANTH_ADD_MOD_CARD_RECORD_2_RSP, true, false};
-constexpr Generation kGeneration3{"Master::AddModCardRecord3", ZANTH_ADD_MOD_CARD_RECORD_3,
-                                  ZANTH_ADD_MOD_CARD_RECORD_3_RSP, true, true};
-
-struct CardArgs {
-    int32_t cardSetId;
-    int32_t noFormat;
-    char* cardNumber;
-    char* pin;
-    int32_t accessType;
-    uint32_t uniqueId;
-    int32_t accessGroup[8];
-    int32_t extendedAccess;
-    int32_t passbackExempt;
-    int32_t pinCommands;
-    char* startDate;
-    char* startTime;
-    char* endDate;
-    char* endTime;
-    uint32_t escortId;
-    int32_t inScheduleElevatorGroup;
-    int32_t outScheduleElevatorGroup;
-    int32_t pinExempt;
-    uint16_t cardRole;
+// Generations 1, 2 and 3, in order.
+constexpr Generation kGenerations[] = {
+    {"Master::AddModCardRecord", ZANTH_ADD_MOD_CARD_RECORD, ZANTH_ADD_MOD_CARD_RECORD_RSP, false,
+     false},
+    {"Master::AddModCardRecord2", ZANTH_ADD_MOD_CARD_RECORD_2, ZANTH_ADD_MOD_CARD_RECORD_2_RSP,
+     true, false},
+    {"Master::AddModCardRecord3", ZANTH_ADD_MOD_CARD_RECORD_3, ZANTH_ADD_MOD_CARD_RECORD_3_RSP,
+     true, true},
 };
 
 // One of the four date and time arguments: its three fields, their bounds and their names.
@@ -113,12 +94,21 @@ void AddStamp(Payload& p, const char* date, const char* time, const char* wholeD
     p.Raw(date).Raw("-").Text(std::strcmp(time, "0") == 0 ? wholeDay : time);
 }
 
-int32_t AddModCardRecord(Master& master, const Generation& g, int32_t rspfunc, int32_t rspid,
-                         const char* mac, CardArgs& a) {
-    Transaction t(master, g.method, rspfunc, rspid, mac);
+}  // namespace
+
+int32_t Master::AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac,
+                                 int32_t generation, const CardRecord& a) {
+    const Generation& g = kGenerations[generation - 1];
+    Transaction t(*this, g.method, rspfunc, rspid, mac);
     if (!t.Admit()) return t.Result();
+    char* cardNumber = a.cardNumber.text;
+    char* pin = a.pin.text;
+    char* startDate = a.startDate.text;
+    char* startTime = a.startTime.text;
+    char* endDate = a.endDate.text;
+    char* endTime = a.endTime.text;
     // The texts are read and written in place; a missing one is refused before anything else.
-    t.Present(a.cardNumber, a.pin, a.startDate, a.startTime, a.endDate, a.endTime);
+    t.Present(cardNumber, pin, startDate, startTime, endDate, endTime);
     if (g.cardRole) t.Check("card role", a.cardRole, 0, 65535);
     t.Check("card set ID", a.cardSetId, 0, 2147483647);
     t.Check("no format", a.noFormat, 0, 1);
@@ -136,128 +126,27 @@ int32_t AddModCardRecord(Master& master, const Generation& g, int32_t rspfunc, i
     t.Check("escort ID", a.escortId, 0, 4294967295);
     t.Check("in-schedule elevator group", a.inScheduleElevatorGroup, 0, 255);
     t.Check("out-schedule elevator group", a.outScheduleElevatorGroup, 0, 255);
-    CheckTriple(t, a.startDate, kDate, "start");
-    CheckTriple(t, a.startTime, kTime, "start");
-    CheckTriple(t, a.endDate, kDate, "end");
-    CheckTriple(t, a.endTime, kTime, "end");
+    CheckTriple(t, startDate, kDate, "start");
+    CheckTriple(t, startTime, kTime, "start");
+    CheckTriple(t, endDate, kDate, "end");
+    CheckTriple(t, endTime, kTime, "end");
     if (!t.Ok()) return t.Result();
 
-    MessageUtil::TrimOrZero(a.pin);
-    MessageUtil::TrimOrZero(a.cardNumber);
+    MessageUtil::TrimOrZero(pin);
+    MessageUtil::TrimOrZero(cardNumber);
     Payload p;
-    p.Int(a.cardSetId).Int(a.noFormat).Text(a.cardNumber).Text(a.pin).Int(a.accessType);
+    p.Int(a.cardSetId).Int(a.noFormat).Text(cardNumber).Text(pin).Int(a.accessType);
     p.Uint(a.uniqueId);
     for (int32_t group : a.accessGroup) p.Int(group);
     // The wire has passback exempt ahead of extended access, the reverse of the arguments.
     p.Int(a.passbackExempt).Int(0).Int(a.extendedAccess).Int(a.pinCommands).Int(0);
-    AddStamp(p, a.startDate, a.startTime, "00:00:00");
-    AddStamp(p, a.endDate, a.endTime, "23:59:59");
+    AddStamp(p, startDate, startTime, "00:00:00");
+    AddStamp(p, endDate, endTime, "23:59:59");
     p.Uint(a.escortId).Int(a.inScheduleElevatorGroup).Int(a.outScheduleElevatorGroup).Int(0);
     if (g.pinExempt) p.Int(a.pinExempt);
-    if (g.cardRole) p.Int(a.cardRole);
+    if (g.cardRole) p.Int(static_cast<int32_t>(a.cardRole));
     if (!t.Send(g.code, p) || !t.Await() || !t.Expect(g.reply)) return t.Result();
     return t.BareResult();
-}
-
-}  // namespace
-
-int32_t Master::AddModCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t cardSetId,
-                                 int32_t noFormat, char* cardNumber, char* pin, int32_t accessType,
-                                 uint32_t uniqueId, int32_t accessGroup1, int32_t accessGroup2,
-                                 int32_t accessGroup3, int32_t accessGroup4, int32_t accessGroup5,
-                                 int32_t accessGroup6, int32_t accessGroup7, int32_t accessGroup8,
-                                 int32_t extendedAccess, int32_t passbackExempt,
-                                 int32_t pinCommands, char* startDate, char* startTime,
-                                 char* endDate, char* endTime, uint32_t escortId,
-                                 int32_t inScheduleElevatorGroup,
-                                 int32_t outScheduleElevatorGroup) {
-    CardArgs a{cardSetId,
-               noFormat,
-               cardNumber,
-               pin,
-               accessType,
-               uniqueId,
-               {accessGroup1, accessGroup2, accessGroup3, accessGroup4, accessGroup5, accessGroup6,
-                accessGroup7, accessGroup8},
-               extendedAccess,
-               passbackExempt,
-               pinCommands,
-               startDate,
-               startTime,
-               endDate,
-               endTime,
-               escortId,
-               inScheduleElevatorGroup,
-               outScheduleElevatorGroup,
-               0,
-               0};
-    return zanth::AddModCardRecord(*this, kGeneration1, rspfunc, rspid, mac, a);
-}
-
-int32_t Master::AddModCardRecord2(int32_t rspfunc, int32_t rspid, const char* mac,
-                                  int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
-                                  int32_t accessType, uint32_t uniqueId, int32_t accessGroup1,
-                                  int32_t accessGroup2, int32_t accessGroup3, int32_t accessGroup4,
-                                  int32_t accessGroup5, int32_t accessGroup6, int32_t accessGroup7,
-                                  int32_t accessGroup8, int32_t extendedAccess,
-                                  int32_t passbackExempt, int32_t pinCommands, char* startDate,
-                                  char* startTime, char* endDate, char* endTime, uint32_t escortId,
-                                  int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup,
-                                  int32_t pinExempt) {
-    CardArgs a{cardSetId,
-               noFormat,
-               cardNumber,
-               pin,
-               accessType,
-               uniqueId,
-               {accessGroup1, accessGroup2, accessGroup3, accessGroup4, accessGroup5, accessGroup6,
-                accessGroup7, accessGroup8},
-               extendedAccess,
-               passbackExempt,
-               pinCommands,
-               startDate,
-               startTime,
-               endDate,
-               endTime,
-               escortId,
-               inScheduleElevatorGroup,
-               outScheduleElevatorGroup,
-               pinExempt,
-               0};
-    return zanth::AddModCardRecord(*this, kGeneration2, rspfunc, rspid, mac, a);
-}
-
-int32_t Master::AddModCardRecord3(int32_t rspfunc, int32_t rspid, const char* mac,
-                                  int32_t cardSetId, int32_t noFormat, char* cardNumber, char* pin,
-                                  int32_t accessType, uint32_t uniqueId, int32_t accessGroup1,
-                                  int32_t accessGroup2, int32_t accessGroup3, int32_t accessGroup4,
-                                  int32_t accessGroup5, int32_t accessGroup6, int32_t accessGroup7,
-                                  int32_t accessGroup8, int32_t extendedAccess,
-                                  int32_t passbackExempt, int32_t pinCommands, char* startDate,
-                                  char* startTime, char* endDate, char* endTime, uint32_t escortId,
-                                  int32_t inScheduleElevatorGroup, int32_t outScheduleElevatorGroup,
-                                  int32_t pinExempt, uint16_t cardRole) {
-    CardArgs a{cardSetId,
-               noFormat,
-               cardNumber,
-               pin,
-               accessType,
-               uniqueId,
-               {accessGroup1, accessGroup2, accessGroup3, accessGroup4, accessGroup5, accessGroup6,
-                accessGroup7, accessGroup8},
-               extendedAccess,
-               passbackExempt,
-               pinCommands,
-               startDate,
-               startTime,
-               endDate,
-               endTime,
-               escortId,
-               inScheduleElevatorGroup,
-               outScheduleElevatorGroup,
-               pinExempt,
-               cardRole};
-    return zanth::AddModCardRecord(*this, kGeneration3, rspfunc, rspid, mac, a);
 }
 
 }  // namespace zanth

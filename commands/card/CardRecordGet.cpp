@@ -13,42 +13,63 @@
 namespace zanth {
 namespace {
 
-// The caller's outputs, one per reply field.
-struct CardOutputs {
-    int32_t* cardSetId;
-    int32_t* noFormat;
-    char* cardNumber;
-    int32_t cardNumberSize;
-    char* pin;
-    int32_t pinSize;
-    int32_t* accessType;
-    uint32_t* uniqueId;
-    int32_t* accessGroup[8];
-    int32_t* extendedAccess;
-    int32_t* passbackExempt;
-    int32_t* pinCommands;
-    char* startDate;
-    int32_t startDateSize;
-    char* startTime;
-    int32_t startTimeSize;
-    char* endDate;
-    int32_t endDateSize;
-    char* endTime;
-    int32_t endTimeSize;
-    uint32_t* escortId;
-    int32_t* inScheduleElevatorGroup;
-    int32_t* outScheduleElevatorGroup;
-    int32_t* field7Value;
-    int32_t* pinExempt;  // the second method only
-    uint32_t* role;      // the second method only, and may be null
+// What the first generation does and the second does otherwise: its name in the log texts, the
+// texts of its two checks, the code it sends by card and the replies it takes, and whether the
+// reply carries the second generation's three fields at its end.
+struct Generation {
+    const char* method;
+    const char* cardSetIdText;
+    const char* noFormatText;
+    int32_t code;
+    int32_t replies[3];
+    bool second;
 };
 
+// Generations 1 and 2, in order. The second's texts name the method with a bracket short.
+constexpr Generation kGenerations[] = {
+    {"Master::GetCardRecord",
+     "[Master::GetCardRecord] card set ID value must be between %d and %d",
+     "[Master::GetCardRecord] no format value must be between %d and %d",
+     ZANTH_GET_CARD_RECORD,
+     {ZANTH_GET_CARD_RECORD_RSP, ZANTH_GET_CARD_RECORD_RSP, ZANTH_GET_CARD_RECORD_RSP},
+     false},
+    {"Master::GetCardRecord[2]",
+     "[Master::GetCardRecord[2] card set ID value must be between %d and %d",
+     "[Master::GetCardRecord[2] no format value must be between 0 and 1",
+     ZANTH_GET_CARD_RECORD_2,
+     {ZANTH_GET_CARD_RECORD_2_RSP, ZANTH_GET_CARD_RECORD_3_RSP, ZANTH_GET_CARD_RECORD_4_RSP},
+     true},
+};
+
+// The second generation's code: by unique ID (26) or, by card, with a role (35) or without (25).
+// The unique ID look-up is the protocol's own; no export reaches it, as none passes a non-zero
+// unique ID, but the method keeps it.
+int32_t SecondCode(Transaction& t, uint32_t uniqueid, const uint32_t* role) {
+    if (uniqueid != 0) {
+        t.LogLine(kLogTrace, "%s",
+                  "[Master::GetCardRecord[2,3] is established as GetCardRecord3 by non-default "
+                  "uniqueid]");
+        return ZANTH_GET_CARD_RECORD_3;
+    }
+    if (role != nullptr) {
+        t.LogLine(kLogTrace, "%s",
+                  "[Master::GetCardRecord[2] is established as GetCardRecord4 by uniqueid == 0 "
+                  "and non NULL role");
+        return ZANTH_GET_CARD_RECORD_4;
+    }
+    t.LogLine(kLogTrace, "%s",
+              "[Master::GetCardRecord[2] is established as GetCardRecord2 by uniqueid == 0  "
+              "and role == NULL]");
+    return ZANTH_GET_CARD_RECORD_2;
+}
+
 // A blocking call needs every output it will be written through; the Rsp forms pass none.
-bool OutputsPresent(Transaction& t, const CardOutputs& o, bool second) {
+bool OutputsPresent(Transaction& t, const CardRecordOutputs& o, bool second) {
     if (!t.Blocking()) return t.Ok();
-    t.Present(o.cardNumber, o.pin, o.accessType, o.uniqueId, o.extendedAccess, o.passbackExempt,
-              o.pinCommands, o.startDate, o.startTime, o.endDate, o.endTime, o.escortId,
-              o.inScheduleElevatorGroup, o.outScheduleElevatorGroup, o.field7Value);
+    t.Present(o.cardNumber.text, o.pin.text, o.accessType, o.uniqueId, o.extendedAccess,
+              o.passbackExempt, o.pinCommands, o.startDate.text, o.startTime.text, o.endDate.text,
+              o.endTime.text, o.escortId, o.inScheduleElevatorGroup, o.outScheduleElevatorGroup,
+              o.field7Value);
     for (int32_t* group : o.accessGroup) t.Present(group);
     if (second) t.Present(o.pinExempt);
     return t.Ok();
@@ -57,177 +78,73 @@ bool OutputsPresent(Transaction& t, const CardOutputs& o, bool second) {
 // A declared size is honoured before anything is sent: the caller's text must end within it,
 // and an empty one, which the trim makes "0", needs two bytes. Nothing is read or written past
 // the size. The Rsp forms declare none; their texts must be writable and hold at least two.
-bool FitsItsSize(Transaction& t, const char* subject, const char* text, int32_t size) {
+bool FitsItsSize(Transaction& t, const char* subject, const CardText& text) {
     if (!t.Ok() || !t.Blocking()) return t.Ok();
-    if (size >= 2 && ::strnlen(text, static_cast<size_t>(size)) < static_cast<size_t>(size))
+    if (text.size >= 2 &&
+        ::strnlen(text.text, static_cast<size_t>(text.size)) < static_cast<size_t>(text.size))
         return true;
     t.LogLine(kLogError, "[%s] %s does not fit its size of %d bytes", t.Method(), subject,
-              static_cast<int>(size));
+              static_cast<int>(text.size));
     t.SetResult(kTooLarge);
     return false;
 }
 
-// The reply: its result by the tokeniser, then every ';' a field, empty ones included. A short
-// reply is a success and leaves the outputs of the missing fields as they were.
-int32_t ReadRecord(Transaction& t, const CardOutputs& o, bool second) {
+// The record, read from the reply into the caller's outputs: its result by the tokeniser, then
+// every ';' a field, empty ones included. A short reply is a success and leaves the outputs of
+// the missing fields as they were.
+int32_t ReadRecord(Transaction& t, const CardRecordOutputs& o, bool second) {
     t.Fields().ControllerResult();
     if (t.Result() < 0) return t.Result();
     ReplyFields f = t.Fields(FieldWalk::kEveryDelimiter);
     f.Optional().Skip();
-    f.Text(o.cardNumber, o.cardNumberSize).Int(o.cardSetId).Int(o.noFormat);
-    f.Text(o.pin, o.pinSize).Int(o.accessType).Uint(o.uniqueId).Int(o.field7Value);
+    f.Text(o.cardNumber.text, o.cardNumber.size).Int(o.cardSetId).Int(o.noFormat);
+    f.Text(o.pin.text, o.pin.size).Int(o.accessType).Uint(o.uniqueId).Int(o.field7Value);
     for (int32_t* group : o.accessGroup) f.Int(group);
     f.Int(o.passbackExempt).Skip().Int(o.extendedAccess).Skip().Int(o.pinCommands).Skip();
-    f.Stamp(o.startDate, o.startDateSize, o.startTime, o.startTimeSize);
-    f.Stamp(o.endDate, o.endDateSize, o.endTime, o.endTimeSize);
+    f.Stamp(o.startDate.text, o.startDate.size, o.startTime.text, o.startTime.size);
+    f.Stamp(o.endDate.text, o.endDate.size, o.endTime.text, o.endTime.size);
     f.Uint(o.escortId).Int(o.inScheduleElevatorGroup).Int(o.outScheduleElevatorGroup);
-    if (second) f.Skip().Int(o.pinExempt).Uint(o.role);
+    if (second) f.Skip().Int(o.pinExempt).Uint(o.cardRole);
     return t.Result();
 }
 
 }  // namespace
 
-int32_t Master::GetCardRecord(
-    int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId, int32_t* noFormat,
-    char* cardNumber, int32_t cardNumberSize, char* pin, int32_t pinSize, int32_t* accessType,
-    uint32_t* uniqueId, int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
-    int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6, int32_t* accessGroup7,
-    int32_t* accessGroup8, int32_t* extendedAccess, int32_t* passbackExempt, int32_t* pinCommands,
-    char* startDate, int32_t startDateSize, char* startTime, int32_t startTimeSize, char* endDate,
-    int32_t endDateSize, char* endTime, int32_t endTimeSize, uint32_t* escortId,
-    int32_t* inScheduleElevatorGroup, int32_t* outScheduleElevatorGroup, int32_t* field7Value) {
-    const CardOutputs o{cardSetId,
-                        noFormat,
-                        cardNumber,
-                        cardNumberSize,
-                        pin,
-                        pinSize,
-                        accessType,
-                        uniqueId,
-                        {accessGroup1, accessGroup2, accessGroup3, accessGroup4, accessGroup5,
-                         accessGroup6, accessGroup7, accessGroup8},
-                        extendedAccess,
-                        passbackExempt,
-                        pinCommands,
-                        startDate,
-                        startDateSize,
-                        startTime,
-                        startTimeSize,
-                        endDate,
-                        endDateSize,
-                        endTime,
-                        endTimeSize,
-                        escortId,
-                        inScheduleElevatorGroup,
-                        outScheduleElevatorGroup,
-                        field7Value,
-                        nullptr,
-                        nullptr};
-    Transaction t(*this, "Master::GetCardRecord", rspfunc, rspid, mac);
+int32_t Master::GetCardRecord(int32_t rspfunc, int32_t rspid, const char* mac, int32_t generation,
+                              const CardRecordOutputs& o, uint32_t uniqueid) {
+    const Generation& g = kGenerations[generation - 1];
+    Transaction t(*this, g.method, rspfunc, rspid, mac);
     if (!t.Admit()) return t.Result();
+    const int32_t code = g.second ? SecondCode(t, uniqueid, o.cardRole) : g.code;
+    const bool byId = code == ZANTH_GET_CARD_RECORD_3;
     // The selection is read from the caller (and its texts trimmed in place).
-    t.Present(cardSetId, noFormat, cardNumber, pin);
-    if (!OutputsPresent(t, o, false)) return t.Result();
-    t.Check("card set ID", *cardSetId, 0, 2147483647);
-    t.Check("no format", *noFormat, 0, 1);
-    FitsItsSize(t, "card number", cardNumber, cardNumberSize);
-    FitsItsSize(t, "PIN", pin, pinSize);
-    if (!t.Ok()) return t.Result();
-    MessageUtil::TrimOrZero(pin);
-    MessageUtil::TrimOrZero(cardNumber);
-    Payload p;
-    p.Text(cardNumber).Int(*cardSetId).Int(*noFormat).Text(pin);
-    if (!t.Send(ZANTH_GET_CARD_RECORD, p) || !t.Await()) return t.Result();
-    if (!t.Expect(ZANTH_GET_CARD_RECORD_RSP)) return t.Result();
-    return ReadRecord(t, o, false);
-}
-
-int32_t Master::GetCardRecord2(
-    int32_t rspfunc, int32_t rspid, const char* mac, int32_t* cardSetId, int32_t* noFormat,
-    char* cardNumber, int32_t cardNumberSize, char* pin, int32_t pinSize, int32_t* accessType,
-    uint32_t* uniqueId, int32_t* accessGroup1, int32_t* accessGroup2, int32_t* accessGroup3,
-    int32_t* accessGroup4, int32_t* accessGroup5, int32_t* accessGroup6, int32_t* accessGroup7,
-    int32_t* accessGroup8, int32_t* extendedAccess, int32_t* passbackExempt, int32_t* pinCommands,
-    char* startDate, int32_t startDateSize, char* startTime, int32_t startTimeSize, char* endDate,
-    int32_t endDateSize, char* endTime, int32_t endTimeSize, uint32_t* escortId,
-    int32_t* inScheduleElevatorGroup, int32_t* outScheduleElevatorGroup, int32_t* field7Value,
-    int32_t* pinExempt, uint32_t uniqueid, uint32_t* role) {
-    const CardOutputs o{cardSetId,
-                        noFormat,
-                        cardNumber,
-                        cardNumberSize,
-                        pin,
-                        pinSize,
-                        accessType,
-                        uniqueId,
-                        {accessGroup1, accessGroup2, accessGroup3, accessGroup4, accessGroup5,
-                         accessGroup6, accessGroup7, accessGroup8},
-                        extendedAccess,
-                        passbackExempt,
-                        pinCommands,
-                        startDate,
-                        startDateSize,
-                        startTime,
-                        startTimeSize,
-                        endDate,
-                        endDateSize,
-                        endTime,
-                        endTimeSize,
-                        escortId,
-                        inScheduleElevatorGroup,
-                        outScheduleElevatorGroup,
-                        field7Value,
-                        pinExempt,
-                        role};
-    Transaction t(*this, "Master::GetCardRecord[2]", rspfunc, rspid, mac);
-    if (!t.Admit()) return t.Result();
-    // The unique ID look-up (26) is the protocol's own; no export reaches it, as none passes a
-    // non-zero unique ID, but the method keeps it.
-    int32_t code = ZANTH_GET_CARD_RECORD_2;
-    if (uniqueid != 0) {
-        t.LogLine(kLogTrace, "%s",
-                  "[Master::GetCardRecord[2,3] is established as GetCardRecord3 by non-default "
-                  "uniqueid]");
-        code = ZANTH_GET_CARD_RECORD_3;
-    } else if (role != nullptr) {
-        t.LogLine(kLogTrace, "%s",
-                  "[Master::GetCardRecord[2] is established as GetCardRecord4 by uniqueid == 0 "
-                  "and non NULL role");
-        code = ZANTH_GET_CARD_RECORD_4;
-    } else {
-        t.LogLine(kLogTrace, "%s",
-                  "[Master::GetCardRecord[2] is established as GetCardRecord2 by uniqueid == 0  "
-                  "and role == NULL]");
+    t.Present(o.cardSetId, o.noFormat);
+    if (!byId) t.Present(o.cardNumber.text);
+    t.Present(o.pin.text);
+    if (!OutputsPresent(t, o, g.second)) return t.Result();
+    t.CheckRange(*o.cardSetId, 0, 2147483647, g.cardSetIdText);
+    t.CheckRange(*o.noFormat, 0, 1, g.noFormatText);
+    // The last of these texts names the method with a single colon.
+    if (g.second) {
+        t.CheckRange(uniqueid, 0, 4294967295,
+                     "[Master:GetCardRecord[2] uniqueid value must be between %d and %u");
     }
-    bool byId = code == ZANTH_GET_CARD_RECORD_3;
-    t.Present(cardSetId, noFormat, pin);
-    if (!byId) t.Present(cardNumber);
-    if (!OutputsPresent(t, o, true)) return t.Result();
-    // These texts name the method with a bracket short, and the last one with a single colon.
-    t.CheckRange(*cardSetId, 0, 2147483647,
-                 "[Master::GetCardRecord[2] card set ID value must be between %d and %d");
-    t.CheckRange(*noFormat, 0, 1,
-                 "[Master::GetCardRecord[2] no format value must be between 0 and 1");
-    t.CheckRange(uniqueid, 0, 4294967295,
-                 "[Master:GetCardRecord[2] uniqueid value must be between %d and %u");
     // By unique ID the card number is only written, and the reply's store measures it.
-    if (!byId) FitsItsSize(t, "card number", cardNumber, cardNumberSize);
-    FitsItsSize(t, "PIN", pin, pinSize);
+    if (!byId) FitsItsSize(t, "card number", o.cardNumber);
+    FitsItsSize(t, "PIN", o.pin);
     if (!t.Ok()) return t.Result();
-    MessageUtil::TrimOrZero(pin);
+    MessageUtil::TrimOrZero(o.pin.text);
     Payload p;
     if (byId) {
         p.Int(static_cast<int32_t>(uniqueid));
     } else {
-        MessageUtil::TrimOrZero(cardNumber);
-        p.Text(cardNumber);
+        MessageUtil::TrimOrZero(o.cardNumber.text);
+        p.Text(o.cardNumber.text);
     }
-    p.Int(*cardSetId).Int(*noFormat).Text(pin);
+    p.Int(*o.cardSetId).Int(*o.noFormat).Text(o.pin.text);
     if (!t.Send(code, p) || !t.Await()) return t.Result();
-    if (!t.ExpectAny({ZANTH_GET_CARD_RECORD_2_RSP, ZANTH_GET_CARD_RECORD_3_RSP,
-                      ZANTH_GET_CARD_RECORD_4_RSP}))
-        return t.Result();
-    return ReadRecord(t, o, true);
+    if (!t.ExpectAny({g.replies[0], g.replies[1], g.replies[2]})) return t.Result();
+    return ReadRecord(t, o, g.second);
 }
 
 }  // namespace zanth

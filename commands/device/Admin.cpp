@@ -24,9 +24,31 @@ bool IsTaskListed(int32_t task) {
     return false;
 }
 
-// The newer commands log the whole reply in one line of their own.
-void LogCodeAndData(Transaction& t) {
+// The login and the module bus's mode carry a secret: a missing one is refused with a line of
+// its own (`refusal`), and the trace line `trace` follows whatever the check found.
+bool AdmitWithSecret(Transaction& t, const char* source, bool present, const char* refusal,
+                     const char* trace) {
+    if (!t.Admit()) return false;
+    if (!present) {
+        t.SetResult(kBadArgument);
+        Log(source, kLogError, refusal, "Error code = -10002");
+    }
+    Log(source, kLogTrace, trace);
+    return t.Ok();
+}
+
+// The wait of the newer commands: anything short of a whole message is no reply, logged as
+// `commError` (SetMoxOperationMode gives the login's text); a message is logged whole in one
+// line of their own.
+bool ReceiveLoosely(Transaction& t, const char* commError,
+                    std::initializer_list<Transaction::Output> outputs = {}) {
+    if (t.Receive(outputs) != Reception::kMessage) {
+        t.SetResult(kNoReply);
+        t.LogLine(kLogError, "%s", commError);
+        return false;
+    }
     t.LogLine(kLogTrace, "[%s] code=%d, data %s ", t.Method(), t.Code(), t.ReplyPayload());
+    return true;
 }
 
 // EnableDHCP and EnableStaticIP: the texts go out as they stand, and the reply's code is all
@@ -122,22 +144,14 @@ int32_t Master::DisableP2P(int32_t rspfunc, int32_t rspid, const char* mac) {
 int32_t Master::SetPassword(int32_t rspfunc, int32_t rspid, const char* mac, const char* username,
                             const char* password) {
     Transaction t(*this, "Master::SetPassword", rspfunc, rspid, mac);
-    if (!t.Admit()) return t.Result();
-    if (username == nullptr || password == nullptr) {
-        t.SetResult(kBadArgument);
-        Log(masterName_, kLogError, "[Master::SetPassword] Error in username or password",
-            "Error code = -10002");
-    }
-    Log(masterName_, kLogTrace, "[Master::SetPassword] username and password set");
-    if (!t.Ok()) return t.Result();
-    if (!t.Send(ZANTH_SET_PASSWORD, Payload().Text(username).Text(password).EndWithoutSeparator()))
+    if (!AdmitWithSecret(t, masterName_, username != nullptr && password != nullptr,
+                         "[Master::SetPassword] Error in username or password",
+                         "[Master::SetPassword] username and password set"))
         return t.Result();
-    if (t.Receive() != Reception::kMessage) {
-        t.SetResult(kNoReply);
-        Log(masterName_, kLogError, "[Master::SetPassword] COMM_ERROR");
+    if (!t.Send(ZANTH_SET_PASSWORD,
+                Payload().Text(username).Text(password).EndWithoutSeparator()) ||
+        !ReceiveLoosely(t, "[Master::SetPassword] COMM_ERROR"))
         return t.Result();
-    }
-    LogCodeAndData(t);
     // The controller's answer is the result as it stands; any other reply is no failure.
     if (t.Code() == ZANTH_SET_PASSWORD_RSP) {
         int32_t answer = 0;
@@ -150,23 +164,14 @@ int32_t Master::SetPassword(int32_t rspfunc, int32_t rspid, const char* mac, con
 int32_t Master::SetMoxOperationMode(int32_t rspfunc, int32_t rspid, const char* mac,
                                     const char* password, int32_t mode) {
     Transaction t(*this, "Master::SetMoxOperationMode", rspfunc, rspid, mac);
-    if (!t.Admit()) return t.Result();
-    if (password == nullptr) {
-        t.SetResult(kBadArgument);
-        Log(masterName_, kLogError, "[Master::SetMoxOperationMode] Error in password",
-            "Error code = -10002");
-    }
-    Log(masterName_, kLogTrace, "[Master::SetMoxOperationMode] Mox mode and password set");
-    if (!t.Ok()) return t.Result();
-    if (!t.Send(ZANTH_SET_MOX_OP_MODE, Payload().Int(mode).Text(password).EndWithoutSeparator()))
+    if (!AdmitWithSecret(t, masterName_, password != nullptr,
+                         "[Master::SetMoxOperationMode] Error in password",
+                         "[Master::SetMoxOperationMode] Mox mode and password set"))
         return t.Result();
-    if (t.Receive() != Reception::kMessage) {
-        t.SetResult(kNoReply);
-        // This method shares the login's text.
-        Log(masterName_, kLogError, "[Master::SetPassword] COMM_ERROR");
+    // This method's failed wait shares the login's text.
+    if (!t.Send(ZANTH_SET_MOX_OP_MODE, Payload().Int(mode).Text(password).EndWithoutSeparator()) ||
+        !ReceiveLoosely(t, "[Master::SetPassword] COMM_ERROR"))
         return t.Result();
-    }
-    LogCodeAndData(t);
     if (t.Code() != ZANTH_SET_MOX_OP_MODE_RSP) return t.Result();
     // No mapping of -1 to -99 here: only the controller's two refusals of the mode are named.
     t.Fields().ControllerResult(nullptr, false);
@@ -180,13 +185,10 @@ int32_t Master::GetMoxOperationMode(int32_t rspfunc, int32_t rspid, const char* 
     Transaction t(*this, "Master::GetMoxOperationMode", rspfunc, rspid, mac);
     Log(masterName_, kLogTrace, "[Master::GetMoxOperationMode] Get Mox mode called");
     if (!t.Admit() || (t.Blocking() && !t.Present(mode))) return t.Result();
-    if (!t.Send(ZANTH_GET_MOX_OP_MODE)) return t.Result();
-    if (t.Receive({{mode, static_cast<int32_t>(sizeof *mode)}}) != Reception::kMessage) {
-        t.SetResult(kNoReply);
-        Log(masterName_, kLogError, "[Master::GetMoxOperationMode] COMM_ERROR");
+    if (!t.Send(ZANTH_GET_MOX_OP_MODE) ||
+        !ReceiveLoosely(t, "[Master::GetMoxOperationMode] COMM_ERROR",
+                        {{mode, static_cast<int32_t>(sizeof *mode)}}))
         return t.Result();
-    }
-    LogCodeAndData(t);
     if (t.Code() != ZANTH_GET_MOX_OP_MODE_RSP) return t.Result();
     t.Fields().ControllerResult(nullptr, false).Int(mode);
     return t.Result();
@@ -201,13 +203,9 @@ int32_t Master::GetMoxModuleRevs(int32_t rspfunc, int32_t rspid, const char* mac
         t.SetResult(kBadArgument);
         return t.Result();
     }
-    if (!t.Send(ZANTH_GET_MOX_MODULE_REVS)) return t.Result();
-    if (t.Receive({{buffer, size}}) != Reception::kMessage) {
-        t.SetResult(kNoReply);
-        Log(masterName_, kLogError, "[Master::GetMoxModuleRevs] COMM_ERROR");
+    if (!t.Send(ZANTH_GET_MOX_MODULE_REVS) ||
+        !ReceiveLoosely(t, "[Master::GetMoxModuleRevs] COMM_ERROR", {{buffer, size}}))
         return t.Result();
-    }
-    LogCodeAndData(t);
     if (t.Code() != ZANTH_GET_MOX_MODULE_REVS_RSP) {
         // A controller without a module bus doesn't know the command.
         t.SetResult(kCannotProcess);

@@ -2,6 +2,7 @@
 // older generations split the targets over a board code and a controller code; the newest has
 // one code for all.
 
+#include "commands/device/TargetedGeneration.h"
 #include "frame/Master.h"
 #include "frame/Transaction.h"
 #include "protocol/Codes.h"
@@ -9,57 +10,48 @@
 namespace zanth {
 namespace {
 
-// What one generation of a read sends and accepts. `controllerCode` equal to `boardCode` means
-// one code for every target, with the target always in the payload.
-struct ReadGeneration {
-    const char* method;
-    int32_t boardCode;
-    int32_t controllerCode;
-    int32_t replies[2];
-};
-
-constexpr ReadGeneration kInputStatus{"Master::GetInputStatus", ZANTH_GET_INTERFACE_INPUT_STATUS,
-                                      ZANTH_GET_LOCAL_INPUT_STATUS,
-                                      {ZANTH_GET_INTERFACE_INPUT_STATUS_RSP,
-                                       ZANTH_GET_LOCAL_INPUT_STATUS_RSP}};
-constexpr ReadGeneration kInputStatus2{"Master::GetInputStatus2",
-                                       ZANTH_GET_INTERFACE_INPUT_STATUS,
-                                       ZANTH_GET_LOCAL_INPUT_STATUS,
-                                       {ZANTH_GET_INTERFACE_INPUT_STATUS_RSP,
-                                        ZANTH_GET_LOCAL_INPUT_STATUS_RSP}};
-constexpr ReadGeneration kInputStatus3{"Master::GetInputStatus3", ZANTH_GET_INPUT_STATUS,
-                                       ZANTH_GET_INPUT_STATUS,
-                                       {ZANTH_GET_INPUT_STATUS_RSP, ZANTH_GET_INPUT_STATUS_RSP}};
-constexpr ReadGeneration kA2D{"Master::ReadA2D", ZANTH_READ_INTERFACE_ATOD, ZANTH_READ_LOCAL_ATOD,
-                              {ZANTH_READ_INTERFACE_ATOD_RSP, ZANTH_READ_LOCAL_ATOD_RSP}};
-constexpr ReadGeneration kA2D2{"Master::ReadA2D_2", ZANTH_READ_ATOD, ZANTH_READ_ATOD,
-                               {ZANTH_READ_ATOD_RSP, ZANTH_READ_ATOD_RSP}};
-
-// The code for `target`, with the target put into the payload where that code carries it.
-int32_t CodeFor(const ReadGeneration& g, int32_t target, Payload& p) {
-    if (target == 32 && g.controllerCode != g.boardCode) return g.controllerCode;
-    p.Int(target);
-    return g.boardCode;
-}
+constexpr TargetedGeneration kInputStatus{
+    "Master::GetInputStatus",
+    ZANTH_GET_INTERFACE_INPUT_STATUS,
+    ZANTH_GET_LOCAL_INPUT_STATUS,
+    {ZANTH_GET_INTERFACE_INPUT_STATUS_RSP, ZANTH_GET_LOCAL_INPUT_STATUS_RSP}};
+constexpr TargetedGeneration kInputStatus2{
+    "Master::GetInputStatus2",
+    ZANTH_GET_INTERFACE_INPUT_STATUS,
+    ZANTH_GET_LOCAL_INPUT_STATUS,
+    {ZANTH_GET_INTERFACE_INPUT_STATUS_RSP, ZANTH_GET_LOCAL_INPUT_STATUS_RSP}};
+constexpr TargetedGeneration kInputStatus3{
+    "Master::GetInputStatus3",
+    ZANTH_GET_INPUT_STATUS,
+    ZANTH_GET_INPUT_STATUS,
+    {ZANTH_GET_INPUT_STATUS_RSP, ZANTH_GET_INPUT_STATUS_RSP}};
+constexpr TargetedGeneration kA2D{"Master::ReadA2D",
+                                  ZANTH_READ_INTERFACE_ATOD,
+                                  ZANTH_READ_LOCAL_ATOD,
+                                  {ZANTH_READ_INTERFACE_ATOD_RSP, ZANTH_READ_LOCAL_ATOD_RSP}};
+constexpr TargetedGeneration kA2D2{"Master::ReadA2D_2",
+                                   ZANTH_READ_ATOD,
+                                   ZANTH_READ_ATOD,
+                                   {ZANTH_READ_ATOD_RSP, ZANTH_READ_ATOD_RSP}};
 
 // Sends an input status request and waits; true when an accepted reply came. The text buffer
 // is cleared once the wait is over.
 // `status` is the caller's status output where the generation has one (`withStatus`).
-bool RequestInputStatus(Transaction& t, const ReadGeneration& g, int32_t target, bool withStatus,
-                        const int32_t* status, char* buffer, int32_t size) {
+bool RequestInputStatus(Transaction& t, const TargetedGeneration& g, int32_t target,
+                        bool withStatus, const int32_t* status, char* buffer, int32_t size) {
     if (!t.Admit() || !t.Check("target", target, 0, 32)) return false;
     if (t.Blocking() && (!t.Present(buffer) || (withStatus && !t.Present(status)))) {
         return false;
     }
     Payload p;
-    int32_t code = CodeFor(g, target, p);
+    int32_t code = g.CodeFor(target, p);
     if (!t.Send(code, p) || !t.Await({{buffer, size}})) return false;
     return t.ExpectAny({g.replies[0], g.replies[1]});
 }
 
 // The later generations read the status and the text only when the controller answered 0; any
 // other result reaches the caller mapped, with nothing read.
-int32_t ReadInputStatus(Transaction& t, const ReadGeneration& g, int32_t* rslt, int32_t target,
+int32_t ReadInputStatus(Transaction& t, const TargetedGeneration& g, int32_t* rslt, int32_t target,
                         int32_t* status, char* buffer, int32_t size) {
     if (!RequestInputStatus(t, g, target, true, status, buffer, size)) return t.Result();
     ReplyFields fields = t.Fields();
@@ -68,7 +60,7 @@ int32_t ReadInputStatus(Transaction& t, const ReadGeneration& g, int32_t* rslt, 
     return t.Result();
 }
 
-int32_t ReadAnalogue(Transaction& t, const ReadGeneration& g, int32_t* rslt, int32_t target,
+int32_t ReadAnalogue(Transaction& t, const TargetedGeneration& g, int32_t* rslt, int32_t target,
                      int32_t adNumber, char* buffer, int32_t size) {
     if (!t.Admit() || !t.Check("A/D number", adNumber, 0, 23) ||
         !t.Check("target", target, 0, 32)) {
@@ -76,7 +68,7 @@ int32_t ReadAnalogue(Transaction& t, const ReadGeneration& g, int32_t* rslt, int
     }
     if (t.Blocking() && !t.Present(buffer)) return t.Result();
     Payload p;
-    int32_t code = CodeFor(g, target, p);
+    int32_t code = g.CodeFor(target, p);
     p.Int(adNumber);
     // The buffer isn't cleared: it keeps what it held on any failure.
     if (!t.Send(code, p) || !t.Await() || !t.ExpectAny({g.replies[0], g.replies[1]})) {
@@ -90,7 +82,8 @@ int32_t ReadAnalogue(Transaction& t, const ReadGeneration& g, int32_t* rslt, int
 
 int32_t Master::GetInputStatus(const char* mac, int32_t target, char* buffer, int32_t size) {
     Transaction t(*this, kInputStatus.method, 0, 0, mac);
-    if (!RequestInputStatus(t, kInputStatus, target, false, nullptr, buffer, size)) return t.Result();
+    if (!RequestInputStatus(t, kInputStatus, target, false, nullptr, buffer, size))
+        return t.Result();
     // The first generation reads on for any result from 0 up, and drops the status.
     t.Fields().ControllerResult(&rslt_).Skip().Text(buffer, size);
     return t.Result();

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "commands/device/TargetedGeneration.h"
 #include "frame/Master.h"
 #include "frame/Transaction.h"
 #include "protocol/Codes.h"
@@ -13,30 +14,23 @@
 namespace zanth {
 namespace {
 
-// What one generation of the output command sends and accepts. The controller itself (target
-// 32) has a code of its own in the older generations.
-struct OutputGeneration {
-    const char* method;
-    int32_t boardCode;
-    int32_t controllerCode;
-    int32_t replies[2];
-};
-
-constexpr OutputGeneration kFirst{"Master::CmdOutputFunction", ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION,
-                                  ZANTH_CMD_LOCAL_OUTPUT_FUNCTION,
-                                  {ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION_RSP,
-                                   ZANTH_CMD_LOCAL_OUTPUT_FUNCTION_RSP}};
-constexpr OutputGeneration kSecond{"Master::CmdOutputFunction2",
-                                   ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION_2,
-                                   ZANTH_CMD_LOCAL_OUTPUT_FUNCTION,
-                                   {ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION_2_RSP,
-                                    ZANTH_CMD_LOCAL_OUTPUT_FUNCTION_RSP}};
-constexpr OutputGeneration kThird{"Master::CmdOutputFunction3", ZANTH_CMD_OUTPUT_FUNCTION,
-                                  ZANTH_CMD_OUTPUT_FUNCTION,
-                                  {ZANTH_CMD_OUTPUT_FUNCTION_RSP, ZANTH_CMD_OUTPUT_FUNCTION_RSP}};
+constexpr TargetedGeneration kFirst{
+    "Master::CmdOutputFunction",
+    ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION,
+    ZANTH_CMD_LOCAL_OUTPUT_FUNCTION,
+    {ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION_RSP, ZANTH_CMD_LOCAL_OUTPUT_FUNCTION_RSP}};
+constexpr TargetedGeneration kSecond{
+    "Master::CmdOutputFunction2",
+    ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION_2,
+    ZANTH_CMD_LOCAL_OUTPUT_FUNCTION,
+    {ZANTH_CMD_INTERFACE_OUTPUT_FUNCTION_2_RSP, ZANTH_CMD_LOCAL_OUTPUT_FUNCTION_RSP}};
+constexpr TargetedGeneration kThird{"Master::CmdOutputFunction3",
+                                    ZANTH_CMD_OUTPUT_FUNCTION,
+                                    ZANTH_CMD_OUTPUT_FUNCTION,
+                                    {ZANTH_CMD_OUTPUT_FUNCTION_RSP, ZANTH_CMD_OUTPUT_FUNCTION_RSP}};
 
 // Checks, sends and awaits; true when the reply is one the generation accepts.
-bool SendOutputFunction(Transaction& t, const OutputGeneration& g, int32_t target,
+bool SendOutputFunction(Transaction& t, const TargetedGeneration& g, int32_t target,
                         int32_t bitOrFunctionCode, int32_t state) {
     // The order matters: a bad code hides a bad state, which hides a bad target.
     if (!t.Admit() || !t.Check("bit or function code", bitOrFunctionCode, 0, 199) ||
@@ -44,12 +38,7 @@ bool SendOutputFunction(Transaction& t, const OutputGeneration& g, int32_t targe
         return false;
     }
     Payload p;
-    int32_t code = g.boardCode;
-    if (target == 32 && g.controllerCode != g.boardCode) {
-        code = g.controllerCode;
-    } else {
-        p.Int(target);
-    }
+    int32_t code = g.CodeFor(target, p);
     p.Int(bitOrFunctionCode).Int(state);
     if (!t.Send(code, p) || !t.Await()) return false;
     return t.ExpectAny({g.replies[0], g.replies[1]});
@@ -78,22 +67,22 @@ int32_t Master::CmdOutputFunction(const char* mac, int32_t target, int32_t bitOr
     return t.Result();
 }
 
-int32_t Master::CmdOutputFunction2(int32_t rspfunc, int32_t rspid, const char* mac,
-                                   int32_t target, int32_t bitOrFunctionCode, int32_t state) {
+int32_t Master::CmdOutputFunction2(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                                   int32_t bitOrFunctionCode, int32_t state) {
     Transaction t(*this, kSecond.method, rspfunc, rspid, mac);
     if (!SendOutputFunction(t, kSecond, target, bitOrFunctionCode, state)) return t.Result();
     return t.BareResult();
 }
 
-int32_t Master::CmdOutputFunction3(int32_t rspfunc, int32_t rspid, const char* mac,
-                                   int32_t target, int32_t bitOrFunctionCode, int32_t state) {
+int32_t Master::CmdOutputFunction3(int32_t rspfunc, int32_t rspid, const char* mac, int32_t target,
+                                   int32_t bitOrFunctionCode, int32_t state) {
     Transaction t(*this, kThird.method, rspfunc, rspid, mac);
     if (!SendOutputFunction(t, kThird, target, bitOrFunctionCode, state)) return t.Result();
     return t.BareResult();
 }
 
-int32_t Master::GetSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac,
-                                int32_t interface, char* buffer, int32_t size) {
+int32_t Master::GetSavedOutputs(int32_t rspfunc, int32_t rspid, const char* mac, int32_t interface,
+                                char* buffer, int32_t size) {
     Transaction t(*this, "Master::GetSavedOutputs", rspfunc, rspid, mac);
     if (!t.Admit() || !t.CheckBetween("interface number", interface, 0, 31)) return t.Result();
     if (t.Blocking() && !t.Present(buffer)) return t.Result();

@@ -36,14 +36,11 @@ constexpr NumericSetting kDebounce{"Master::LocalDebounce",
                                    true,
                                    {nullptr, 0, 0},
                                    {nullptr, 0, 0}};
-constexpr NumericSetting kRelayTimer{"Master::LocalRelayTimer",
-                                     ZANTH_GET_LOCAL_RELAY_TIMER,
-                                     ZANTH_GET_LOCAL_RELAY_TIMER_RSP,
-                                     ZANTH_SET_LOCAL_RELAY_TIMER,
-                                     ZANTH_SET_LOCAL_RELAY_TIMER_RSP,
-                                     true,
-                                     {"relay value", 0, 1},
-                                     {"timer duration (ms)", 0, 1320000}};
+constexpr NumericSetting kRelayTimer{
+    "Master::LocalRelayTimer",       ZANTH_GET_LOCAL_RELAY_TIMER,
+    ZANTH_GET_LOCAL_RELAY_TIMER_RSP, ZANTH_SET_LOCAL_RELAY_TIMER,
+    ZANTH_SET_LOCAL_RELAY_TIMER_RSP, true,
+    {"relay value", 0, 1},           {"timer duration (ms)", 0, 1320000}};
 constexpr NumericSetting kLogicalInput{"Master::LogicalInput",
                                        ZANTH_GET_LOGICAL_INPUT,
                                        ZANTH_GET_LOGICAL_INPUT_RSP,

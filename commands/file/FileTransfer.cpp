@@ -11,16 +11,12 @@
 
 #include "frame/Master.h"
 #include "frame/Transaction.h"
-#include "monitors/ThreadHashMon.h"
 #include "protocol/Codes.h"
 #include "protocol/Text.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
 namespace {
-
-// The most file bytes one chunk carries: a 4096-byte message less its header.
-constexpr int32_t kChunkLimit = 4086;
 
 bool Blank(const char* text) {
     return text == nullptr || text[0] == '\0';
@@ -42,6 +38,38 @@ bool CheckChunkData(Transaction& t, const char* data, int32_t size) {
     return t.Ok();
 }
 
+// Tells the controller to give the chunk up ("-10007;<why>;" as 9980); its reply isn't awaited.
+void RefuseChunk(Transaction& t, const char* why) {
+    char text[64];
+    FormatText(text, sizeof text, "%d;%s;", static_cast<int>(kFileError), why);
+    t.SendUnawaited(ZANTH_FILE_TRANSFER_ERROR, Payload().Raw(text));
+}
+
+// A controller's 9980: its own number, passed on as it is, or -10017 without one. A 9980
+// never means success: a first field that is no number ("abc", "#") is no result either.
+// `errorFormat` logs its second field, the controller's text.
+int32_t TransferErrorResult(Transaction& t, const char* errorFormat) {
+    char payload[kMessageBufferSize + 1];
+    CopyBounded(payload, t.ReplyPayload(), sizeof payload);
+    char* state = nullptr;
+    char* first = Tokenize(payload, ";", &state);
+    if (first == nullptr) return kNoTransferResult;
+    int32_t rslt = 0;
+    if (!IsDecimalNumber(first, &rslt)) rslt = kNoTransferResult;
+    t.LogLine(kLogTrace, "[%s] rslt=%d", t.Method(), rslt);
+    if (char* second = Tokenize(nullptr, ";", &state)) {
+        char line[kLogTextSize];
+        char text[kLogTextSize];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        FormatText(line, sizeof line, errorFormat, rslt);
+#pragma GCC diagnostic pop
+        CopyBounded(text, second, sizeof text);
+        Log(t.LogSource(), kLogError, line, text, true);
+    }
+    return rslt;
+}
+
 // One decimal number at the start of `text`, as "%d" reads it; false when there is none.
 bool LeadingNumber(const char* text, int32_t* value) {
     errno = 0;
@@ -57,34 +85,6 @@ bool LeadingNumber(const char* text, int32_t* value) {
 void Master::EndChunkedTransfer() {
     transferInProgress_ = 0;
     std::memset(transferFilename_, 0, sizeof transferFilename_);
-}
-
-void Master::RefuseChunk(const char* why) {
-    char text[64];
-    FormatText(text, sizeof text, "%d;%s;", static_cast<int>(kFileError), why);
-    if (util_.BuildMessage(ZANTH_FILE_TRANSFER_ERROR, text, std::strlen(text), msgBuffer_,
-                           kMessageBufferSize) == 0) {
-        QueueCommand(record_, mac_, 0, 0, msgBuffer_, "", "");
-    }
-}
-
-int32_t Master::TransferErrorResult(const char* method, const char* errorFormat) {
-    char payload[kMessageBufferSize + 1];
-    CopyBounded(payload, msgBuffer_, sizeof payload);
-    char* state = nullptr;
-    char* first = Tokenize(payload, ";", &state);
-    if (first == nullptr) return kNoTransferResult;
-    // The controller's own number, passed on as it is. A 9980 never means success: a first
-    // field that is no number ("abc", "#") is no result either.
-    if (!IsDecimalNumber(first, &rslt_)) rslt_ = kNoTransferResult;
-    FormatText(logText_, sizeof logText_, "[%s] rslt=%d", method, rslt_);
-    Log(masterName_, kLogTrace, logText_);
-    if (char* second = Tokenize(nullptr, ";", &state)) {
-        FormatText(logText_, sizeof logText_, errorFormat, rslt_);
-        CopyBounded(logText2_, second, sizeof logText2_);
-        Log(masterName_, kLogError, logText_, logText2_, true);
-    }
-    return rslt_;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -127,15 +127,15 @@ int32_t Master::GetFile(int32_t rspfunc, int32_t rspid, const char* mac,
 
 int32_t Master::SendFile(int32_t rspfunc, int32_t rspid, const char* mac,
                          const char* controllerPathFile, const char* pcPathFile) {
-    return StreamFile(rspfunc, rspid, mac, "Master::SendFile", ZANTH_SEND_FILE,
-                      controllerPathFile, pcPathFile);
+    return StreamFile(rspfunc, rspid, mac, "Master::SendFile", ZANTH_SEND_FILE, controllerPathFile,
+                      pcPathFile);
 }
 
 // ---------------------------------------------------------------------------------------------
 // One chunk per call, blocking
 
-int32_t Master::GetData(const char* mac, const char* controllerPathFile, char* buffer,
-                        int32_t size, int32_t* bytesRead, int32_t* isLast) {
+int32_t Master::GetData(const char* mac, const char* controllerPathFile, char* buffer, int32_t size,
+                        int32_t* bytesRead, int32_t* isLast) {
     Transaction t(*this, "Master::GetData", 0, 0, mac);
     if (buffer != nullptr && size > 0) std::memset(buffer, 0, static_cast<size_t>(size));
     if (t.Admit() && RefuseBlankPath(t, controllerPathFile)) t.Present(buffer, bytesRead, isLast);
@@ -158,64 +158,48 @@ int32_t Master::GetData(const char* mac, const char* controllerPathFile, char* b
     if (!t.Ok()) return t.Result();
 
     // No completeness test: a chunk may be empty, and it is binary, so the header measures it.
-    t.ReceiveRaw();
-    dataLen_ = 0;
-    util_.ParseMessage(recvBuffer_, MessageUtil::FrameLength(recvBuffer_, kMessageBufferSize),
-                       msgBuffer_, kMessageBufferSize, &code_, &dataLen_);
-    t.LogLine(kLogTrace, "[Master::GetData] code=%d count=%d", code_, dataLen_);
-    if (dataLen_ < kLogPayloadLimit) {
-        FormatText(logText_, sizeof logText_, "[Master::GetData] recv:");
-        Log(masterName_, kLogTrace, logText_, msgBuffer_, true);
-    }
-
-    if (code_ == ZANTH_GET_FILE_MORE || code_ == ZANTH_GET_FILE_END) {
-        if (size < dataLen_) {
-            // The controller is told to give up; its reply isn't awaited.
-            RefuseChunk("File buffer too small");
+    t.ReceiveChunk();
+    t.LogReplyAndCount();
+    const int32_t code = t.Code();
+    const int32_t count = t.PayloadLength();
+    if (code == ZANTH_GET_FILE_MORE || code == ZANTH_GET_FILE_END) {
+        if (size < count) {
+            RefuseChunk(t, "File buffer too small");
             t.LogLine(kLogError, "[Master::GetData] Error: fileDataSize=%d < size of data=%d", size,
-                      dataLen_);
+                      count);
             t.SetResult(kTooLarge);
             return t.Result();
         }
         // Never more than the reply slot held, whatever the header announced.
-        const int32_t held = std::clamp(dataLen_, 0, kMessageBufferSize - kClearHeaderSize);
-        std::memcpy(buffer, msgBuffer_, static_cast<size_t>(held));
+        const int32_t held = std::clamp(count, 0, kMessageBufferSize - kClearHeaderSize);
+        std::memcpy(buffer, t.ReplyPayload(), static_cast<size_t>(held));
         *bytesRead = held;
-        *isLast = code_ == ZANTH_GET_FILE_END ? 1 : 0;
-        if (code_ == ZANTH_GET_FILE_MORE) {
+        *isLast = code == ZANTH_GET_FILE_END ? 1 : 0;
+        if (code == ZANTH_GET_FILE_MORE) {
             transferInProgress_ = 1;
             CopyBounded(transferFilename_, controllerPathFile, sizeof transferFilename_);
         }
         return t.Result();
     }
-    if (code_ == ZANTH_FILE_TRANSFER_ERROR) {
-        t.SetResult(
-            TransferErrorResult("Master::GetData", "[Master::GetData] file transfer error, rslt=%d err="));
+    if (code == ZANTH_FILE_TRANSFER_ERROR) {
+        t.SetResult(TransferErrorResult(t, "[Master::GetData] file transfer error, rslt=%d err="));
         return t.Result();
     }
-    t.SetResult(CheckErrorCode(code_, "Master::GetData"));
+    t.SetResult(CheckErrorCode(code, "Master::GetData"));
     return t.Result();
 }
 
 bool Master::AwaitSendDataReply(Transaction& t) {
-    t.ReceiveRaw();
-    if (!util_.IsCompleteMessage(recvBuffer_, -1)) {
+    if (t.Receive() != Transaction::Reception::kMessage) {
         t.SetResult(kNoReply);
         return false;
     }
-    util_.ParseMessage(recvBuffer_, std::strlen(recvBuffer_), msgBuffer_, kMessageBufferSize,
-                       &code_, &dataLen_);
-    t.LogLine(kLogTrace, "[Master::SendData] code=%d count=%d", code_, dataLen_);
-    if (dataLen_ < kLogPayloadLimit) {
-        FormatText(logText_, sizeof logText_, "[Master::SendData] recv:");
-        Log(masterName_, kLogTrace, logText_, msgBuffer_, true);
-    }
-    if (code_ == ZANTH_SEND_FILE_RSP) return true;
-    if (code_ == ZANTH_FILE_TRANSFER_ERROR) {
-        t.SetResult(TransferErrorResult("Master::SendData",
-                                        "[Master::SendData] file transfer error rslt=%d err="));
+    t.LogReplyAndCount();
+    if (t.Code() == ZANTH_SEND_FILE_RSP) return true;
+    if (t.Code() == ZANTH_FILE_TRANSFER_ERROR) {
+        t.SetResult(TransferErrorResult(t, "[Master::SendData] file transfer error rslt=%d err="));
     } else {
-        t.SetResult(CheckErrorCode(code_, "Master::SendData"));
+        t.SetResult(CheckErrorCode(t.Code(), "Master::SendData"));
     }
     return false;
 }
@@ -246,20 +230,19 @@ int32_t Master::SendData(const char* mac, const char* controllerPathFile, const 
         }
     }
     EndChunkedTransfer();
-    if (t.Ok() && size > kChunkLimit) {
-        RefuseChunk("File buffer too large");
+    if (t.Ok() && size > kFileChunkSize) {
+        RefuseChunk(t, "File buffer too large");
         t.LogLine(kLogError, "[Master::SendData] Error: fileDataSize=%d > MAX=%d", size,
-                  kChunkLimit);
+                  kFileChunkSize);
         t.SetResult(kTooLarge);
     }
     if (!t.Ok()) return t.Result();
-    sentCode_ = endOfData == 1 ? ZANTH_SEND_FILE_END : ZANTH_SEND_FILE_MORE;
-    if (!t.Send(sentCode_, Payload().Bytes(data, static_cast<size_t>(size)), controllerPathFile,
-                "") ||
+    const int32_t sent = endOfData == 1 ? ZANTH_SEND_FILE_END : ZANTH_SEND_FILE_MORE;
+    if (!t.Send(sent, Payload().Bytes(data, static_cast<size_t>(size)), controllerPathFile, "") ||
         !AwaitSendDataReply(t)) {
         return t.Result();
     }
-    if (sentCode_ == ZANTH_SEND_FILE_MORE) {
+    if (sent == ZANTH_SEND_FILE_MORE) {
         transferInProgress_ = 1;
         CopyBounded(transferFilename_, controllerPathFile, sizeof transferFilename_);
     }
@@ -302,10 +285,10 @@ int32_t Master::RspSendData(int32_t rspid, const char* mac, const char* controll
         t.LogLine(kLogError, "[Master::RspSendData] end of data value must be between 0 and 1");
         return kBadArgument;
     }
-    if (size > kChunkLimit) {
-        RefuseChunk("File buffer too large");
+    if (size > kFileChunkSize) {
+        RefuseChunk(t, "File buffer too large");
         t.LogLine(kLogError, "[Master::RspSendData] Error: fileDataSize=%d > MAX=%d", size,
-                  kChunkLimit);
+                  kFileChunkSize);
         t.SetResult(kTooLarge);
         return t.Result();
     }
@@ -346,9 +329,10 @@ int32_t Master::FileStatus(int32_t rspfunc, int32_t rspid, const char* mac, int3
         return t.Result();
     }
     ReplyFields fields = t.Fields();
-    fields.ControllerResult(&rslt_);
+    fields.ControllerResult();
     if (t.Code() == ZANTH_GET_FILE_STATUS_RSP && t.Result() >= 0) {
-        if (permission != nullptr && size > 0) std::memset(permission, 0, static_cast<size_t>(size));
+        if (permission != nullptr && size > 0)
+            std::memset(permission, 0, static_cast<size_t>(size));
         fields.Text(permission, permission != nullptr ? size : 0);
     }
     return t.Result();
@@ -359,14 +343,11 @@ int32_t Master::ZanthDeleteFile(int32_t rspfunc, int32_t rspid, const char* mac,
     // An empty path is the controller's to judge; a missing one is refused.
     if (!t.Admit() || !t.Present(path) || !t.Send(ZANTH_DELETE_FILE, Payload().Text(path)))
         return t.Result();
-    t.ReceiveRaw();
     // Nothing whole came: unlike every other command, 0 stands.
-    if (!util_.IsCompleteMessage(recvBuffer_, -1)) return t.Result();
-    util_.ParseMessage(recvBuffer_, std::strlen(recvBuffer_), msgBuffer_, kMessageBufferSize,
-                       &code_, &dataLen_);
+    if (t.Receive() != Transaction::Reception::kMessage) return t.Result();
     // The first number is the result, whatever the reply's code, and unmapped.
     int32_t value = 0;
-    if (LeadingNumber(msgBuffer_, &value)) {
+    if (LeadingNumber(t.ReplyPayload(), &value)) {
         t.SetResult(value);
     } else {
         t.SetResult(CheckErrorCode(-1, "Master::ZanthDeleteFile"));

@@ -14,7 +14,8 @@ ZANTH_API int32_t RspGetFile(uint32_t rspid, const char* mac, const char* contro
                              const char* pcPathFile) {
     return Deferred<&Master::GetFile>(rspid, mac, controllerPathFile, pcPathFile);
 }
-ZANTH_API int32_t SendFile(const char* mac, const char* controllerPathFile, const char* pcPathFile) {
+ZANTH_API int32_t SendFile(const char* mac, const char* controllerPathFile,
+                           const char* pcPathFile) {
     return Blocking<&Master::SendFile>(mac, controllerPathFile, pcPathFile);
 }
 ZANTH_API int32_t RspSendFile(uint32_t rspid, const char* mac, const char* controllerPathFile,

@@ -77,8 +77,7 @@ ZANTH_API int32_t ReadA2D_2(const char* mac, int32_t target, int32_t adNumber, c
                             int32_t size) {
     return Blocking<&Master::ReadA2D_2>(mac, target, adNumber, buffer, size);
 }
-ZANTH_API int32_t RspReadA2D_2(uint32_t rspid, const char* mac, int32_t target,
-                               int32_t adNumber) {
+ZANTH_API int32_t RspReadA2D_2(uint32_t rspid, const char* mac, int32_t target, int32_t adNumber) {
     return Deferred<&Master::ReadA2D_2>(rspid, mac, target, adNumber, nullptr, 0);
 }
 
@@ -95,27 +94,23 @@ ZANTH_API int32_t GetLocalA2DLimits(const char* mac, int32_t adNumber, char* upp
                                     int32_t upperHighSize, char* lowerHigh, int32_t lowerHighSize,
                                     char* upperLow, int32_t upperLowSize, char* lowerLow,
                                     int32_t lowerLowSize) {
-    return Blocking<&Master::LocalA2DLimits>(mac, 0, adNumber, upperHigh, upperHighSize,
-                                             lowerHigh, lowerHighSize, upperLow, upperLowSize,
-                                             lowerLow, lowerLowSize);
+    return Blocking<&Master::LocalA2DLimits>(mac, 0, adNumber, upperHigh, upperHighSize, lowerHigh,
+                                             lowerHighSize, upperLow, upperLowSize, lowerLow,
+                                             lowerLowSize);
 }
 ZANTH_API int32_t SetLocalA2DLimits(const char* mac, int32_t adNumber, const char* upperHigh,
                                     const char* lowerHigh, const char* upperLow,
                                     const char* lowerLow) {
-    return Blocking<&Master::LocalA2DLimits>(mac, 1, adNumber, const_cast<char*>(upperHigh), 0,
-                                             const_cast<char*>(lowerHigh), 0,
-                                             const_cast<char*>(upperLow), 0,
-                                             const_cast<char*>(lowerLow), 0);
+    return Blocking<&Master::LocalA2DLimits>(
+        mac, 1, adNumber, const_cast<char*>(upperHigh), 0, const_cast<char*>(lowerHigh), 0,
+        const_cast<char*>(upperLow), 0, const_cast<char*>(lowerLow), 0);
 }
-ZANTH_API int32_t RspLocalA2DLimits(uint32_t rspid, const char* mac, int32_t mode,
-                                    int32_t adNumber, const char* upperHigh,
-                                    const char* lowerHigh, const char* upperLow,
-                                    const char* lowerLow) {
-    return Deferred<&Master::LocalA2DLimits>(rspid, mac, mode, adNumber,
-                                             const_cast<char*>(upperHigh), 0,
-                                             const_cast<char*>(lowerHigh), 0,
-                                             const_cast<char*>(upperLow), 0,
-                                             const_cast<char*>(lowerLow), 0);
+ZANTH_API int32_t RspLocalA2DLimits(uint32_t rspid, const char* mac, int32_t mode, int32_t adNumber,
+                                    const char* upperHigh, const char* lowerHigh,
+                                    const char* upperLow, const char* lowerLow) {
+    return Deferred<&Master::LocalA2DLimits>(
+        rspid, mac, mode, adNumber, const_cast<char*>(upperHigh), 0, const_cast<char*>(lowerHigh),
+        0, const_cast<char*>(upperLow), 0, const_cast<char*>(lowerLow), 0);
 }
 ZANTH_API int32_t RspGetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber) {
     return Deferred<&Master::LocalA2DLimits>(rspid, mac, 0, adNumber, nullptr, 0, nullptr, 0,
@@ -124,78 +119,44 @@ ZANTH_API int32_t RspGetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t 
 ZANTH_API int32_t RspSetLocalA2DLimits(uint32_t rspid, const char* mac, int32_t adNumber,
                                        const char* upperHigh, const char* lowerHigh,
                                        const char* upperLow, const char* lowerLow) {
-    return Deferred<&Master::LocalA2DLimits>(rspid, mac, 1, adNumber,
-                                             const_cast<char*>(upperHigh), 0,
-                                             const_cast<char*>(lowerHigh), 0,
-                                             const_cast<char*>(upperLow), 0,
-                                             const_cast<char*>(lowerLow), 0);
+    return Deferred<&Master::LocalA2DLimits>(
+        rspid, mac, 1, adNumber, const_cast<char*>(upperHigh), 0, const_cast<char*>(lowerHigh), 0,
+        const_cast<char*>(upperLow), 0, const_cast<char*>(lowerLow), 0);
 }
 
-// Debounce. A value given by value travels as the address of the export's own copy.
-ZANTH_API int32_t LocalDebounce(const char* mac, int32_t mode, int32_t number, int32_t* value) {
-    return Blocking<&Master::LocalDebounce>(mac, mode, number, value);
-}
-ZANTH_API int32_t GetLocalDebounce(const char* mac, int32_t number, int32_t* value) {
-    return Blocking<&Master::LocalDebounce>(mac, 0, number, value);
-}
-ZANTH_API int32_t SetLocalDebounce(const char* mac, int32_t number, int32_t value) {
-    return Blocking<&Master::LocalDebounce>(mac, 1, number, &value);
-}
-ZANTH_API int32_t RspLocalDebounce(uint32_t rspid, const char* mac, int32_t mode, int32_t number,
-                                   int32_t value) {
-    return Deferred<&Master::LocalDebounce>(rspid, mac, mode, number, &value);
-}
-ZANTH_API int32_t RspGetLocalDebounce(uint32_t rspid, const char* mac, int32_t number) {
-    return Deferred<&Master::LocalDebounce>(rspid, mac, 0, number, nullptr);
-}
-ZANTH_API int32_t RspSetLocalDebounce(uint32_t rspid, const char* mac, int32_t number,
-                                      int32_t value) {
-    return Deferred<&Master::LocalDebounce>(rspid, mac, 1, number, &value);
-}
+// Debounces, relay timers and logical inputs: numbered local settings of the controller, six
+// exports each, all on the setting's one method. A value given by value travels as the address
+// of the export's own copy.
+#define ZANTH_NUMBERED_SETTING(Name)                                                           \
+    ZANTH_API int32_t Name(const char* mac, int32_t mode, int32_t number, int32_t* value) {    \
+        return Blocking<&Master::Name>(mac, mode, number, value);                              \
+    }                                                                                          \
+    ZANTH_API int32_t Get##Name(const char* mac, int32_t number, int32_t* value) {             \
+        return Blocking<&Master::Name>(mac, 0, number, value);                                 \
+    }                                                                                          \
+    ZANTH_API int32_t Set##Name(const char* mac, int32_t number, int32_t value) {              \
+        return Blocking<&Master::Name>(mac, 1, number, &value);                                \
+    }                                                                                          \
+    ZANTH_API int32_t Rsp##Name(uint32_t rspid, const char* mac, int32_t mode, int32_t number, \
+                                int32_t value) {                                               \
+        return Deferred<&Master::Name>(rspid, mac, mode, number, &value);                      \
+    }                                                                                          \
+    ZANTH_API int32_t RspGet##Name(uint32_t rspid, const char* mac, int32_t number) {          \
+        return Deferred<&Master::Name>(rspid, mac, 0, number, nullptr);                        \
+    }                                                                                          \
+    ZANTH_API int32_t RspSet##Name(uint32_t rspid, const char* mac, int32_t number,            \
+                                   int32_t value) {                                            \
+        return Deferred<&Master::Name>(rspid, mac, 1, number, &value);                         \
+    }
 
-// Relay timers.
-ZANTH_API int32_t LocalRelayTimer(const char* mac, int32_t mode, int32_t relay, int32_t* value) {
-    return Blocking<&Master::LocalRelayTimer>(mac, mode, relay, value);
-}
-ZANTH_API int32_t GetLocalRelayTimer(const char* mac, int32_t relay, int32_t* value) {
-    return Blocking<&Master::LocalRelayTimer>(mac, 0, relay, value);
-}
-ZANTH_API int32_t SetLocalRelayTimer(const char* mac, int32_t relay, int32_t value) {
-    return Blocking<&Master::LocalRelayTimer>(mac, 1, relay, &value);
-}
-ZANTH_API int32_t RspLocalRelayTimer(uint32_t rspid, const char* mac, int32_t mode, int32_t relay,
-                                     int32_t value) {
-    return Deferred<&Master::LocalRelayTimer>(rspid, mac, mode, relay, &value);
-}
-ZANTH_API int32_t RspGetLocalRelayTimer(uint32_t rspid, const char* mac, int32_t relay) {
-    return Deferred<&Master::LocalRelayTimer>(rspid, mac, 0, relay, nullptr);
-}
-ZANTH_API int32_t RspSetLocalRelayTimer(uint32_t rspid, const char* mac, int32_t relay,
-                                        int32_t value) {
-    return Deferred<&Master::LocalRelayTimer>(rspid, mac, 1, relay, &value);
-}
+// LocalDebounce, GetLocalDebounce, SetLocalDebounce and their Rsp forms.
+ZANTH_NUMBERED_SETTING(LocalDebounce)
+// LocalRelayTimer, GetLocalRelayTimer, SetLocalRelayTimer and their Rsp forms.
+ZANTH_NUMBERED_SETTING(LocalRelayTimer)
+// LogicalInput, GetLogicalInput, SetLogicalInput and their Rsp forms.
+ZANTH_NUMBERED_SETTING(LogicalInput)
 
-// Logical inputs.
-ZANTH_API int32_t LogicalInput(const char* mac, int32_t mode, int32_t number, int32_t* value) {
-    return Blocking<&Master::LogicalInput>(mac, mode, number, value);
-}
-ZANTH_API int32_t GetLogicalInput(const char* mac, int32_t number, int32_t* value) {
-    return Blocking<&Master::LogicalInput>(mac, 0, number, value);
-}
-ZANTH_API int32_t SetLogicalInput(const char* mac, int32_t number, int32_t value) {
-    return Blocking<&Master::LogicalInput>(mac, 1, number, &value);
-}
-ZANTH_API int32_t RspLogicalInput(uint32_t rspid, const char* mac, int32_t mode, int32_t number,
-                                  int32_t value) {
-    return Deferred<&Master::LogicalInput>(rspid, mac, mode, number, &value);
-}
-ZANTH_API int32_t RspGetLogicalInput(uint32_t rspid, const char* mac, int32_t number) {
-    return Deferred<&Master::LogicalInput>(rspid, mac, 0, number, nullptr);
-}
-ZANTH_API int32_t RspSetLogicalInput(uint32_t rspid, const char* mac, int32_t number,
-                                     int32_t value) {
-    return Deferred<&Master::LogicalInput>(rspid, mac, 1, number, &value);
-}
+#undef ZANTH_NUMBERED_SETTING
 
 // Poll delay.
 ZANTH_API int32_t LocalPollDelay(const char* mac, int32_t mode, int32_t* value) {

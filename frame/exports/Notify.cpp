@@ -1,45 +1,28 @@
 // Host notification: callbacks and the polling of the queues they would drain.
 
 #include "frame/exports/Boundary.h"
-#include "monitors/Globals.h"
+#include "monitors/Monitors.h"
 #include "zanth.h"
 
 using namespace zanth;
 
 extern "C" {
 
-ZANTH_API int32_t SetHereIAmCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetHereIAmCallback", "hereiam", callback, hereiamMon,
-                                          false);
-}
-ZANTH_API int32_t SetLookupCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetLookupCallback", "lookup", callback, lookupMon,
-                                          false);
-}
-ZANTH_API int32_t SetKeyPadDataCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetKeyPadDataCallback", "keypad", callback, keyPadMon,
-                                          false);
-}
-ZANTH_API int32_t SetCommandKeyDataCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetCommandKeyDataCallback", "cmdkey", callback,
-                                          cmdKeyMon, false);
-}
-ZANTH_API int32_t SetAlarmCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetAlarmCallback", "alarm", callback, alarmMonQueue,
-                                          false);
-}
-ZANTH_API int32_t SetEventCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetEventCallback", "event", callback, eventMonQueue,
-                                          false);
-}
-ZANTH_API int32_t SetPostAccessCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetPostAccessCallback", "postAccess", callback,
-                                          postAccessMon, true);
-}
-ZANTH_API int32_t SetSmartCardDataCallback(ZanthTextCallback callback) {
-    return Call<&Master::SetTextCallback>("SetSmartCardDataCallback", "smartcard", callback,
-                                          smartCardMon, true);
-}
+// The text callbacks: each starts a thread that drains its queue into the callback, with a small
+// or (`big`) a large buffer; the export's name is in the log text of a failure to start it.
+#define ZANTH_TEXT_CALLBACK(Name, threadName, queue, big)                                          \
+    ZANTH_API int32_t Name(ZanthTextCallback callback) {                                           \
+        return Call<&Master::SetTextCallback>(#Name, threadName, callback, &Monitors::queue, big); \
+    }
+ZANTH_TEXT_CALLBACK(SetHereIAmCallback, "hereiam", hereiamMon, false)
+ZANTH_TEXT_CALLBACK(SetLookupCallback, "lookup", lookupMon, false)
+ZANTH_TEXT_CALLBACK(SetKeyPadDataCallback, "keypad", keyPadMon, false)
+ZANTH_TEXT_CALLBACK(SetCommandKeyDataCallback, "cmdkey", cmdKeyMon, false)
+ZANTH_TEXT_CALLBACK(SetAlarmCallback, "alarm", alarmMonQueue, false)
+ZANTH_TEXT_CALLBACK(SetEventCallback, "event", eventMonQueue, false)
+ZANTH_TEXT_CALLBACK(SetPostAccessCallback, "postAccess", postAccessMon, true)
+ZANTH_TEXT_CALLBACK(SetSmartCardDataCallback, "smartcard", smartCardMon, true)
+
 ZANTH_API int32_t SetResponseCallback(ZanthResponseCallback callback) {
     return Call<&Master::SetResponseCallback>(callback);
 }
@@ -50,51 +33,24 @@ ZANTH_API int32_t SetDisconnectedControllersCallback(ZanthConnectionCallback cal
     return Call<&Master::SetDisconnectedControllersCallback>(callback);
 }
 
-// Queue-only exports: they take no transaction lock.
-ZANTH_API int32_t GetNextHereIAm(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(hereiamMon, buffer, size);
-}
-ZANTH_API int32_t GetNextLookup(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(lookupMon, buffer, size);
-}
-ZANTH_API int32_t GetNextPin(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(lookupPinMon, buffer, size);
-}
-ZANTH_API int32_t GetNextPostAccess(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(postAccessMon, buffer, size);
-}
-ZANTH_API int32_t GetNextKeyPadData(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(keyPadMon, buffer, size);
-}
-ZANTH_API int32_t GetNextCommandKeyData(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(cmdKeyMon, buffer, size);
-}
-ZANTH_API int32_t GetNextSmartCardData(char* buffer, int32_t size) {
-    return Call<&Master::GetNext>(smartCardMon, buffer, size);
-}
+// Queue-only exports: they take no transaction lock. Each polled queue has two, the next text and
+// the count.
+#define ZANTH_POLLED_QUEUE(NextName, NumberName, queue)                \
+    ZANTH_API int32_t NextName(char* buffer, int32_t size) {           \
+        return Call<&Master::GetNext>(&Monitors::queue, buffer, size); \
+    }                                                                  \
+    ZANTH_API int32_t NumberName(int32_t* count) {                     \
+        return Call<&Master::GetNumber>(&Monitors::queue, count);      \
+    }
+ZANTH_POLLED_QUEUE(GetNextHereIAm, GetNumberHereIAm, hereiamMon)
+ZANTH_POLLED_QUEUE(GetNextLookup, GetNumberLookups, lookupMon)
+ZANTH_POLLED_QUEUE(GetNextPin, GetNumberPin, lookupPinMon)
+ZANTH_POLLED_QUEUE(GetNextPostAccess, GetNumberPostAccess, postAccessMon)
+ZANTH_POLLED_QUEUE(GetNextKeyPadData, GetNumberKeyPadData, keyPadMon)
+ZANTH_POLLED_QUEUE(GetNextCommandKeyData, GetNumberCommandKeyData, cmdKeyMon)
+ZANTH_POLLED_QUEUE(GetNextSmartCardData, GetNumberSmartCardData, smartCardMon)
 ZANTH_API int32_t GetNextResponse(int32_t* rspid, char* buffer, int32_t size) {
     return Call<&Master::GetNextResponse>(rspid, buffer, size);
-}
-ZANTH_API int32_t GetNumberHereIAm(int32_t* count) {
-    return Call<&Master::GetNumber>(hereiamMon, count);
-}
-ZANTH_API int32_t GetNumberLookups(int32_t* count) {
-    return Call<&Master::GetNumber>(lookupMon, count);
-}
-ZANTH_API int32_t GetNumberPin(int32_t* count) {
-    return Call<&Master::GetNumber>(lookupPinMon, count);
-}
-ZANTH_API int32_t GetNumberPostAccess(int32_t* count) {
-    return Call<&Master::GetNumber>(postAccessMon, count);
-}
-ZANTH_API int32_t GetNumberKeyPadData(int32_t* count) {
-    return Call<&Master::GetNumber>(keyPadMon, count);
-}
-ZANTH_API int32_t GetNumberCommandKeyData(int32_t* count) {
-    return Call<&Master::GetNumber>(cmdKeyMon, count);
-}
-ZANTH_API int32_t GetNumberSmartCardData(int32_t* count) {
-    return Call<&Master::GetNumber>(smartCardMon, count);
 }
 ZANTH_API int32_t GetNumberResponse(int32_t* count) {
     return Call<&Master::GetNumberResponse>(count);

@@ -1,7 +1,6 @@
 // Library reset: the whole library, or one controller's Worker, torn down while the process runs.
 
 #include "frame/exports/Boundary.h"
-#include "notify/Reset.h"
 #include "zanth.h"
 
 using namespace zanth;
@@ -9,13 +8,13 @@ using namespace zanth;
 extern "C" {
 
 ZANTH_API int32_t ResetDLL(void) {
-    return Call<&zanth::ResetDLL>();
+    return Call<&Master::ResetDLL>();
 }
 ZANTH_API int32_t ResetThread(const char* mac) {
-    return Call<&zanth::ResetThread>(mac);
+    return Call<&Master::ResetThread>(mac);
 }
 ZANTH_API int32_t RspResetThread(uint32_t rspid, const char* mac) {
-    return Call<&zanth::RspResetThread>(static_cast<int32_t>(rspid), mac);
+    return Call<&Master::RspResetThread>(static_cast<int32_t>(rspid), mac);
 }
 ZANTH_API int32_t ResetDLLTime(int32_t mode, int32_t* value) {
     return Call<&Master::ResetDLLTime>(mode, value);

@@ -1,10 +1,11 @@
 #include "platform/File.h"
 
-#include <cerrno>
-#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <climits>
 
 namespace platform {
 
@@ -29,7 +30,9 @@ std::string FullPath(const char* name) {
     return CurrentDirectory() + name;
 }
 
-bool FileExists(const char* path) { return ::access(path, F_OK) == 0; }
+bool FileExists(const char* path) {
+    return ::access(path, F_OK) == 0;
+}
 
 bool CopyFile(const char* from, const char* to) {
     int in = ::open(from, O_RDONLY | O_CLOEXEC);
@@ -54,9 +57,13 @@ bool CopyFile(const char* from, const char* to) {
     return (::close(out) == 0) && ok;
 }
 
-bool DeleteFile(const char* path) { return ::unlink(path) == 0; }
+bool DeleteFile(const char* path) {
+    return ::unlink(path) == 0;
+}
 
-int OpenReadWrite(const char* path) { return ::open(path, O_RDWR | O_CLOEXEC); }
+int OpenReadWrite(const char* path) {
+    return ::open(path, O_RDWR | O_CLOEXEC);
+}
 
 int OpenCreateTruncate(const char* path) {
     return ::open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -66,21 +73,33 @@ int OpenWriteCreateTruncate(const char* path) {
     return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
 }
 
-int OpenReadOnly(const char* path) { return ::open(path, O_RDONLY | O_CLOEXEC); }
+int OpenReadOnly(const char* path) {
+    return ::open(path, O_RDONLY | O_CLOEXEC);
+}
 
-int64_t Seek(int fd, int64_t offset) { return ::lseek(fd, offset, SEEK_SET); }
+int64_t Seek(int fd, int64_t offset) {
+    return ::lseek(fd, offset, SEEK_SET);
+}
 
-long ReadFile(int fd, void* buffer, size_t length) { return ::read(fd, buffer, length); }
+long ReadFile(int fd, void* buffer, size_t length) {
+    return ::read(fd, buffer, length);
+}
 
-long WriteFile(int fd, const void* buffer, size_t length) { return ::write(fd, buffer, length); }
+long WriteFile(int fd, const void* buffer, size_t length) {
+    return ::write(fd, buffer, length);
+}
 
-int CloseFile(int fd) { return ::close(fd); }
+int CloseFile(int fd) {
+    return ::close(fd);
+}
 
 void LocalNow(std::tm* out) {
     std::time_t now = std::time(nullptr);
     ::localtime_r(&now, out);
 }
 
-int64_t Now() { return static_cast<int64_t>(std::time(nullptr)); }
+int64_t Now() {
+    return static_cast<int64_t>(std::time(nullptr));
+}
 
 }  // namespace platform

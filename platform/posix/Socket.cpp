@@ -1,9 +1,6 @@
 #include "platform/Socket.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -12,76 +9,129 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 namespace platform {
 namespace {
 
-int Fail() { return kSocketError; }
+int Fail() {
+    return kSocketError;
+}
 
 }  // namespace
 
 int WinsockError(int e) {
     switch (e) {
-        case 0: return 0;
-        case EWOULDBLOCK: return 10035;
+        case 0:
+            return 0;
+        case EWOULDBLOCK:
+            return 10035;
 #if EAGAIN != EWOULDBLOCK
-        case EAGAIN: return 10035;
+        case EAGAIN:
+            return 10035;
 #endif
-        case EINPROGRESS: return 10036;
-        case EALREADY: return 10037;
-        case ENOTSOCK: return 10038;
-        case EDESTADDRREQ: return 10039;
-        case EMSGSIZE: return 10040;
-        case EPROTOTYPE: return 10041;
-        case ENOPROTOOPT: return 10042;
-        case EPROTONOSUPPORT: return 10043;
-        case ESOCKTNOSUPPORT: return 10044;
-        case EOPNOTSUPP: return 10045;
-        case EPFNOSUPPORT: return 10046;
-        case EAFNOSUPPORT: return 10047;
-        case EADDRINUSE: return 10048;
-        case EADDRNOTAVAIL: return 10049;
-        case ENETDOWN: return 10050;
-        case ENETUNREACH: return 10051;
-        case ENETRESET: return 10052;
-        case ECONNABORTED: return 10053;
-        case ECONNRESET: return 10054;
-        case EPIPE: return 10054;
-        case ENOBUFS: return 10055;
-        case EISCONN: return 10056;
-        case ENOTCONN: return 10057;
-        case ESHUTDOWN: return 10058;
-        case ETIMEDOUT: return 10060;
-        case ECONNREFUSED: return 10061;
-        case EHOSTDOWN: return 10064;
-        case EHOSTUNREACH: return 10065;
-        case EBADF: return 10009;
-        case EACCES: return 10013;
-        case EFAULT: return 10014;
-        case EINVAL: return 10022;
-        case EMFILE: return 10024;
-        case EINTR: return 10004;
-        case ENOMEM: return 8;
-        default: return e;
+        case EINPROGRESS:
+            return 10036;
+        case EALREADY:
+            return 10037;
+        case ENOTSOCK:
+            return 10038;
+        case EDESTADDRREQ:
+            return 10039;
+        case EMSGSIZE:
+            return 10040;
+        case EPROTOTYPE:
+            return 10041;
+        case ENOPROTOOPT:
+            return 10042;
+        case EPROTONOSUPPORT:
+            return 10043;
+        case ESOCKTNOSUPPORT:
+            return 10044;
+        case EOPNOTSUPP:
+            return 10045;
+        case EPFNOSUPPORT:
+            return 10046;
+        case EAFNOSUPPORT:
+            return 10047;
+        case EADDRINUSE:
+            return 10048;
+        case EADDRNOTAVAIL:
+            return 10049;
+        case ENETDOWN:
+            return 10050;
+        case ENETUNREACH:
+            return 10051;
+        case ENETRESET:
+            return 10052;
+        case ECONNABORTED:
+            return 10053;
+        case ECONNRESET:
+            return 10054;
+        case EPIPE:
+            return 10054;
+        case ENOBUFS:
+            return 10055;
+        case EISCONN:
+            return 10056;
+        case ENOTCONN:
+            return 10057;
+        case ESHUTDOWN:
+            return 10058;
+        case ETIMEDOUT:
+            return 10060;
+        case ECONNREFUSED:
+            return 10061;
+        case EHOSTDOWN:
+            return 10064;
+        case EHOSTUNREACH:
+            return 10065;
+        case EBADF:
+            return 10009;
+        case EACCES:
+            return 10013;
+        case EFAULT:
+            return 10014;
+        case EINVAL:
+            return 10022;
+        case EMFILE:
+            return 10024;
+        case EINTR:
+            return 10004;
+        case ENOMEM:
+            return 8;
+        default:
+            return e;
     }
 }
 
-int LastSocketError() { return WinsockError(errno); }
+int LastSocketError() {
+    return WinsockError(errno);
+}
 
 int SocketStartup(uint16_t, uint16_t* version) {
     if (version) *version = 0x0202;
     return 0;
 }
 
-int SocketCleanup() { return 0; }
+int SocketCleanup() {
+    return 0;
+}
 
 SocketHandle OpenTcpSocket() {
     SocketHandle s = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
     return s < 0 ? kInvalidSocket : s;
 }
 
-int CloseSocket(SocketHandle s) { return ::close(s) == 0 ? 0 : Fail(); }
+int CloseSocket(SocketHandle s) {
+    return ::close(s) == 0 ? 0 : Fail();
+}
 
-int ShutdownBoth(SocketHandle s) { return ::shutdown(s, SHUT_RDWR) == 0 ? 0 : Fail(); }
+int ShutdownBoth(SocketHandle s) {
+    return ::shutdown(s, SHUT_RDWR) == 0 ? 0 : Fail();
+}
 
 int SetNonBlocking(SocketHandle s) {
     int flags = ::fcntl(s, F_GETFL, 0);
@@ -107,11 +157,17 @@ static int BindTo(SocketHandle s, uint32_t address, int port) {
     return ::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 ? 0 : Fail();
 }
 
-int BindAny(SocketHandle s, int port) { return BindTo(s, htonl(INADDR_ANY), port); }
+int BindAny(SocketHandle s, int port) {
+    return BindTo(s, htonl(INADDR_ANY), port);
+}
 
-int BindLoopback(SocketHandle s, int port) { return BindTo(s, htonl(INADDR_LOOPBACK), port); }
+int BindLoopback(SocketHandle s, int port) {
+    return BindTo(s, htonl(INADDR_LOOPBACK), port);
+}
 
-int Listen(SocketHandle s, int backlog) { return ::listen(s, backlog) == 0 ? 0 : Fail(); }
+int Listen(SocketHandle s, int backlog) {
+    return ::listen(s, backlog) == 0 ? 0 : Fail();
+}
 
 bool Readable(SocketHandle s, int milliseconds) {
     pollfd p{s, POLLIN, 0};

@@ -1,11 +1,12 @@
 #include "platform/UserStore.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 
 namespace platform {
 namespace {
@@ -29,7 +30,9 @@ bool MakeDirs(const std::string& path) {
 
 }  // namespace
 
-std::string UserValuePath() { return ConfigHome() + "/Orlan/ZanthDLL/LogFilePath"; }
+std::string UserValuePath() {
+    return ConfigHome() + "/Orlan/ZanthDLL/LogFilePath";
+}
 
 bool ReadUserValue(std::string* value) {
     int fd = ::open(UserValuePath().c_str(), O_RDONLY | O_CLOEXEC);

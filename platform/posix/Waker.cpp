@@ -8,7 +8,9 @@ namespace platform {
 
 Waker::Waker() : handle_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
-Waker::~Waker() { Close(); }
+Waker::~Waker() {
+    Close();
+}
 
 void Waker::Signal() {
     if (handle_ < 0) return;

@@ -55,13 +55,21 @@ std::string FullPath(const char* name) {
     return CurrentDirectory() + name;
 }
 
-bool FileExists(const char* path) { return ::GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES; }
+bool FileExists(const char* path) {
+    return ::GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
+}
 
-bool CopyFile(const char* from, const char* to) { return ::CopyFileA(from, to, FALSE) != 0; }
+bool CopyFile(const char* from, const char* to) {
+    return ::CopyFileA(from, to, FALSE) != 0;
+}
 
-bool DeleteFile(const char* path) { return ::DeleteFileA(path) != 0; }
+bool DeleteFile(const char* path) {
+    return ::DeleteFileA(path) != 0;
+}
 
-int OpenReadWrite(const char* path) { return ::_open(path, _O_RDWR | kCommon); }
+int OpenReadWrite(const char* path) {
+    return ::_open(path, _O_RDWR | kCommon);
+}
 
 int OpenCreateTruncate(const char* path) {
     return ::_open(path, _O_RDWR | _O_CREAT | _O_TRUNC | kCommon, kCreateMode);
@@ -71,9 +79,13 @@ int OpenWriteCreateTruncate(const char* path) {
     return ::_open(path, _O_WRONLY | _O_CREAT | _O_TRUNC | kCommon, kCreateMode);
 }
 
-int OpenReadOnly(const char* path) { return ::_open(path, _O_RDONLY | kCommon); }
+int OpenReadOnly(const char* path) {
+    return ::_open(path, _O_RDONLY | kCommon);
+}
 
-int64_t Seek(int fd, int64_t offset) { return ::_lseeki64(fd, offset, SEEK_SET); }
+int64_t Seek(int fd, int64_t offset) {
+    return ::_lseeki64(fd, offset, SEEK_SET);
+}
 
 long ReadFile(int fd, void* buffer, size_t length) {
     unsigned n = static_cast<unsigned>(length > 0x7FFFFFFF ? 0x7FFFFFFF : length);
@@ -85,13 +97,17 @@ long WriteFile(int fd, const void* buffer, size_t length) {
     return ::_write(fd, buffer, n);
 }
 
-int CloseFile(int fd) { return ::_close(fd); }
+int CloseFile(int fd) {
+    return ::_close(fd);
+}
 
 void LocalNow(std::tm* out) {
     std::time_t now = std::time(nullptr);
     ::localtime_s(out, &now);
 }
 
-int64_t Now() { return static_cast<int64_t>(std::time(nullptr)); }
+int64_t Now() {
+    return static_cast<int64_t>(std::time(nullptr));
+}
 
 }  // namespace platform

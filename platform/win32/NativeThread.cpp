@@ -1,7 +1,7 @@
 #include "platform/NativeThread.h"
 
-#include <windows.h>
 #include <process.h>
+#include <windows.h>
 
 #include <cerrno>
 #include <memory>
@@ -15,7 +15,9 @@ unsigned __stdcall Trampoline(void* arg) {
     return 0;
 }
 
-HANDLE H(uint64_t h) { return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(h)); }
+HANDLE H(uint64_t h) {
+    return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(h));
+}
 
 }  // namespace
 

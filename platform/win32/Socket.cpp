@@ -1,25 +1,33 @@
 #include "platform/Socket.h"
 
-#include <cstdio>
-
 #include <winsock2.h>
 #include <ws2tcpip.h>
+
+#include <cstdio>
 
 namespace platform {
 namespace {
 
 static_assert(sizeof(SocketHandle) == sizeof(SOCKET), "SocketHandle holds a SOCKET");
 
-SOCKET S(SocketHandle s) { return static_cast<SOCKET>(s); }
+SOCKET S(SocketHandle s) {
+    return static_cast<SOCKET>(s);
+}
 
-int Check(int rc) { return rc == 0 ? 0 : kSocketError; }
+int Check(int rc) {
+    return rc == 0 ? 0 : kSocketError;
+}
 
 }  // namespace
 
 // Winsock reports its own numbers already.
-int WinsockError(int e) { return e; }
+int WinsockError(int e) {
+    return e;
+}
 
-int LastSocketError() { return ::WSAGetLastError(); }
+int LastSocketError() {
+    return ::WSAGetLastError();
+}
 
 int SocketStartup(uint16_t requestedVersion, uint16_t* version) {
     WSADATA data{};
@@ -28,17 +36,24 @@ int SocketStartup(uint16_t requestedVersion, uint16_t* version) {
     return rc;
 }
 
-int SocketCleanup() { return ::WSACleanup() == 0 ? 0 : ::WSAGetLastError(); }
+int SocketCleanup() {
+    return ::WSACleanup() == 0 ? 0 : ::WSAGetLastError();
+}
 
 SocketHandle OpenTcpSocket() {
     // Not inherited by child processes, like SOCK_CLOEXEC on the other side.
-    SOCKET s = ::WSASocketW(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT);
+    SOCKET s =
+        ::WSASocketW(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT);
     return s == INVALID_SOCKET ? kInvalidSocket : static_cast<SocketHandle>(s);
 }
 
-int CloseSocket(SocketHandle s) { return Check(::closesocket(S(s))); }
+int CloseSocket(SocketHandle s) {
+    return Check(::closesocket(S(s)));
+}
 
-int ShutdownBoth(SocketHandle s) { return Check(::shutdown(S(s), SD_BOTH)); }
+int ShutdownBoth(SocketHandle s) {
+    return Check(::shutdown(S(s), SD_BOTH));
+}
 
 int SetNonBlocking(SocketHandle s) {
     u_long on = 1;
@@ -68,11 +83,17 @@ static int BindTo(SocketHandle s, uint32_t address, int port) {
     return Check(::bind(S(s), reinterpret_cast<sockaddr*>(&a), sizeof a));
 }
 
-int BindAny(SocketHandle s, int port) { return BindTo(s, htonl(INADDR_ANY), port); }
+int BindAny(SocketHandle s, int port) {
+    return BindTo(s, htonl(INADDR_ANY), port);
+}
 
-int BindLoopback(SocketHandle s, int port) { return BindTo(s, htonl(INADDR_LOOPBACK), port); }
+int BindLoopback(SocketHandle s, int port) {
+    return BindTo(s, htonl(INADDR_LOOPBACK), port);
+}
 
-int Listen(SocketHandle s, int backlog) { return Check(::listen(S(s), backlog)); }
+int Listen(SocketHandle s, int backlog) {
+    return Check(::listen(S(s), backlog));
+}
 
 bool Readable(SocketHandle s, int milliseconds) {
     WSAPOLLFD p{};
@@ -125,7 +146,8 @@ bool PeerAddress(SocketHandle s, char* out, size_t size) {
     if (out == nullptr || size == 0) return false;
     sockaddr_in a{};
     int len = sizeof a;
-    if (::getpeername(S(s), reinterpret_cast<sockaddr*>(&a), &len) != 0 || a.sin_family != AF_INET) {
+    if (::getpeername(S(s), reinterpret_cast<sockaddr*>(&a), &len) != 0 ||
+        a.sin_family != AF_INET) {
         std::snprintf(out, size, "unknown");
         return false;
     }

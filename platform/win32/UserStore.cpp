@@ -10,7 +10,9 @@ constexpr const char* kValue = "LogFilePath";
 
 }  // namespace
 
-std::string UserValuePath() { return std::string("HKEY_CURRENT_USER\\") + kKey + "\\" + kValue; }
+std::string UserValuePath() {
+    return std::string("HKEY_CURRENT_USER\\") + kKey + "\\" + kValue;
+}
 
 bool ReadUserValue(std::string* value) {
     HKEY key = nullptr;
@@ -22,8 +24,8 @@ bool ReadUserValue(std::string* value) {
     std::string text;
     if (rc == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ)) {
         text.resize(size);
-        rc = ::RegQueryValueExA(key, kValue, nullptr, &type,
-                                reinterpret_cast<BYTE*>(text.data()), &size);
+        rc = ::RegQueryValueExA(key, kValue, nullptr, &type, reinterpret_cast<BYTE*>(text.data()),
+                                &size);
         text.resize(rc == ERROR_SUCCESS ? size : 0);
     } else if (rc == ERROR_SUCCESS) {
         rc = ERROR_INVALID_DATA;

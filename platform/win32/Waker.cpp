@@ -1,7 +1,10 @@
 #include "platform/Waker.h"
 
+// Winsock 2 comes before windows.h.
+// clang-format off
 #include <winsock2.h>
 #include <windows.h>
+// clang-format on
 
 namespace platform {
 namespace {
@@ -10,7 +13,9 @@ namespace {
 // taken would see nothing more; a bounded wait lets the thread's next turn read the end itself.
 constexpr DWORD kLongestWaitMs = 1000;
 
-HANDLE H(intptr_t h) { return reinterpret_cast<HANDLE>(h); }
+HANDLE H(intptr_t h) {
+    return reinterpret_cast<HANDLE>(h);
+}
 
 }  // namespace
 
@@ -19,7 +24,9 @@ Waker::Waker()
     : handle_(reinterpret_cast<intptr_t>(::CreateEventA(nullptr, FALSE, FALSE, nullptr))),
       socketEvent_(reinterpret_cast<intptr_t>(::WSACreateEvent())) {}
 
-Waker::~Waker() { Close(); }
+Waker::~Waker() {
+    Close();
+}
 
 void Waker::Signal() {
     if (handle_) ::SetEvent(H(handle_));

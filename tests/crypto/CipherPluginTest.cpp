@@ -57,7 +57,8 @@ int32_t OpenFrame(MessageUtil& util, const std::string& frame, const Key& key, s
 const std::string kIdentify = Frame(1043, "02:5A:37:AA:BB:CC;4.2;");
 
 TEST(CipherPlugin, FrameRoundTripWithAFreshNonceEachTime) {
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     Key key = KeyFor(util, kIdentify, "sesame");
     const std::string plain = Frame(1079, "Zanth;4.2;AA:BB:CC;");
     std::string first = SealFrame(util, plain, key);
@@ -78,7 +79,8 @@ TEST(CipherPlugin, FrameRoundTripWithAFreshNonceEachTime) {
 }
 
 TEST(CipherPlugin, AnyAlteredByteOrAnotherKeyIsRefused) {
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     Key key = KeyFor(util, kIdentify, "sesame");
     const std::string plain = Frame(1061, "1;01/02/2024;10:00:00;door open;");
     const std::string frame = SealFrame(util, plain, key);
@@ -104,7 +106,8 @@ TEST(CipherPlugin, AnyAlteredByteOrAnotherKeyIsRefused) {
 }
 
 TEST(CipherPlugin, KeyDependsOnBothTextsInTheirRoles) {
-    MessageUtil one, two;
+    Crypto cipherOne, cipherTwo;
+    MessageUtil one(&cipherOne), two(&cipherTwo);
     Key base = KeyFor(one, kIdentify, "sesame");
     EXPECT_EQ(KeyFor(two, kIdentify, "sesame"), base) << "another instance derives the same key";
     EXPECT_EQ(KeyFor(one, kIdentify, "sesame"), base);
@@ -139,7 +142,8 @@ TEST(CipherPlugin, DocumentedDerivationAndLayoutMatchLibsodium) {
     crypto_generichash(expected.data(), 32,
                        reinterpret_cast<const unsigned char*>(linkInput.data()), linkInput.size(),
                        seedKey.data(), 32);
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     Key key = KeyFor(util, kIdentify, seed);
     ASSERT_EQ(key, expected);
 
@@ -173,7 +177,8 @@ TEST(CipherPlugin, DocumentedDerivationAndLayoutMatchLibsodium) {
 }
 
 TEST(CipherPlugin, LargestClearFrameFitsTheAnnouncedBuffer) {
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     int32_t room = 0;
     ASSERT_EQ(util.GetBufferSize(&room), 0);
     ASSERT_GE(room, kRecordMessageSize) << "a Worker must grow its buffers to this size";
@@ -278,7 +283,8 @@ TEST(CipherPlugin, ManyThreadsWithTheirOwnKeysAtOnce) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
-            MessageUtil util;  // one per thread, as every Worker has its own
+            Crypto crypto;  // one per thread, as every Worker has its own
+            MessageUtil util(&crypto);
             Key key = KeyFor(util, kIdentify, "seed-" + std::to_string(t));
             published[static_cast<size_t>(t)] =
                 SealFrame(util, Frame(1061, "from " + std::to_string(t) + ";"), key);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "support/FakeController.h"
 
 namespace zanth::test {
@@ -37,7 +38,8 @@ class EncryptedPeer {
   private:
     std::string seed_;
     FakeController link_;
-    MessageUtil util_;
+    Crypto crypto_;
+    MessageUtil util_{&crypto_};
     unsigned char key_[32] = {};
 };
 

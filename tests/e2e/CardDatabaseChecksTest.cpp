@@ -5,16 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <functional>
 #include <future>
 #include <memory>
-#include <cstring>
-#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "e2e/CardArgs.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -31,15 +30,15 @@ class CardChecksTest : public LibraryTest {
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers("AA:BB:CC,11:22:33"), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     // The message a call queued, or "" when it queued none.
     static std::string Taken() {
-        if (sendMon->CountFor(kMac) == 0) return "";
+        if (test::Shared().sendMon->CountFor(kMac) == 0) return "";
         CommandRecord record{};
         int32_t error = -1;
-        sendMon->Get(&record, kMac, &error);
+        test::Shared().sendMon->Get(&record, kMac, &error);
         return error == 0 ? std::string(record.message) : "";
     }
 
@@ -47,11 +46,11 @@ class CardChecksTest : public LibraryTest {
     template <class Call>
     static int32_t Serve(Call call, const std::string& reply) {
         auto pending = std::async(std::launch::async, call);
-        EXPECT_TRUE(WaitUntil([] { return sendMon->CountFor(kMac) > 0; }));
+        EXPECT_TRUE(WaitUntil([] { return test::Shared().sendMon->CountFor(kMac) > 0; }));
         Taken();
         char slot[kMessageBufferSize] = {};
         std::memcpy(slot, reply.data(), reply.size());
-        recvMon->SetBuffer(slot);
+        test::Shared().recvMon->SetBuffer(slot);
         return pending.get();
     }
 };
@@ -180,7 +179,7 @@ TEST_F(CardChecksTest, EveryBoundAtBothEndsAndJustOutside) {
             int before = LogCount(b.text);
             EXPECT_EQ(b.call(v), -10002) << v;
             EXPECT_EQ(LogCount(b.text), before + 1) << v;
-            EXPECT_EQ(sendMon->CountFor(kMac), 0) << v;
+            EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0) << v;
         }
     }
 }
@@ -294,7 +293,7 @@ TEST_F(CardChecksTest, OrderValidThenConnectedThenArguments) {
         LogCount("[Master::GetCardholderStatus2] unique ID value must be between 1 and 4294967295"),
         1);
     EXPECT_EQ(ResetCardholderStatus(kMac, 1, 0), -10002);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
 }
 
 TEST_F(CardChecksTest, NullArgumentsAreRefusedAndNothingIsSent) {
@@ -349,7 +348,7 @@ TEST_F(CardChecksTest, NullArgumentsAreRefusedAndNothingIsSent) {
     };
     for (const auto& [name, call] : calls) {
         EXPECT_EQ(call(), -10002) << name;
-        EXPECT_EQ(sendMon->CountFor(kMac), 0) << name;
+        EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0) << name;
     }
 }
 
@@ -424,33 +423,30 @@ TEST_F(CardChecksTest, DeclaredSizesAreNeverReadOrWrittenPast) {
     const std::pair<const char*, Get> gets[] = {
         {"GetCardRecord",
          [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
-             return GetCardRecord(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize,
-                                  &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
-                                  &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
-                                  &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
-                                  &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
-                                  o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
-                                  &o.field7);
+             return GetCardRecord(
+                 kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize, &o.accessType,
+                 &o.uniqueId, &o.groups[0], &o.groups[1], &o.groups[2], &o.groups[3], &o.groups[4],
+                 &o.groups[5], &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                 &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16, o.endTime, 16,
+                 &o.escortId, &o.inSchedule, &o.outSchedule, &o.field7);
          }},
         {"GetCardRecord2",
          [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
-             return GetCardRecord2(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin,
-                                   pinSize, &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
-                                   &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
-                                   &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
-                                   &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
-                                   o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
-                                   &o.field7, &o.pinExempt);
+             return GetCardRecord2(
+                 kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize, &o.accessType,
+                 &o.uniqueId, &o.groups[0], &o.groups[1], &o.groups[2], &o.groups[3], &o.groups[4],
+                 &o.groups[5], &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                 &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16, o.endTime, 16,
+                 &o.escortId, &o.inSchedule, &o.outSchedule, &o.field7, &o.pinExempt);
          }},
         {"GetCardRecord4",
          [&](char* number, int32_t numberSize, char* pin, int32_t pinSize) {
-             return GetCardRecord4(kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin,
-                                   pinSize, &o.accessType, &o.uniqueId, &o.groups[0], &o.groups[1],
-                                   &o.groups[2], &o.groups[3], &o.groups[4], &o.groups[5],
-                                   &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
-                                   &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16,
-                                   o.endTime, 16, &o.escortId, &o.inSchedule, &o.outSchedule,
-                                   &o.field7, &o.pinExempt, &o.role);
+             return GetCardRecord4(
+                 kMac, &o.cardSetId, &o.noFormat, number, numberSize, pin, pinSize, &o.accessType,
+                 &o.uniqueId, &o.groups[0], &o.groups[1], &o.groups[2], &o.groups[3], &o.groups[4],
+                 &o.groups[5], &o.groups[6], &o.groups[7], &o.extendedAccess, &o.passbackExempt,
+                 &o.pinCommands, o.startDate, 16, o.startTime, 16, o.endDate, 16, o.endTime, 16,
+                 &o.escortId, &o.inSchedule, &o.outSchedule, &o.field7, &o.pinExempt, &o.role);
          }},
     };
     // A text of `size` bytes, all of them `content` (no terminator unless `content` is empty).
@@ -489,20 +485,22 @@ TEST_F(CardChecksTest, DeclaredSizesAreNeverReadOrWrittenPast) {
         SCOPED_TRACE(name);
         auto number = block(2, "");
         auto pin = block(2, "");
-        auto pending = std::async(std::launch::async, [&] { return get(number.get(), 2, pin.get(), 2); });
-        ASSERT_TRUE(WaitUntil([] { return sendMon->CountFor(kMac) > 0; }));
+        auto pending =
+            std::async(std::launch::async, [&] { return get(number.get(), 2, pin.get(), 2); });
+        ASSERT_TRUE(WaitUntil([] { return test::Shared().sendMon->CountFor(kMac) > 0; }));
         const std::string sent = Taken();
         EXPECT_EQ(sent.substr(4), Frame(25, "0;7;0;0;").substr(4));
         char slot[kMessageBufferSize] = {};
         // The controller's own refusal under the reply code of what was sent.
         const std::string refused = "1" + sent.substr(1, 3) + ";0015;-100;";
         std::memcpy(slot, refused.data(), refused.size());
-        recvMon->SetBuffer(slot);
+        test::Shared().recvMon->SetBuffer(slot);
         EXPECT_EQ(pending.get(), -100);
         EXPECT_STREQ(number.get(), "0");
         EXPECT_STREQ(pin.get(), "0");
     }
-    EXPECT_TRUE(LogContains("[Master::GetCardRecord] card number does not fit its size of 1 bytes"));
+    EXPECT_TRUE(
+        LogContains("[Master::GetCardRecord] card number does not fit its size of 1 bytes"));
     EXPECT_TRUE(LogContains("[Master::GetCardRecord[2]] PIN does not fit its size of 0 bytes"));
 }
 

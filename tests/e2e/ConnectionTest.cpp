@@ -9,7 +9,6 @@
 #include <future>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/ThreadHashMon.h"
 #include "monitors/ValidMon.h"
 #include "support/FakeController.h"
@@ -32,7 +31,7 @@ std::string Connected() {
 }
 
 class ConnectionTest : public LibraryTest {
-protected:
+  protected:
     // A controller that has identified itself and is listed as connected.
     void Join(FakeController& c, const std::string& mac = kMac) {
         ASSERT_TRUE(c.Connect(port_));
@@ -149,7 +148,8 @@ TEST_F(ConnectionTest, ResetLinkReleasesABlockedCallerAtOnce) {
     EXPECT_EQ(rc.get(), -10010);
     EXPECT_LT(steady_clock::now() - begun, milliseconds(5000));
     EXPECT_TRUE(WaitUntil([] { return Connected().empty(); }));
-    EXPECT_TRUE(LogContains("[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called"));
+    EXPECT_TRUE(
+        LogContains("[Worker::~Worker] busy == true....rspfunc == 0  setBuffer() IS called"));
 }
 
 TEST_F(ConnectionTest, QueuedRspCommandsAreAnsweredWhenTheLinkEnds) {
@@ -160,7 +160,7 @@ TEST_F(ConnectionTest, QueuedRspCommandsAreAnsweredWhenTheLinkEnds) {
     ASSERT_EQ(RspControllerInfo(11, kMac), 0);
     ASSERT_EQ(c.ReadFrame(), "0079;0010;");
     // Let the second record reach the Worker's own queue before the link goes.
-    ASSERT_TRUE(WaitUntil([] { return sendMon->CountFor(kMac) == 0; }));
+    ASSERT_TRUE(WaitUntil([] { return test::Shared().sendMon->CountFor(kMac) == 0; }));
     c.Reset();
     for (int expected : {10, 11}) {
         int32_t rspid = 0;
@@ -175,11 +175,11 @@ TEST_F(ConnectionTest, CommandsQueuedBeforeTheControllerCameBackAreDropped) {
     Start(kMac);
     CommandRecord stale{};
     std::strcpy(stale.message, "0079;0010;");
-    sendMon->Put(stale, kMac);
+    test::Shared().sendMon->Put(stale, kMac);
     FakeController c;
     Join(c);
     EXPECT_TRUE(c.Silent(400)) << "the stale command must not go out";
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
 }
 
 TEST_F(ConnectionTest, ASecondConnectionOfTheMacTakesOver) {
@@ -264,7 +264,7 @@ TEST_F(ConnectionTest, PortInUseStopsTheLibrary) {
     ASSERT_TRUE(net::Listen(blocker, 1));
     // Initialization has returned before the listener finds the port taken.
     EXPECT_EQ(Initialization(port_, nullptr, nullptr), 0);
-    EXPECT_TRUE(WaitUntil([] { return LibraryTerminating(); }));
+    EXPECT_TRUE(WaitUntil([] { return test::Shared().Terminating(); }));
     EXPECT_TRUE(LogContains("[Listener::Listener] Error on bind"));
     EXPECT_TRUE(LogContains("Winsock 10048: Address already in use"));
     EXPECT_EQ(Initialization(port_, nullptr, nullptr), -10001);
@@ -285,7 +285,7 @@ TEST_F(ConnectionTest, ShutdownTerminatesControllersAndTheLibraryStartsAgain) {
         EXPECT_EQ(*last, "9990;0010;");
     }
     EXPECT_TRUE(c.WaitClosed());
-    ASSERT_TRUE(WaitUntil([] { return !LibraryTerminating(); }));
+    ASSERT_TRUE(WaitUntil([] { return !test::Shared().Terminating(); }));
     int port = FreePort();
     EXPECT_EQ(Initialization(port, nullptr, nullptr), 0);
     FakeController again;

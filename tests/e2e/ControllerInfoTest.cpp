@@ -22,7 +22,8 @@ TEST_F(ControllerInfoTest, ReplyTextReachesTheCaller) {
     ASSERT_TRUE(c.Identify("AA:BB:CC"));
     ASSERT_TRUE(WaitUntil([] {
         char list[64];
-        return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, "AA:BB:CC") == 0;
+        return GetConnectedControllers(list, sizeof list) == 0 &&
+               std::strcmp(list, "AA:BB:CC") == 0;
     }));
     // Both names land in one method: the same frame out, the same text back.
     for (auto info : {&ControllerInfo, &GatewayInfo}) {

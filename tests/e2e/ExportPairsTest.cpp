@@ -41,8 +41,7 @@ class ExportPairsTest : public LibraryTest {
         ASSERT_TRUE(controller_.Identify(kMac));
         ASSERT_TRUE(WaitUntil([] {
             char list[64];
-            return GetConnectedControllers(list, sizeof list) == 0 &&
-                   std::strcmp(list, kMac) == 0;
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
         }));
     }
 
@@ -225,10 +224,9 @@ TEST_F(ExportPairsTest, OutOfStepRspFormsDriveTheirPartnersMessage) {
              return r;
          },
          [](std::string&) { return RspGetInputStatus2(54, kMac, 7); }, "0;3;0C;", 54},
-        {"GetCardholderStatus3 / RspGetCardholderStatus",
-         status([](char* d, char* t, int32_t* v) {
-             return GetCardholderStatus3(kMac, 77, d, 16, t, 16, &v[0], &v[1], &v[2], &v[3],
-                                         &v[4], &v[5], &v[6], &v[7]);
+        {"GetCardholderStatus3 / RspGetCardholderStatus", status([](char* d, char* t, int32_t* v) {
+             return GetCardholderStatus3(kMac, 77, d, 16, t, 16, &v[0], &v[1], &v[2], &v[3], &v[4],
+                                         &v[5], &v[6], &v[7]);
          }),
          [](std::string&) { return RspGetCardholderStatus(55, kMac, 77); },
          "0;11/22/2026;10:15:00;1;2;3;4;5;6;7;8;", 55},
@@ -250,8 +248,8 @@ TEST_F(ExportPairsTest, OutOfStepRspFormsDriveTheirPartnersMessage) {
 // every form sending the same message.
 TEST_F(ExportPairsTest, RspCmdOutputFunctionIsNotItsNamesakesForm) {
     Observed first = Drive([](std::string&) { return CmdOutputFunction(kMac, 4, 3, 1); }, "0;", 0);
-    Observed second = Drive([](std::string&) { return RspCmdOutputFunction(60, kMac, 4, 3, 1); },
-                            "0;", 60);
+    Observed second =
+        Drive([](std::string&) { return RspCmdOutputFunction(60, kMac, 4, 3, 1); }, "0;", 60);
     ASSERT_FALSE(first.frame.empty());
     EXPECT_NE(first.frame.substr(0, 4), second.frame.substr(0, 4));
 }

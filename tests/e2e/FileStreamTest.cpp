@@ -9,7 +9,6 @@
 #include <random>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
 #include "protocol/CommandRecord.h"
@@ -56,7 +55,7 @@ std::string NextResponse(int32_t* rspid) {
 }
 
 class FileStreamTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         Start(kMac);
@@ -65,8 +64,8 @@ protected:
         ASSERT_TRUE(WaitUntil([] { return Connected() == kMac; }));
     }
     // What GetFile and SendFile hand the Worker: the framed request and the two paths.
-    void Queue(int code, const std::string& gatewayPath, const std::string& pcPath,
-               int32_t rspid, int32_t rspfunc = 1) {
+    void Queue(int code, const std::string& gatewayPath, const std::string& pcPath, int32_t rspid,
+               int32_t rspfunc = 1) {
         CommandRecord record{};
         record.rspfunc = rspfunc;
         record.rspid = rspid;
@@ -77,7 +76,7 @@ protected:
                   0);
         CopyBounded(record.gatewayPathFile, gatewayPath.c_str(), sizeof record.gatewayPathFile);
         CopyBounded(record.pcPathFile, pcPath.c_str(), sizeof record.pcPathFile);
-        sendMon->Put(record, kMac);
+        test::Shared().sendMon->Put(record, kMac);
     }
     // The frame's payload, or "" when the frame isn't of `code`.
     std::string ExpectFrame(int code) {
@@ -140,7 +139,7 @@ TEST_F(FileStreamTest, BlockingRoadGetsBareDecimalsAndAMissingFileIsNeverAsked) 
     ASSERT_EQ(RecvWaitTime(1, &wait), 0);
     Queue(30, "/cfg/x", "no/such/dir/x.bin", 0, 0);
     char slot[4118] = {};
-    ASSERT_TRUE(recvMon->GetBuffer(slot, kMac));
+    ASSERT_TRUE(test::Shared().recvMon->GetBuffer(slot, kMac, *test::Shared().workerMon));
     EXPECT_STREQ(slot, "-10007");
     EXPECT_TRUE(c_.Silent(300));
 }
@@ -160,6 +159,28 @@ TEST_F(FileStreamTest, ControllerErrorEndsTheStreamWithItsResultAndKeepsTheParti
     // The stream is over: the next command goes straight out.
     ASSERT_EQ(RspControllerInfo(10, kMac), 0);
     EXPECT_EQ(ExpectFrame(79), "");
+}
+
+// A 9980 in place of the 1030 that closes a SendFile ends the stream in hand (last chunk to
+// idle), so that the link's next stream runs from its start: its first 1030 asks for a chunk.
+TEST_F(FileStreamTest, ErrorInPlaceOfTheLastReplyLeavesNothingForTheNextStream) {
+    const std::string content = Bytes(10, 10);
+    WriteFile("short.bin", content);
+    Queue(30, "/cfg/short.bin", "short.bin", 30);
+    EXPECT_EQ(ExpectFrame(30), "/cfg/short.bin;");
+    ASSERT_TRUE(c_.SendFrame(1030, "0;"));
+    EXPECT_EQ(ExpectFrame(32), content);
+    int32_t got = 0;
+    EXPECT_EQ(NextResponse(&got), "0000;0012;0;");
+    ASSERT_TRUE(c_.SendFrame(9980, "-1204;disk full;"));
+    EXPECT_EQ(NextResponse(&got), Frame(9980, "-1204;disk full;"));
+
+    Queue(30, "/cfg/again.bin", "short.bin", 31);
+    EXPECT_EQ(ExpectFrame(30), "/cfg/again.bin;");
+    ASSERT_TRUE(c_.SendFrame(1030, "0;"));
+    EXPECT_EQ(ExpectFrame(32), content) << "the next stream sends its chunk";
+    EXPECT_EQ(NextResponse(&got), "0000;0012;0;");
+    EXPECT_EQ(got, 31);
 }
 
 TEST_F(FileStreamTest, LinkResetMidStreamReleasesTheCallerAndLeavesThePartialFile) {
@@ -183,7 +204,7 @@ TEST_F(FileStreamTest, PunchThroughCommandsPassBetweenChunksAndOthersWaitForTheE
     // 79 (controller info) is on the punch-through list; 9 (interface reboot) is not.
     ASSERT_EQ(RspRebootBoard(21, kMac, 4), 0);
     ASSERT_EQ(RspControllerInfo(22, kMac), 0);
-    ASSERT_TRUE(WaitUntil([] { return sendMon->CountFor(kMac) == 0; }));
+    ASSERT_TRUE(WaitUntil([] { return test::Shared().sendMon->CountFor(kMac) == 0; }));
     EXPECT_EQ(ExpectFrame(79), "") << "the punch-through command didn't overtake the stream";
     ASSERT_TRUE(c_.SendFrame(1079, "info;"));
     int32_t got = 0;

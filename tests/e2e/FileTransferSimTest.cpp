@@ -113,9 +113,9 @@ TEST_F(FileTransferSimTest, FilesOfEverySizeRoundTripWholeAndByChunk) {
         do {
             const size_t n = std::min(kChunk, content.size() - at);
             const int32_t last = at + n == content.size() ? 1 : 0;
-            ASSERT_EQ(SendData(kMac, chunked.c_str(), content.data() + at,
-                               static_cast<int32_t>(n), last),
-                      0);
+            ASSERT_EQ(
+                SendData(kMac, chunked.c_str(), content.data() + at, static_cast<int32_t>(n), last),
+                0);
             at += n;
         } while (at < content.size());
         ASSERT_TRUE(Store().Find(chunked).has_value());
@@ -125,7 +125,8 @@ TEST_F(FileTransferSimTest, FilesOfEverySizeRoundTripWholeAndByChunk) {
         int32_t bytesRead = 0;
         int32_t isLast = 0;
         do {
-            ASSERT_EQ(GetData(kMac, chunked.c_str(), buffer, sizeof buffer, &bytesRead, &isLast), 0);
+            ASSERT_EQ(GetData(kMac, chunked.c_str(), buffer, sizeof buffer, &bytesRead, &isLast),
+                      0);
             back.append(buffer, static_cast<size_t>(bytesRead));
         } while (isLast == 0);
         EXPECT_EQ(back, content);
@@ -171,7 +172,8 @@ TEST_F(FileTransferSimTest, StatusAndDeleteFollowTheStore) {
     EXPECT_EQ(ZanthDeleteFile(kMac, "/cfg/a.ini"), 0);
     EXPECT_FALSE(Store().Find("/cfg/a.ini"));
     // Gone: the controller's own result for an unknown record.
-    EXPECT_EQ(GetFileStatus(kMac, "/cfg/a.ini", permission, sizeof permission), sim::kResultUnknownRecord);
+    EXPECT_EQ(GetFileStatus(kMac, "/cfg/a.ini", permission, sizeof permission),
+              sim::kResultUnknownRecord);
     EXPECT_EQ(ZanthDeleteFile(kMac, "/cfg/a.ini"), sim::kResultUnknownRecord);
     EXPECT_EQ(GetFile(kMac, "/cfg/a.ini", "a.ini"), sim::kResultUnknownRecord);
 }
@@ -206,7 +208,9 @@ TEST_F(FileTransferSimTest, CommandsDuringAStreamPassOnTheListAndWaitOffIt) {
     // On the controller's side: 79 arrived between chunks, 9 and 33 after the end chunk.
     std::vector<int> codes;
     for (const auto& command : c_->Stats().commands) codes.push_back(command.code);
-    auto position = [&](int code) { return std::find(codes.begin(), codes.end(), code) - codes.begin(); };
+    auto position = [&](int code) {
+        return std::find(codes.begin(), codes.end(), code) - codes.begin();
+    };
     EXPECT_LT(position(ZANTH_CONTROLLER_INFO), position(ZANTH_SEND_FILE_END));
     EXPECT_GT(position(ZANTH_REBOOT_INTERFACE), position(ZANTH_SEND_FILE_END));
     EXPECT_GT(position(ZANTH_GET_FILE), position(ZANTH_REBOOT_INTERFACE));
@@ -242,12 +246,14 @@ TEST_F(FileTransferSimTest, AResetLinkReleasesTheCallerAndLeavesThePartialFile) 
     // The controller comes back; a Rsp stream cut the same way hears "Connection failure". The
     // wait is for the new link's acceptance: until then the listed MAC may still be the ending
     // Worker's, which would take the command down with it.
-    ASSERT_TRUE(c_->WaitUntil([](const sim::ControllerStats& s) { return s.identifications >= 2; },
-                              15s));
-    ASSERT_TRUE(WaitUntil([] {
-        char list[64] = {};
-        return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
-    }, 15s));
+    ASSERT_TRUE(
+        c_->WaitUntil([](const sim::ControllerStats& s) { return s.identifications >= 2; }, 15s));
+    ASSERT_TRUE(WaitUntil(
+        [] {
+            char list[64] = {};
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
+        },
+        15s));
     WriteFile("up.bin", content);
     Store().DropAtChunk(2);
     ASSERT_EQ(RspSendFile(5, kMac, "/up/six", "up.bin"), 0);

@@ -97,7 +97,8 @@ class FileTransferTest : public LibraryTest {
             if (s.rspid != 0) {
                 int32_t rspid = 0;
                 char text[4117] = {};
-                ASSERT_TRUE(WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
+                ASSERT_TRUE(
+                    WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
                 EXPECT_EQ(rspid, s.rspid);
                 EXPECT_EQ(std::string(text, s.wire.back().answer->size()), *s.wire.back().answer);
             }
@@ -127,7 +128,8 @@ TEST_F(FileTransferTest, WholeFilesGoThroughTheWorkersStreamOnBothRoads) {
          [] {
              int32_t rspid = 0;
              char text[64] = {};
-             ASSERT_TRUE(WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
+             ASSERT_TRUE(
+                 WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
              EXPECT_EQ(rspid, 7);
              EXPECT_STREQ(text, "0000;0012;0;");
              EXPECT_EQ(ReadFile("got.bin"), "hel\0lo"s);
@@ -148,7 +150,8 @@ TEST_F(FileTransferTest, WholeFilesGoThroughTheWorkersStreamOnBothRoads) {
          [] {
              int32_t rspid = 0;
              char text[64] = {};
-             ASSERT_TRUE(WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
+             ASSERT_TRUE(
+                 WaitUntil([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }));
              EXPECT_EQ(rspid, 8);
              EXPECT_STREQ(text, "0000;0017;-10007;");
          }},
@@ -157,16 +160,30 @@ TEST_F(FileTransferTest, WholeFilesGoThroughTheWorkersStreamOnBothRoads) {
          {{Frame(33, "/a/x;"), Frame(9980, "-120;Disk gone;")}},
          -120,
          [] { EXPECT_TRUE(LogContains("[Worker::Run] file transfer error result=-120 err=")); }},
-        {"blank controller path", [] { return GetFile(kMac, "", "x.bin"); }, {}, -10002,
+        {"blank controller path",
+         [] { return GetFile(kMac, "", "x.bin"); },
+         {},
+         -10002,
          [] { EXPECT_TRUE(LogContains("[Master::GetFile] controllerPathFile cannot be blank")); }},
-        {"blank local path", [] { return GetFile(kMac, "/a/x", nullptr); }, {}, -10002,
+        {"blank local path",
+         [] { return GetFile(kMac, "/a/x", nullptr); },
+         {},
+         -10002,
          [] { EXPECT_TRUE(LogContains("[Master::GetFile] pcPathFile cannot be blank")); }},
-        {"SendFile's own texts", [] { return SendFile(kMac, nullptr, "x"); }, {}, -10002,
+        {"SendFile's own texts",
+         [] { return SendFile(kMac, nullptr, "x"); },
+         {},
+         -10002,
          [] { EXPECT_TRUE(LogContains("[Master::SendFile] controllerPathFile cannot be blank")); }},
-        {"SendFile blank local path", [] { return SendFile(kMac, "/a/x", ""); }, {}, -10002,
+        {"SendFile blank local path",
+         [] { return SendFile(kMac, "/a/x", ""); },
+         {},
+         -10002,
          [] { EXPECT_TRUE(LogContains("[Master::SendFile] pcPathFile cannot be blank")); }},
         {"a local path too long for the Worker's record",
-         [] { return SendFile(kMac, "/a/x", std::string(256, 'p').c_str()); }, {}, -10002},
+         [] { return SendFile(kMac, "/a/x", std::string(256, 'p').c_str()); },
+         {},
+         -10002},
         // Last: the controller ends the link after 9910, and the raw reply's number stands.
         {"an unknown-command reply is read as a positive number",
          [] { return GetFile(kMac, "/a/y", "y.bin"); },
@@ -191,55 +208,93 @@ TEST_F(FileTransferTest, BlockingChunksKeepOneTransferOpenBetweenCalls) {
     };
     const std::string full4086(4086, 'F');
     Run({
-        {"the first GetData asks for the file; a binary chunk comes whole", get("/f"),
-         {{"0033;0013;/f;", Frame(1033, "a\0;c"s)}}, 0, got("a\0;c"s, 0)},
-        {"the same path asks for the next chunk", get("/f"),
-         {{"0034;0010;", Frame(1034, "")}}, 0, got("", 1)},
-        {"after the last chunk the path starts anew", get("/f"),
-         {{"0033;0013;/f;", Frame(1033, "12345678")}}, 0, got("12345678", 0)},
-        {"another path while one is open: -10027, nothing sent", get("/g"), {}, -10027, [] {
-             EXPECT_TRUE(LogContains("[-10027][Master::GetData] Data Transfer In-Progress: "
-                                     "controllerPathFile=/g != filename=/f in previous call"));
+        {"the first GetData asks for the file; a binary chunk comes whole",
+         get("/f"),
+         {{"0033;0013;/f;", Frame(1033, "a\0;c"s)}},
+         0,
+         got("a\0;c"s, 0)},
+        {"the same path asks for the next chunk",
+         get("/f"),
+         {{"0034;0010;", Frame(1034, "")}},
+         0,
+         got("", 1)},
+        {"after the last chunk the path starts anew",
+         get("/f"),
+         {{"0033;0013;/f;", Frame(1033, "12345678")}},
+         0,
+         got("12345678", 0)},
+        {"another path while one is open: -10027, nothing sent",
+         get("/g"),
+         {},
+         -10027,
+         [] {
+             EXPECT_TRUE(
+                 LogContains("[-10027][Master::GetData] Data Transfer In-Progress: "
+                             "controllerPathFile=/g != filename=/f in previous call"));
          }},
-        {"the refusal closed the open one: the new path starts", get("/g"),
-         {{"0033;0013;/g;", Frame(9980, "-5;Disk gone;")}}, -5, [] {
+        {"the refusal closed the open one: the new path starts",
+         get("/g"),
+         {{"0033;0013;/g;", Frame(9980, "-5;Disk gone;")}},
+         -5,
+         [] {
              EXPECT_TRUE(LogContains("[Master::GetData] rslt=-5"));
              EXPECT_TRUE(LogContains("[Master::GetData] file transfer error, rslt=-5 err="));
          }},
         {"9980 without a result", get("/g"), {{"0033;0013;/g;", Frame(9980, "")}}, -10017},
         {"another reply", get("/g"), {{"0033;0013;/g;", Frame(1079, "x;")}}, -10010},
-        {"null outputs are refused", [] { return GetData(kMac, "/g", buffer, 8, nullptr, &isLast); },
-         {}, -10002},
-        {"blank path", get(""), {}, -10002,
+        {"null outputs are refused",
+         [] { return GetData(kMac, "/g", buffer, 8, nullptr, &isLast); },
+         {},
+         -10002},
+        {"blank path",
+         get(""),
+         {},
+         -10002,
          [] { EXPECT_TRUE(LogContains("[Master::GetData] controllerPathFile cannot be blank")); }},
 
         {"the first SendData opens the file, then sends the chunk",
          [] { return SendData(kMac, "/u", "a\0b", 3, 0); },
-         {{"0030;0013;/u;", Frame(1030, "0;")}, {"0031;0013;a\0b"s, Frame(1030, "0;")}}, 0},
+         {{"0030;0013;/u;", Frame(1030, "0;")}, {"0031;0013;a\0b"s, Frame(1030, "0;")}},
+         0},
         {"the next one for the same path is one chunk",
          [] { return SendData(kMac, "/u", "cd", 2, 1); },
-         {{"0032;0012;cd", Frame(1030, "0;")}}, 0},
+         {{"0032;0012;cd", Frame(1030, "0;")}},
+         0},
         {"end of data on the first call: opening, then the end chunk",
          [] { return SendData(kMac, "/v", "", 0, 1); },
-         {{"0030;0013;/v;", Frame(1030, "0;")}, {"0032;0010;", Frame(1030, "0;")}}, 0},
+         {{"0030;0013;/v;", Frame(1030, "0;")}, {"0032;0010;", Frame(1030, "0;")}},
+         0},
         {"a full chunk of 4086 goes out",
          [&] { return SendData(kMac, "/u", full4086.data(), 4086, 0); },
-         {{"0030;0013;/u;", Frame(1030, "0;")}, {Frame(31, full4086), Frame(1030, "0;")}}, 0},
-        {"another path while /u is open", [] { return SendData(kMac, "/w", "x", 1, 0); }, {},
-         -10027, [] {
-             EXPECT_TRUE(LogContains("[-10027][Master::SendData] Data Transfer In-Progress: "
-                                     "gatewayPathFile=/w != filename=/u in previous call"));
+         {{"0030;0013;/u;", Frame(1030, "0;")}, {Frame(31, full4086), Frame(1030, "0;")}},
+         0},
+        {"another path while /u is open",
+         [] { return SendData(kMac, "/w", "x", 1, 0); },
+         {},
+         -10027,
+         [] {
+             EXPECT_TRUE(
+                 LogContains("[-10027][Master::SendData] Data Transfer In-Progress: "
+                             "gatewayPathFile=/w != filename=/u in previous call"));
          }},
-        {"end of data outside 0 and 1", [] { return SendData(kMac, "/w", "x", 1, 2); }, {}, -10002,
-         [] { EXPECT_TRUE(LogContains("[Master::SendData] end of data value must be between 0 and 1")); }},
+        {"end of data outside 0 and 1",
+         [] { return SendData(kMac, "/w", "x", 1, 2); },
+         {},
+         -10002,
+         [] {
+             EXPECT_TRUE(
+                 LogContains("[Master::SendData] end of data value must be between 0 and 1"));
+         }},
         {"a negative size", [] { return SendData(kMac, "/w", "x", -1, 0); }, {}, -10002},
         {"the controller refuses the opening",
          [] { return SendData(kMac, "/w", "x", 1, 0); },
-         {{"0030;0013;/w;", Frame(9980, "-120;Full;")}}, -120,
+         {{"0030;0013;/w;", Frame(9980, "-120;Full;")}},
+         -120,
          [] { EXPECT_TRUE(LogContains("[Master::SendData] file transfer error rslt=-120 err=")); }},
         {"a chunk's reply of another code",
          [] { return SendData(kMac, "/w", "x", 1, 1); },
-         {{"0030;0013;/w;", Frame(1030, "0;")}, {"0032;0011;x", Frame(1079, "0;")}}, -10010},
+         {{"0030;0013;/w;", Frame(1030, "0;")}, {"0032;0011;x", Frame(1079, "0;")}},
+         -10010},
     });
 }
 
@@ -265,13 +320,17 @@ TEST_F(FileTransferTest, OversizeChunksTellTheControllerToGiveUp) {
           [&] { return SendData("AA:00:03", "/u", big.data(), 4087, 1); },
           {{"0030;0013;/u;", Frame(1030, "0;")}, {"9980;0039;-10007;File buffer too large;", {}}},
           -10006,
-          [] { EXPECT_TRUE(LogContains("[Master::SendData] Error: fileDataSize=4087 > MAX=4086")); }}},
+          [] {
+              EXPECT_TRUE(LogContains("[Master::SendData] Error: fileDataSize=4087 > MAX=4086"));
+          }}},
         {"AA:00:04",
          {"RspSendData of 4087 bytes",
           [&] { return RspSendData(9, "AA:00:04", "/u", big.data(), 4087, 0); },
           {{"9980;0039;-10007;File buffer too large;", {}}},
           -10006,
-          [] { EXPECT_TRUE(LogContains("[Master::RspSendData] Error: fileDataSize=4087 > MAX=4086")); }}},
+          [] {
+              EXPECT_TRUE(LogContains("[Master::RspSendData] Error: fileDataSize=4087 > MAX=4086"));
+          }}},
     };
     for (const Row& row : rows) {
         Connect(row.mac);
@@ -282,27 +341,59 @@ TEST_F(FileTransferTest, OversizeChunksTellTheControllerToGiveUp) {
 TEST_F(FileTransferTest, RspChunkFormsQueueEachStepAndTheRepliesComeBackWhole) {
     Connect(kMac);
     Run({
-        {"RspGetDataFilename", [] { return RspGetDataFilename(11, kMac, "/f"); },
-         {{"0033;0013;/f;", Frame(1033, "ab")}}, 0,
-         [] { EXPECT_TRUE(LogContains("[Master::RspGetDataFilename] gatewayPathFile=/f")); }, 11},
+        {"RspGetDataFilename",
+         [] { return RspGetDataFilename(11, kMac, "/f"); },
+         {{"0033;0013;/f;", Frame(1033, "ab")}},
+         0,
+         [] { EXPECT_TRUE(LogContains("[Master::RspGetDataFilename] gatewayPathFile=/f")); },
+         11},
         {"RspGetData: a binary chunk reaches the queue whole",
          [] { return RspGetData(12, kMac, "/f"); },
-         {{"0034;0010;", Frame(1034, "c\0d"s)}}, 0, [] {}, 12},
-        {"RspSendDataFilename", [] { return RspSendDataFilename(13, kMac, "/u"); },
-         {{"0030;0013;/u;", Frame(1030, "0;")}}, 0,
-         [] { EXPECT_TRUE(LogContains("[Master::RspSendDataFilename] gatewayPathFile=/u")); }, 13},
-        {"RspSendData, more to follow", [] { return RspSendData(14, kMac, "/u", "x\0y", 3, 0); },
-         {{"0031;0013;x\0y"s, Frame(1030, "0;")}}, 0, [] {}, 14},
-        {"RspSendData, the end", [] { return RspSendData(15, kMac, "/u", "", 0, 1); },
-         {{"0032;0010;", Frame(9980, "-7;No room;")}}, 0, [] {}, 15},
-        {"RspSendData end of data 5", [] { return RspSendData(16, kMac, "/u", "", 0, 5); }, {},
+         {{"0034;0010;", Frame(1034, "c\0d"s)}},
+         0,
+         [] {},
+         12},
+        {"RspSendDataFilename",
+         [] { return RspSendDataFilename(13, kMac, "/u"); },
+         {{"0030;0013;/u;", Frame(1030, "0;")}},
+         0,
+         [] { EXPECT_TRUE(LogContains("[Master::RspSendDataFilename] gatewayPathFile=/u")); },
+         13},
+        {"RspSendData, more to follow",
+         [] { return RspSendData(14, kMac, "/u", "x\0y", 3, 0); },
+         {{"0031;0013;x\0y"s, Frame(1030, "0;")}},
+         0,
+         [] {},
+         14},
+        {"RspSendData, the end",
+         [] { return RspSendData(15, kMac, "/u", "", 0, 1); },
+         {{"0032;0010;", Frame(9980, "-7;No room;")}},
+         0,
+         [] {},
+         15},
+        {"RspSendData end of data 5",
+         [] { return RspSendData(16, kMac, "/u", "", 0, 5); },
+         {},
          -10002,
-         [] { EXPECT_TRUE(LogContains("[Master::RspSendData] end of data value must be between 0 and 1")); }},
-        {"RspGetData blank", [] { return RspGetData(17, kMac, ""); }, {}, -10002,
-         [] { EXPECT_TRUE(LogContains("[Master::RspGetData] controllerPathFile cannot be blank")); }},
-        {"RspSendDataFilename blank", [] { return RspSendDataFilename(18, kMac, nullptr); }, {},
+         [] {
+             EXPECT_TRUE(
+                 LogContains("[Master::RspSendData] end of data value must be between 0 and 1"));
+         }},
+        {"RspGetData blank",
+         [] { return RspGetData(17, kMac, ""); },
+         {},
          -10002,
-         [] { EXPECT_TRUE(LogContains("[Master::RspSendDataFilename] controllerPathFile cannot be blank")); }},
+         [] {
+             EXPECT_TRUE(LogContains("[Master::RspGetData] controllerPathFile cannot be blank"));
+         }},
+        {"RspSendDataFilename blank",
+         [] { return RspSendDataFilename(18, kMac, nullptr); },
+         {},
+         -10002,
+         [] {
+             EXPECT_TRUE(
+                 LogContains("[Master::RspSendDataFilename] controllerPathFile cannot be blank"));
+         }},
     });
 }
 
@@ -312,46 +403,98 @@ TEST_F(FileTransferTest, StatusAndDeleteReadTheirRepliesAsDescribed) {
         return [=] { return GetFileStatus(kMac, "/f", permission, size); };
     };
     Run({
-        {"GetFileStatus", status(4), {{"0028;0013;/f;", Frame(1028, "0;644;")}}, 0,
+        {"GetFileStatus",
+         status(4),
+         {{"0028;0013;/f;", Frame(1028, "0;644;")}},
+         0,
          [] { EXPECT_STREQ(permission, "644"); }},
-        {"a buffer of 3 for three digits", status(3), {{"0028;0013;/f;", Frame(1028, "0;644;")}},
+        {"a buffer of 3 for three digits",
+         status(3),
+         {{"0028;0013;/f;", Frame(1028, "0;644;")}},
          -10006},
         {"the controller's -5", status(4), {{"0028;0013;/f;", Frame(1028, "-5;")}}, -10001},
-        {"the controller's -101 passes", status(4), {{"0028;0013;/f;", Frame(1028, "-101;")}}, -101},
+        {"the controller's -101 passes",
+         status(4),
+         {{"0028;0013;/f;", Frame(1028, "-101;")}},
+         -101},
         {"no permission field", status(4), {{"0028;0013;/f;", Frame(1028, "0;")}}, -10011},
         {"the reply of the other mode", status(4), {{"0028;0013;/f;", Frame(1029, "0;")}}, -10010},
         {"FileStatus mode 0 is the same",
          [] { return FileStatus(kMac, 0, "/f", permission, sizeof permission); },
-         {{"0028;0013;/f;", Frame(1028, "0;600;")}}, 0, [] { EXPECT_STREQ(permission, "600"); }},
-        {"SetFileStatus", [] { return SetFileStatus(kMac, "/f", "644"); },
-         {{"0029;0017;/f;644;", Frame(1029, "0;")}}, 0,
+         {{"0028;0013;/f;", Frame(1028, "0;600;")}},
+         0,
+         [] { EXPECT_STREQ(permission, "600"); }},
+        {"SetFileStatus",
+         [] { return SetFileStatus(kMac, "/f", "644"); },
+         {{"0029;0017;/f;644;", Frame(1029, "0;")}},
+         0,
          [] { EXPECT_TRUE(LogContains("[Master::FileStatus] gatewayPathFile=/f")); }},
-        {"an octal digit beyond 7", [] { return SetFileStatus(kMac, "/f", "648"); }, {}, -10002,
-         [] { EXPECT_TRUE(LogContains("[Master::FileStatus] permission must be 3-digit octal number")); }},
-        {"two digits", [] { return SetFileStatus(kMac, "/f", "64"); }, {}, -10002,
+        {"an octal digit beyond 7",
+         [] { return SetFileStatus(kMac, "/f", "648"); },
+         {},
+         -10002,
+         [] {
+             EXPECT_TRUE(
+                 LogContains("[Master::FileStatus] permission must be 3-digit octal number"));
+         }},
+        {"two digits",
+         [] { return SetFileStatus(kMac, "/f", "64"); },
+         {},
+         -10002,
          [] { EXPECT_TRUE(LogContains("[Master::FileStatus] permission must contain 3 digits")); }},
         {"no permission", [] { return SetFileStatus(kMac, "/f", nullptr); }, {}, -10002},
-        {"mode 2", [] { return FileStatus(kMac, 2, "/f", permission, 8); }, {}, -10002,
-         [] { EXPECT_TRUE(LogContains("[Master::FileStatus] mode value must be between 0 and 1")); }},
-        {"GetFileStatus without a buffer", [] { return GetFileStatus(kMac, "/f", nullptr, 4); }, {},
+        {"mode 2",
+         [] { return FileStatus(kMac, 2, "/f", permission, 8); },
+         {},
+         -10002,
+         [] {
+             EXPECT_TRUE(LogContains("[Master::FileStatus] mode value must be between 0 and 1"));
+         }},
+        {"GetFileStatus without a buffer",
+         [] { return GetFileStatus(kMac, "/f", nullptr, 4); },
+         {},
          -10002},
-        {"RspSetFileStatus", [] { return RspSetFileStatus(21, kMac, "/f", "600"); },
-         {{"0029;0017;/f;600;", Frame(1029, "0;")}}, 0, [] {}, 21},
-        {"RspGetFileStatus", [] { return RspGetFileStatus(22, kMac, "/f"); },
-         {{"0028;0013;/f;", Frame(1028, "0;600;")}}, 0, [] {}, 22},
-        {"RspFileStatus mode 1", [] { return RspFileStatus(23, kMac, 1, "/f", "755"); },
-         {{"0029;0017;/f;755;", Frame(1029, "0;")}}, 0, [] {}, 23},
+        {"RspSetFileStatus",
+         [] { return RspSetFileStatus(21, kMac, "/f", "600"); },
+         {{"0029;0017;/f;600;", Frame(1029, "0;")}},
+         0,
+         [] {},
+         21},
+        {"RspGetFileStatus",
+         [] { return RspGetFileStatus(22, kMac, "/f"); },
+         {{"0028;0013;/f;", Frame(1028, "0;600;")}},
+         0,
+         [] {},
+         22},
+        {"RspFileStatus mode 1",
+         [] { return RspFileStatus(23, kMac, 1, "/f", "755"); },
+         {{"0029;0017;/f;755;", Frame(1029, "0;")}},
+         0,
+         [] {},
+         23},
 
-        {"ZanthDeleteFile", [] { return ZanthDeleteFile(kMac, "/f"); },
-         {{"0114;0013;/f;", Frame(1113, "0;")}}, 0},
-        {"a negative result stands unmapped", [] { return ZanthDeleteFile(kMac, "/f"); },
-         {{"0114;0013;/f;", Frame(1113, "-3;")}}, -3},
-        {"the first number of any reply", [] { return ZanthDeleteFile(kMac, "/f"); },
-         {{"0114;0013;/f;", Frame(1079, "7;")}}, 7},
-        {"a reply without a number", [] { return ZanthDeleteFile(kMac, "/f"); },
-         {{"0114;0013;/f;", Frame(1113, "")}}, -10010},
-        {"RspZanthDeleteFile", [] { return RspZanthDeleteFile(31, kMac, "/f"); },
-         {{"0114;0013;/f;", Frame(1113, "0;")}}, 0, [] {}, 31},
+        {"ZanthDeleteFile",
+         [] { return ZanthDeleteFile(kMac, "/f"); },
+         {{"0114;0013;/f;", Frame(1113, "0;")}},
+         0},
+        {"a negative result stands unmapped",
+         [] { return ZanthDeleteFile(kMac, "/f"); },
+         {{"0114;0013;/f;", Frame(1113, "-3;")}},
+         -3},
+        {"the first number of any reply",
+         [] { return ZanthDeleteFile(kMac, "/f"); },
+         {{"0114;0013;/f;", Frame(1079, "7;")}},
+         7},
+        {"a reply without a number",
+         [] { return ZanthDeleteFile(kMac, "/f"); },
+         {{"0114;0013;/f;", Frame(1113, "")}},
+         -10010},
+        {"RspZanthDeleteFile",
+         [] { return RspZanthDeleteFile(31, kMac, "/f"); },
+         {{"0114;0013;/f;", Frame(1113, "0;")}},
+         0,
+         [] {},
+         31},
     });
 }
 

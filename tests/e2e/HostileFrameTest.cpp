@@ -2,9 +2,8 @@
 // beyond the buffers, bodies cut off by a close. None may write outside a buffer (these run under
 // AddressSanitizer), each ends only its own link, and a dead link leaves no thread or socket.
 
-#include <gtest/gtest.h>
-
 #include <dirent.h>
+#include <gtest/gtest.h>
 
 #include <string>
 #include <thread>
@@ -33,8 +32,12 @@ size_t Entries(const char* dir) {
     }
     return n;
 }
-size_t Threads() { return Entries("/proc/self/task"); }
-size_t Descriptors() { return Entries("/proc/self/fd"); }
+size_t Threads() {
+    return Entries("/proc/self/task");
+}
+size_t Descriptors() {
+    return Entries("/proc/self/fd");
+}
 
 // Cuts of `bytes` into pieces of `piece` bytes.
 std::vector<size_t> Every(size_t piece, size_t total) {
@@ -44,7 +47,7 @@ std::vector<size_t> Every(size_t piece, size_t total) {
 }
 
 class HostileFrameTest : public LibraryTest {
-protected:
+  protected:
     void Join(FakeController& c) {
         ASSERT_TRUE(c.Connect(port_));
         ASSERT_TRUE(c.Identify(kMac));
@@ -81,8 +84,8 @@ TEST_F(HostileFrameTest, HeadersThatAreNotHeadersEndTheLinkWithoutOverrunningABu
         {"1061;4118;", true, 1000, "exceeds the receive buffer"},
     };
     for (const Case& k : cases) {
-        SCOPED_TRACE(std::string(k.header) + (k.identified ? " identified" : " fresh") +
-                     " piece " + std::to_string(k.piece));
+        SCOPED_TRACE(std::string(k.header) + (k.identified ? " identified" : " fresh") + " piece " +
+                     std::to_string(k.piece));
         FakeController c;
         if (k.identified) {
             Join(c);
@@ -122,7 +125,8 @@ TEST_F(HostileFrameTest, PeersThatCloseInsideABodyLeaveNoThreadOrSocketBehind) {
         ASSERT_TRUE(warm.Connect(port_));
         warm.Close();
     }
-    ASSERT_TRUE(WaitUntil([] { return LogCount("[Worker::~Worker] Worker thread terminated") == 1; }));
+    ASSERT_TRUE(
+        WaitUntil([] { return LogCount("[Worker::~Worker] Worker thread terminated") == 1; }));
     const size_t threads = Threads();
     const size_t fds = Descriptors();
     constexpr int kPeers = 20;
@@ -148,7 +152,8 @@ TEST_F(HostileFrameTest, RepliesThatNoCommandAskedForAreDroppedNotParked) {
         // Parked in the one reply slot, the second would hold its Worker until a caller came.
         ASSERT_TRUE(rogue.SendFrame(1079, "stale;"));
         ASSERT_TRUE(rogue.SendFrame(1079, "staler;"));
-        ASSERT_TRUE(WaitUntil([] { return LogCount("reply with no command waiting for it") == 2; }));
+        ASSERT_TRUE(
+            WaitUntil([] { return LogCount("reply with no command waiting for it") == 2; }));
         rogue.Close();
         ASSERT_TRUE(WaitUntil([] { return Connected().empty(); }));
     }

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/ThreadHashMon.h"
 #include "support/FakeController.h"
@@ -67,8 +66,7 @@ class IoWireTest : public LibraryTest {
         ASSERT_TRUE(controller_.Identify(kMac));
         ASSERT_TRUE(WaitUntil([] {
             char list[64];
-            return GetConnectedControllers(list, sizeof list) == 0 &&
-                   std::strcmp(list, kMac) == 0;
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
         }));
     }
 
@@ -150,8 +148,8 @@ TEST_F(IoWireTest, OutputCommandsFramesAndReplies) {
         {[](Outputs&) { return CmdOutputFunction(kMac, 32, 1, 1); }, 47, "1;1;", 1094, "0;",
          -10010},
         // The later generations; their Rsp names are out of step.
-        {[](Outputs&) { return CmdOutputFunction2(kMac, 31, 199, 2); }, 91, "31;199;2;", 1091,
-         "0;", 0},
+        {[](Outputs&) { return CmdOutputFunction2(kMac, 31, 199, 2); }, 91, "31;199;2;", 1091, "0;",
+         0},
         {[](Outputs&) { return CmdOutputFunction2(kMac, 32, 0, 0); }, 47, "0;0;", 1047, "-1;",
          -10001},
         {[](Outputs&) { return CmdOutputFunction2(kMac, 32, 0, 0); }, 47, "0;0;", 1001, "1;",
@@ -164,21 +162,21 @@ TEST_F(IoWireTest, OutputCommandsFramesAndReplies) {
         {[](Outputs&) { return RspCmdOutputFunction2(12, kMac, 32, 0, 2); }, 94, "32;0;2;", 1094,
          "0;", 0, nullptr, 12},
         // Saved outputs: the text behind the first ';' is not split further.
-        {[](Outputs& o) { return GetSavedOutputs(kMac, 4, o.text, sizeof o.text); }, 81, "4;",
-         1081, "0;0101;x;y", 0, Text("0101;x;y")},
+        {[](Outputs& o) { return GetSavedOutputs(kMac, 4, o.text, sizeof o.text); }, 81, "4;", 1081,
+         "0;0101;x;y", 0, Text("0101;x;y")},
         {[](Outputs& o) { return GetSavedOutputs(kMac, 31, o.text, sizeof o.text); }, 81, "31;",
          1081, "3;ab", 3, Text("ab")},
-        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, sizeof o.text); }, 81, "0;",
-         1081, "-100;", -100, Text("")},
-        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, sizeof o.text); }, 81, "0;",
-         1081, "-5;", -10001, Text("")},
-        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, sizeof o.text); }, 81, "0;",
-         1081, "0", -10011, Text("")},
+        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, sizeof o.text); }, 81, "0;", 1081,
+         "-100;", -100, Text("")},
+        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, sizeof o.text); }, 81, "0;", 1081,
+         "-5;", -10001, Text("")},
+        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, sizeof o.text); }, 81, "0;", 1081,
+         "0", -10011, Text("")},
         // The terminator must fit as well.
-        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, 5); }, 81, "0;", 1081,
-         "0;01234", -10006, Text("")},
-        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, 6); }, 81, "0;", 1081,
-         "0;01234", 0, Text("01234")},
+        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, 5); }, 81, "0;", 1081, "0;01234",
+         -10006, Text("")},
+        {[](Outputs& o) { return GetSavedOutputs(kMac, 0, o.text, 6); }, 81, "0;", 1081, "0;01234",
+         0, Text("01234")},
         {[](Outputs&) { return RspGetSavedOutputs(13, kMac, 4); }, 81, "4;", 1081, "0;0101", 0,
          nullptr, 13},
         {[](Outputs&) { return DriveSavedOutputs(kMac, 31); }, 82, "31;", 1082, "0;", 0},
@@ -190,8 +188,8 @@ TEST_F(IoWireTest, OutputCommandsFramesAndReplies) {
          "0;1;", 0, Value(1)},
         {[](Outputs& o) { return LocalFcnCode(kMac, 2, &o.value); }, 49, "2;", 1049, "0;", -10011,
          Value(-7)},
-        {[](Outputs& o) { return LocalFcnCode(kMac, 2, &o.value); }, 49, "2;", 1049, "-100;",
-         -100, Value(-7)},
+        {[](Outputs& o) { return LocalFcnCode(kMac, 2, &o.value); }, 49, "2;", 1049, "-100;", -100,
+         Value(-7)},
         {[](Outputs&) { return RspLocalFcnCode(15, kMac, 2); }, 49, "2;", 1049, "0;0;", 0, nullptr,
          15},
     });
@@ -201,17 +199,15 @@ TEST_F(IoWireTest, InputReadsFramesAndReplies) {
     Run({
         {[](Outputs& o) { return GetInputStatus(kMac, 32, o.text, sizeof o.text); }, 48, "", 1048,
          "0;7;FF;", 0, Text("FF")},
-        {[](Outputs& o) { return GetInputStatus(kMac, 31, o.text, sizeof o.text); }, 2, "31;",
-         1002, "2;7;AB;", 2, Text("AB")},
+        {[](Outputs& o) { return GetInputStatus(kMac, 31, o.text, sizeof o.text); }, 2, "31;", 1002,
+         "2;7;AB;", 2, Text("AB")},
         // The first generation needs the status field even when the result is positive.
         {[](Outputs& o) { return GetInputStatus(kMac, 0, o.text, sizeof o.text); }, 2, "0;", 1002,
          "5;", -10011, Text("")},
         {[](Outputs& o) { return GetInputStatus(kMac, 0, o.text, sizeof o.text); }, 2, "0;", 1095,
          "0;7;FF;", -10010, Text("")},
-        {[](Outputs& o) {
-             return GetInputStatus2(kMac, 32, &o.status, o.text, sizeof o.text);
-         },
-         48, "", 1002, "0;7;FF;", 0, StatusAndText(7, "FF")},
+        {[](Outputs& o) { return GetInputStatus2(kMac, 32, &o.status, o.text, sizeof o.text); }, 48,
+         "", 1002, "0;7;FF;", 0, StatusAndText(7, "FF")},
         {[](Outputs& o) { return GetInputStatus2(kMac, 0, &o.status, o.text, sizeof o.text); }, 2,
          "0;", 1048, "5;", 5, StatusAndText(-7, "")},
         {[](Outputs& o) { return GetInputStatus2(kMac, 0, &o.status, o.text, sizeof o.text); }, 2,
@@ -220,14 +216,12 @@ TEST_F(IoWireTest, InputReadsFramesAndReplies) {
          "0;", 1048, "0;7;", -10011, StatusAndText(7, "")},
         {[](Outputs&) { return RspGetInputStatus(16, kMac, 31); }, 2, "31;", 1002, "0;1;1;", 0,
          nullptr, 16},
-        {[](Outputs& o) {
-             return GetInputStatus3(kMac, 32, &o.status, o.text, sizeof o.text);
-         },
-         95, "32;", 1095, "0;7;FF;", 0, StatusAndText(7, "FF")},
+        {[](Outputs& o) { return GetInputStatus3(kMac, 32, &o.status, o.text, sizeof o.text); }, 95,
+         "32;", 1095, "0;7;FF;", 0, StatusAndText(7, "FF")},
         {[](Outputs& o) { return GetInputStatus3(kMac, 32, &o.status, o.text, 2); }, 95, "32;",
          1095, "0;7;FF;", -10006, StatusAndText(7, "")},
-        {[](Outputs& o) { return GetInputStatus3(kMac, 0, &o.status, o.text, sizeof o.text); },
-         95, "0;", 1048, "0;7;FF;", -10010, StatusAndText(-7, "")},
+        {[](Outputs& o) { return GetInputStatus3(kMac, 0, &o.status, o.text, sizeof o.text); }, 95,
+         "0;", 1048, "0;7;FF;", -10010, StatusAndText(-7, "")},
         {[](Outputs&) { return RspGetInputStatus2(17, kMac, 0); }, 95, "0;", 1095, "0;0;0;", 0,
          nullptr, 17},
         // Analogue channels: the buffer keeps its content on any failure.
@@ -260,13 +254,13 @@ TEST_F(IoWireTest, LocalSettingsFramesAndReplies) {
          "3;3FF;;10;0;", 1055, "0;", 0},
         {[](Outputs&) { return SetLocalA2DLimits(kMac, 0, "abcdef", "0", "9", ""); }, 55,
          "0;abcdef;0;9;;", 1055, "-100;", -100},
-        {[](Outputs&) { return SetLocalA2DLimits(kMac, 7, "1", "1", "1", "1"); }, 55,
-         "7;1;1;1;1;", 1054, "0;", -10010},
+        {[](Outputs&) { return SetLocalA2DLimits(kMac, 7, "1", "1", "1", "1"); }, 55, "7;1;1;1;1;",
+         1054, "0;", -10010},
         {[](Outputs& o) { return GetLimits(o, 7); }, 54, "7;", 1054, "0;3FF;300;100;0;", 0,
          Limits("3FF", "300", "100", "0")},
         // A limit too long for its buffer stops the reading; the first stays filled.
-        {[](Outputs& o) { return GetLimits(o, 0, 3); }, 54, "0;", 1054, "0;3FF;300;100;0;",
-         -10006, Limits("3FF", "", "", "")},
+        {[](Outputs& o) { return GetLimits(o, 0, 3); }, 54, "0;", 1054, "0;3FF;300;100;0;", -10006,
+         Limits("3FF", "", "", "")},
         {[](Outputs& o) { return GetLimits(o, 0); }, 54, "0;", 1054, "0;3FF;300;", -10011,
          Limits("3FF", "300", "", "")},
         {[](Outputs& o) { return GetLimits(o, 0); }, 54, "0;", 1054, "-100;", -100,
@@ -277,22 +271,23 @@ TEST_F(IoWireTest, LocalSettingsFramesAndReplies) {
          },
          54, "1;", 1054, "0;A;B;C;D;", 0, Limits("A", "B", "C", "D")},
         {[](Outputs&) {
-             return LocalA2DLimits(kMac, 1, 1, limitsToSet[0], 8, limitsToSet[1], 8,
-                                   limitsToSet[2], 8, limitsToSet[3], 8);
+             return LocalA2DLimits(kMac, 1, 1, limitsToSet[0], 8, limitsToSet[1], 8, limitsToSet[2],
+                                   8, limitsToSet[3], 8);
          },
          55, "1;1;;Ab;4;", 1055, "0;", 0},
         {[](Outputs&) { return RspLocalA2DLimits(20, kMac, 1, 0, "1", "2", "3", "4"); }, 55,
          "0;1;2;3;4;", 1055, "0;", 0, nullptr, 20},
-        {[](Outputs&) { return RspLocalA2DLimits(21, kMac, 0, 6, nullptr, nullptr, nullptr,
-                                                 nullptr); },
+        {[](Outputs&) {
+             return RspLocalA2DLimits(21, kMac, 0, 6, nullptr, nullptr, nullptr, nullptr);
+         },
          54, "6;", 1054, "0;1;2;3;4;", 0, nullptr, 21},
         {[](Outputs&) { return RspGetLocalA2DLimits(22, kMac, 2); }, 54, "2;", 1054, "0;1;2;3;4;",
          0, nullptr, 22},
         {[](Outputs&) { return RspSetLocalA2DLimits(23, kMac, 2, "A", "B", "", "D"); }, 55,
          "2;A;B;;D;", 1055, "0;", 0, nullptr, 23},
         // Debounce: neither number nor value is checked.
-        {[](Outputs& o) { return GetLocalDebounce(kMac, 5, &o.value); }, 83, "5;", 1083, "0;25;",
-         0, Value(25)},
+        {[](Outputs& o) { return GetLocalDebounce(kMac, 5, &o.value); }, 83, "5;", 1083, "0;25;", 0,
+         Value(25)},
         {[](Outputs& o) { return GetLocalDebounce(kMac, 5, &o.value); }, 83, "5;", 1083, "0;",
          -10011, Value(-7)},
         {[](Outputs& o) { return GetLocalDebounce(kMac, 5, &o.value); }, 83, "5;", 1084, "0;",
@@ -305,10 +300,10 @@ TEST_F(IoWireTest, LocalSettingsFramesAndReplies) {
              return LocalDebounce(kMac, 1, 5, &o.value);
          },
          84, "5;44;", 1084, "-1;", -10001},
-        {[](Outputs& o) { return LocalDebounce(kMac, 0, 5, &o.value); }, 83, "5;", 1083,
-         "0;26;", 0, Value(26)},
-        {[](Outputs&) { return RspLocalDebounce(24, kMac, 1, 5, 40); }, 84, "5;40;", 1084, "0;",
-         0, nullptr, 24},
+        {[](Outputs& o) { return LocalDebounce(kMac, 0, 5, &o.value); }, 83, "5;", 1083, "0;26;", 0,
+         Value(26)},
+        {[](Outputs&) { return RspLocalDebounce(24, kMac, 1, 5, 40); }, 84, "5;40;", 1084, "0;", 0,
+         nullptr, 24},
         {[](Outputs&) { return RspGetLocalDebounce(25, kMac, 5); }, 83, "5;", 1083, "0;40;", 0,
          nullptr, 25},
         {[](Outputs&) { return RspSetLocalDebounce(26, kMac, 5, 1); }, 84, "5;1;", 1084, "0;", 0,
@@ -317,19 +312,19 @@ TEST_F(IoWireTest, LocalSettingsFramesAndReplies) {
         {[](Outputs&) { return SetLocalRelayTimer(kMac, 1, 1320000); }, 57, "1;1320000;", 1057,
          "0;", 0},
         {[](Outputs&) { return SetLocalRelayTimer(kMac, 0, 0); }, 57, "0;0;", 1057, "0;", 0},
-        {[](Outputs& o) { return GetLocalRelayTimer(kMac, 0, &o.value); }, 56, "0;", 1056,
-         "0;500;", 0, Value(500)},
-        {[](Outputs& o) { return LocalRelayTimer(kMac, 0, 1, &o.value); }, 56, "1;", 1056,
-         "-200;", -200, Value(-7)},
+        {[](Outputs& o) { return GetLocalRelayTimer(kMac, 0, &o.value); }, 56, "0;", 1056, "0;500;",
+         0, Value(500)},
+        {[](Outputs& o) { return LocalRelayTimer(kMac, 0, 1, &o.value); }, 56, "1;", 1056, "-200;",
+         -200, Value(-7)},
         {[](Outputs&) { return RspLocalRelayTimer(27, kMac, 1, 1, 3000); }, 57, "1;3000;", 1057,
          "0;", 0, nullptr, 27},
-        {[](Outputs&) { return RspGetLocalRelayTimer(28, kMac, 1); }, 56, "1;", 1056, "0;3000;",
-         0, nullptr, 28},
-        {[](Outputs&) { return RspSetLocalRelayTimer(29, kMac, 0, 250); }, 57, "0;250;", 1057,
-         "0;", 0, nullptr, 29},
+        {[](Outputs&) { return RspGetLocalRelayTimer(28, kMac, 1); }, 56, "1;", 1056, "0;3000;", 0,
+         nullptr, 28},
+        {[](Outputs&) { return RspSetLocalRelayTimer(29, kMac, 0, 250); }, 57, "0;250;", 1057, "0;",
+         0, nullptr, 29},
         // Logical inputs.
-        {[](Outputs&) { return SetLogicalInput(kMac, 2147483647, 1); }, 14, "2147483647;1;",
-         1014, "0;", 0},
+        {[](Outputs&) { return SetLogicalInput(kMac, 2147483647, 1); }, 14, "2147483647;1;", 1014,
+         "0;", 0},
         {[](Outputs&) { return SetLogicalInput(kMac, 1, 0); }, 14, "1;0;", 1014, "0;", 0},
         {[](Outputs& o) { return GetLogicalInput(kMac, 1, &o.value); }, 15, "1;", 1015, "0;1;", 0,
          Value(1)},
@@ -365,7 +360,7 @@ class IoRefusalTest : public LibraryTest {
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, 4242);
+        test::Shared().workerMon->AddWorker(kMac, 4242);
     }
 };
 
@@ -479,7 +474,7 @@ TEST_F(IoRefusalTest, BoundsNullsAndTheirOrderSendNothing) {
     // A check that didn't run logs nothing: a bad state hides a bad target.
     EXPECT_EQ(LogCount("[Master::CmdOutputFunction] target value"), 1);
     EXPECT_EQ(LogCount("[Master::ReadA2D] target value"), 1);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
     // Not connected comes before the arguments.
     ASSERT_EQ(SetValidControllers("AA:BB:CC,11:22:33"), 0);
     EXPECT_EQ(CmdOutputFunction3("11:22:33", 99, 999, 9), -10003);
@@ -505,8 +500,7 @@ class IoSimTest : public LibraryTest {
         EXPECT_TRUE(controller_->WaitIdentified(10s));
         EXPECT_TRUE(WaitUntil([] {
             char list[64];
-            return GetConnectedControllers(list, sizeof list) == 0 &&
-                   std::strcmp(list, kMac) == 0;
+            return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, kMac) == 0;
         }));
         return controller_->Family<sim::Io>();
     }

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -33,11 +32,11 @@ struct Row {
 };
 
 class NullBufferTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     // The result of `call`, and what it queued ("" for nothing). A call that queues is answered
@@ -47,27 +46,27 @@ protected:
         std::string queued;
         for (;;) {
             if (pending.wait_for(std::chrono::milliseconds(5)) == std::future_status::ready) break;
-            if (sendMon->CountFor(kMac) == 0) continue;
+            if (test::Shared().sendMon->CountFor(kMac) == 0) continue;
             CommandRecord record{};
             int32_t error = -1;
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             if (error != 0) continue;
             queued += record.message;
             const std::string reply = "1" + std::string(record.message + 1, 3) + ";0012;0;";
             char slot[kMessageBufferSize] = {};
             std::memcpy(slot, reply.data(), reply.size());
             // A blocking call takes it; after an Rsp one it is taken back below.
-            recvMon->SetBuffer(slot);
+            test::Shared().recvMon->SetBuffer(slot);
         }
         int32_t rc = pending.get();
-        if (!recvMon->SlotEmpty()) {
+        if (!test::Shared().recvMon->SlotEmpty()) {
             char slot[kMessageBufferSize];
-            recvMon->GetBuffer(slot, "");
+            test::Shared().recvMon->GetBuffer(slot, "", *test::Shared().workerMon);
         }
-        while (sendMon->CountFor(kMac) > 0) {
+        while (test::Shared().sendMon->CountFor(kMac) > 0) {
             CommandRecord record{};
             int32_t error = -1;
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             queued += record.message;
         }
         return {rc, queued};
@@ -177,7 +176,8 @@ TEST_F(NullBufferTest, ControllerCommandsWithOutputs) {
              return GetContactIDRecord(kMac, b, &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], nullptr,
                                        b + 16, b + 32);
          }},
-        {"GetContactIDGroupRecord", [&] { return GetContactIDGroupRecord(kMac, 1, nullptr, &v[0]); }},
+        {"GetContactIDGroupRecord",
+         [&] { return GetContactIDGroupRecord(kMac, 1, nullptr, &v[0]); }},
         {"GetContactIDCommRecord", [] { return GetContactIDCommRecord(kMac, 1, nullptr); }},
     });
 }
@@ -213,7 +213,11 @@ TEST_F(NullBufferTest, ControllerCommandsWithTextsForTheWire) {
         {"SetFileStatus permission", [] { return SetFileStatus(kMac, "/p", nullptr); }},
         {"SetFileStatus path", [] { return SetFileStatus(kMac, nullptr, "644"); }},
         {"RspSetFileStatus", [] { return RspSetFileStatus(1, kMac, "/p", nullptr); }},
-        {"FileStatus read path", [] { char p[4]; return FileStatus(kMac, 0, nullptr, p, 4); }},
+        {"FileStatus read path",
+         [] {
+             char p[4];
+             return FileStatus(kMac, 0, nullptr, p, 4);
+         }},
         {"ZanthDeleteFile", [] { return ZanthDeleteFile(kMac, nullptr); }},
         {"RspZanthDeleteFile", [] { return RspZanthDeleteFile(1, kMac, nullptr); }},
         {"GetFile", [] { return GetFile(kMac, nullptr, "local"); }},
@@ -221,12 +225,16 @@ TEST_F(NullBufferTest, ControllerCommandsWithTextsForTheWire) {
         {"UpdateSchedule",
          [] { return UpdateSchedule(kMac, "a", nullptr, "c", "d", "e", 1, 2, 3, 4, 5, 6); }, -1},
         {"RspUpdateSchedule",
-         [] { return RspUpdateSchedule(1, kMac, "a", "b", "c", "d", nullptr, 1, 2, 3, 4, 5, 6); }, -1},
+         [] { return RspUpdateSchedule(1, kMac, "a", "b", "c", "d", nullptr, 1, 2, 3, 4, 5, 6); },
+         -1},
         {"UpdateContactIDRecord",
          [] { return UpdateContactIDRecord(kMac, nullptr, 1, 2, 3, 4, 5, 6, 7, "b", "c"); }},
-        {"UpdateContactIDGroupRecord", [] { return UpdateContactIDGroupRecord(kMac, 1, nullptr, 2); }, -1},
-        {"UpdateContactIDCommRecord", [] { return UpdateContactIDCommRecord(kMac, 1, nullptr, 2); }, -1},
-        {"DeleteContactIDCommRecord", [] { return DeleteContactIDCommRecord(kMac, nullptr, 1); }, -1},
+        {"UpdateContactIDGroupRecord",
+         [] { return UpdateContactIDGroupRecord(kMac, 1, nullptr, 2); }, -1},
+        {"UpdateContactIDCommRecord", [] { return UpdateContactIDCommRecord(kMac, 1, nullptr, 2); },
+         -1},
+        {"DeleteContactIDCommRecord", [] { return DeleteContactIDCommRecord(kMac, nullptr, 1); },
+         -1},
     });
 }
 

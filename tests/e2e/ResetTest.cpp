@@ -25,7 +25,7 @@ std::string Connected() {
 }
 
 class ResetTest : public LibraryTest {
-protected:
+  protected:
     void Join(FakeController& c, const std::string& mac = kMac) {
         ASSERT_TRUE(c.Connect(port_));
         ASSERT_TRUE(c.Identify(mac));

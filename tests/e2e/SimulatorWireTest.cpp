@@ -285,7 +285,8 @@ TEST(SimulatorPayloads, EventTextFitsOneHostRecord) {
     r.priority = 9;
     r.door = 12;
     r.description = "Door forced;open^now";
-    EXPECT_EQ(sim::MessageText(r), "0A:1B:2C;99999;12/31/2024;23:59:58;255;9;12;Door forced open now;");
+    EXPECT_EQ(sim::MessageText(r),
+              "0A:1B:2C;99999;12/31/2024;23:59:58;255;9;12;Door forced open now;");
     r.description = std::string(300, 'x');
     std::string text = sim::MessageText(r);
     EXPECT_EQ(text.size(), sim::kMessageTextLimit);

@@ -15,7 +15,6 @@
 #include <string>
 
 #include "connection/Worker.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
@@ -48,7 +47,7 @@ int32_t OnDisconnect(char*) {
 }
 
 class StalledControllerTest : public LibraryTest {
-protected:
+  protected:
     void Join(FakeController& c, const std::string& mac = kMac) {
         ASSERT_TRUE(c.Connect(port_));
         ASSERT_TRUE(c.Identify(mac));
@@ -192,8 +191,8 @@ TEST_F(StalledControllerTest, StalledRspStreamEndsAndTheLinkGoesOn) {
     // Off the list: it waits behind the stream, as does a blocking transfer.
     char errorLog[] = "errors.txt";
     ASSERT_EQ(RspGetErrorLog(9, kMac, errorLog), 0);
-    auto send = std::async(std::launch::async,
-                           [] { return SendFile(kMac, "/cfg/out.bin", "out.bin"); });
+    auto send =
+        std::async(std::launch::async, [] { return SendFile(kMac, "/cfg/out.bin", "out.bin"); });
 
     int32_t rspid = 0;
     EXPECT_EQ(NextResponse(&rspid), "0000;0017;-10005;");
@@ -231,7 +230,8 @@ TEST_F(StalledControllerTest, BlockingTransferWithNoAnswerIsNoReply) {
         FakeController c;
         Join(c);
         auto rc = std::async(std::launch::async, [code] {
-            return code == 30 ? SendFile(kMac, "/cfg/x", "out.bin") : GetFile(kMac, "/log/x", "in.bin");
+            return code == 30 ? SendFile(kMac, "/cfg/x", "out.bin")
+                              : GetFile(kMac, "/log/x", "in.bin");
         });
         EXPECT_EQ(ExpectFrame(c, code), code == 30 ? "/cfg/x;" : "/log/x;");
         EXPECT_EQ(rc.get(), -10005);
@@ -296,7 +296,7 @@ TEST_F(StalledControllerTest, LinkThatNeverIdentifiesIsClosedWithItsAddress) {
     EXPECT_GE(steady_clock::now() - begun, milliseconds(1400));
     EXPECT_EQ(LogCount("did not identify within 1500 ms: link closed"), 2);
     EXPECT_TRUE(LogContains("[Worker::Run] 127.0.0.1:"));
-    EXPECT_TRUE(WaitUntil([] { return workerMon->UnidentifiedCount() == 0; }));
+    EXPECT_TRUE(WaitUntil([] { return test::Shared().workerMon->UnidentifiedCount() == 0; }));
     EXPECT_TRUE(real.Silent(500)) << "an identified controller is left alone";
     EXPECT_EQ(Connected(), kMac);
 }

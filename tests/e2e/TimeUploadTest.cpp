@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "monitors/CharIntQueueMon.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -50,14 +49,14 @@ class TimeUploadTest : public LibraryTest {
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     static CommandRecord TakeCommand() {
         CommandRecord record{};
         int32_t error = -1;
         EXPECT_TRUE(WaitUntil([&] {
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             return error == 0;
         }));
         return record;
@@ -66,7 +65,7 @@ class TimeUploadTest : public LibraryTest {
     static void Reply(const std::string& frame) {
         char slot[kMessageBufferSize] = {};
         std::memcpy(slot, frame.data(), frame.size());
-        recvMon->SetBuffer(slot);
+        test::Shared().recvMon->SetBuffer(slot);
     }
 
     Outputs out_;
@@ -96,8 +95,8 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
         {"get time", [](Outputs& o) { return GetTimeDate(kMac, o.date, 11, o.time, 9); }, "", 19,
          1019, "0;12;25;2024;8;30;0;", 0, "2024/12/25", "8:30:0"},
         {"get time, fields as they stand",
-         [](Outputs& o) { return SystemTime(kMac, 0, o.date, 16, o.time, 16, nullptr, 0); }, "",
-         19, 1019, "0;01;02;2030;07;08;09;", 0, "2030/01/02", "07:08:09"},
+         [](Outputs& o) { return SystemTime(kMac, 0, o.date, 16, o.time, 16, nullptr, 0); }, "", 19,
+         1019, "0;01;02;2030;07;08;09;", 0, "2030/01/02", "07:08:09"},
         {"get time, a positive result reads on",
          [](Outputs& o) { return GetTimeDate(kMac, o.date, 11, o.time, 9); }, "", 19, 1019,
          "3;1;2;2030;1;2;3;", 3, "2030/1/2", "1:2:3"},
@@ -116,8 +115,9 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
         {"get time, a time too long for its buffer",
          [](Outputs& o) { return GetTimeDate(kMac, o.date, 11, o.time, 9); }, "", 19, 1019,
          "0;1;2;2024;1000;30;0;", -10006, "2024/1/2", "1000:30"},
-        {"get time, another code", [](Outputs& o) { return GetTimeDate(kMac, o.date, 11, o.time, 9); },
-         "", 19, 9910, "19;", -10010},
+        {"get time, another code",
+         [](Outputs& o) { return GetTimeDate(kMac, o.date, 11, o.time, 9); }, "", 19, 9910, "19;",
+         -10010},
         {"set time, the wire's order", set("2024/2/31", "9:5:0"), "2;31;2024;9;5;0;", 18, 1018,
          "0;", 0},
         {"set time, lowest bounds", set("1901/1/1", "0:0:0"), "1;1;1901;0;0;0;", 18, 1018, "0;", 0},
@@ -132,16 +132,16 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
         {"current zone", [](Outputs& o) { return GetCurrentTimeZone(kMac, o.text, 4); }, "", 46,
          1046, "0;EST;", 0, kUntouched, kUntouched, "EST"},
         {"current zone through the mode",
-         [](Outputs& o) { return SystemTime(kMac, 2, nullptr, 0, nullptr, 0, o.text, 64); }, "",
-         46, 1046, "0;CET;", 0, kUntouched, kUntouched, "CET"},
+         [](Outputs& o) { return SystemTime(kMac, 2, nullptr, 0, nullptr, 0, o.text, 64); }, "", 46,
+         1046, "0;CET;", 0, kUntouched, kUntouched, "CET"},
         {"current zone too long", [](Outputs& o) { return GetCurrentTimeZone(kMac, o.text, 3); },
          "", 46, 1046, "0;EST;", -10006},
         {"current zone missing", [](Outputs& o) { return GetCurrentTimeZone(kMac, o.text, 64); },
          "", 46, 1046, "0;", -10011},
         {"get TZ", [](Outputs& o) { return GetTZ(kMac, o.text, 64); }, "", 87, 1087,
          "0;EST5EDT,M3.2.0,M11.1.0;", 0, kUntouched, kUntouched, "EST5EDT,M3.2.0,M11.1.0"},
-        {"get TZ through the mode", [](Outputs& o) { return SystemTZ(kMac, 0, o.text, 4); }, "",
-         87, 1087, "0;UTC0;", -10006},
+        {"get TZ through the mode", [](Outputs& o) { return SystemTZ(kMac, 0, o.text, 4); }, "", 87,
+         1087, "0;UTC0;", -10006},
         {"get TZ, controller error", [](Outputs& o) { return GetTZ(kMac, o.text, 64); }, "", 87,
          1087, "-150;", -150},
         {"set TZ", [](Outputs&) { return SetTZ(kMac, "CET-1CEST"); }, "CET-1CEST;", 88, 1088, "0;",
@@ -172,8 +172,8 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
         {"Rsp current zone", [](Outputs&) { return RspGetCurrentTimeZone(kRspId, kMac); }, "", 46,
          0, "", 0},
         {"Rsp get TZ", [](Outputs&) { return RspGetTZ(kRspId, kMac); }, "", 87, 0, "", 0},
-        {"Rsp set TZ", [](Outputs&) { return RspSetTZ(kRspId, kMac, "EST5"); }, "EST5;", 88, 0,
-         "", 0},
+        {"Rsp set TZ", [](Outputs&) { return RspSetTZ(kRspId, kMac, "EST5"); }, "EST5;", 88, 0, "",
+         0},
         {"Rsp TZ through the mode",
          [](Outputs&) {
              char tz[] = "PST8";
@@ -198,8 +198,8 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
          -10010},
         {"CmdEventLog ignores value1 in mode 1",
          [](Outputs&) { return CmdEventLog(kMac, 1, -5, -5); }, "", 60, 1062, "0;", 0},
-        {"CmdEventLog mode 6 at both ends",
-         [](Outputs&) { return CmdEventLog(kMac, 6, 1, 99999); }, "1;99999;", 66, 1062, "0;", 0},
+        {"CmdEventLog mode 6 at both ends", [](Outputs&) { return CmdEventLog(kMac, 6, 1, 99999); },
+         "1;99999;", 66, 1062, "0;", 0},
         {"Rsp CmdEventLog", [](Outputs&) { return RspCmdEventLog(kRspId, kMac, 5, 7, -1); }, "7;",
          64, 0, "", 0},
         {"Rsp upload current", [](Outputs&) { return RspUploadCurrentMsgs(kRspId, kMac); }, "", 60,
@@ -233,7 +233,7 @@ TEST_F(TimeUploadTest, EveryFormFramesItsModeAndReadsItsReply) {
         EXPECT_STREQ(out_.date, row.date);
         EXPECT_STREQ(out_.time, row.time);
         EXPECT_STREQ(out_.text, row.text);
-        EXPECT_TRUE(recvMon->SlotEmpty());
+        EXPECT_TRUE(test::Shared().recvMon->SlotEmpty());
     }
     EXPECT_TRUE(LogContains("[Master::SystemTime] get time code=1019"));
     EXPECT_TRUE(LogContains("[Master::SystemTime] set time code=1018"));
@@ -252,8 +252,18 @@ TEST_F(TimeUploadTest, SetTimeDateCutsTheCallersTextsInPlace) {
     TakeCommand();
     Reply(Frame(1018, "0;"));
     EXPECT_EQ(pending.get(), 0);
-    EXPECT_EQ(std::memcmp(date, "2024\0" "2\0" "31", sizeof date), 0);
-    EXPECT_EQ(std::memcmp(time, "9\0" "5\0" "0", sizeof time), 0);
+    EXPECT_EQ(std::memcmp(date,
+                          "2024\0"
+                          "2\0"
+                          "31",
+                          sizeof date),
+              0);
+    EXPECT_EQ(std::memcmp(time,
+                          "9\0"
+                          "5\0"
+                          "0",
+                          sizeof time),
+              0);
 }
 
 struct Refusal {
@@ -279,15 +289,14 @@ TEST_F(TimeUploadTest, RefusalsSendNothing) {
          "[Master::SystemTZ] mode value must be between 0 and 1"},
         {"date buffer of 10", [&] { return GetTimeDate(kMac, date, 10, time, 9); }, -10006,
          nullptr},
-        {"time buffer of 8", [&] { return GetTimeDate(kMac, date, 11, time, 8); }, -10006,
-         nullptr},
+        {"time buffer of 8", [&] { return GetTimeDate(kMac, date, 11, time, 8); }, -10006, nullptr},
         {"null date", [&] { return GetTimeDate(kMac, nullptr, 11, time, 9); }, -10002, nullptr},
         {"null zone", [&] { return GetCurrentTimeZone(kMac, nullptr, 16); }, -10002, nullptr},
         {"null tz out", [&] { return GetTZ(kMac, nullptr, 16); }, -10002, nullptr},
         {"null tz in", [&] { return SetTZ(kMac, nullptr); }, -10002, nullptr},
         {"null set date", [&] { return SetTimeDate(kMac, nullptr, time); }, -10002, nullptr},
-        {"null Rsp set time",
-         [&] { return RspSetTimeDate(1, kMac, date, nullptr); }, -10002, nullptr},
+        {"null Rsp set time", [&] { return RspSetTimeDate(1, kMac, date, nullptr); }, -10002,
+         nullptr},
         {"year 2038", set("2038/01/01", "garbage"), -10002,
          "[Master::SystemTime] year must be between 1901 and 2037"},
         {"year 1900", set("1900/12/31", "0:0:0"), -10002,
@@ -348,7 +357,7 @@ TEST_F(TimeUploadTest, RefusalsSendNothing) {
         } else {
             EXPECT_EQ(added, "");
         }
-        EXPECT_EQ(sendMon->CountFor(kMac), 0);
+        EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
     }
 }
 
@@ -363,7 +372,7 @@ TEST_F(TimeUploadTest, ValidThenConnectedThenArguments) {
     EXPECT_EQ(GetTimeDate("11:22:33", date, 1, time, 1), -10003);
     EXPECT_EQ(UploadMsgsByMsgID("11:22:33", 0, 0), -10003);
     EXPECT_FALSE(LogContains("must be between"));
-    EXPECT_EQ(sendMon->CountFor("11:22:33"), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor("11:22:33"), 0);
 }
 
 // The library against the simulated controller over loopback.
@@ -412,7 +421,8 @@ TEST_F(TimeUploadFlowTest, ClockZoneAndUploadAgainstTheSimulator) {
     ASSERT_TRUE(c.WaitIdentified(10s));
     ASSERT_TRUE(WaitUntil([] {
         char list[64] = {};
-        return GetConnectedControllers(list, sizeof list) == 0 && std::strcmp(list, "AA:BB:CC") == 0;
+        return GetConnectedControllers(list, sizeof list) == 0 &&
+               std::strcmp(list, "AA:BB:CC") == 0;
     }));
 
     // The clock: set, read back, and stamped on what the controller raises.

@@ -8,7 +8,6 @@
 #include <future>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/ValidMon.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
@@ -20,7 +19,7 @@ namespace {
 constexpr const char* kMac = "AA:BB:CC";
 
 class UnsolicitedTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         Start(kMac);
@@ -30,11 +29,13 @@ protected:
 
     static std::string NextEvent() {
         char record[200];
-        return GetNextEvent(record, sizeof record) == 0 ? std::string(record) : std::string("<none>");
+        return GetNextEvent(record, sizeof record) == 0 ? std::string(record)
+                                                        : std::string("<none>");
     }
     static std::string NextAlarm() {
         char record[200];
-        return GetNextAlarm(record, sizeof record) == 0 ? std::string(record) : std::string("<none>");
+        return GetNextAlarm(record, sizeof record) == 0 ? std::string(record)
+                                                        : std::string("<none>");
     }
 
     FakeController c_;
@@ -169,7 +170,7 @@ TEST_F(UnsolicitedTest, TooSmallBufferLosesTheItemButReportsSuccess) {
 TEST_F(UnsolicitedTest, ControllerNoLongerValidIsCutAtItsNextMessage) {
     // Only the list changes here; the terminate command of SetValidControllers is left out so
     // that the Worker's own check is what ends the link.
-    validMon->SetList("11:22:33");
+    test::Shared().validMon->SetList("11:22:33");
     ASSERT_TRUE(c_.SendFrame(1069));
     EXPECT_EQ(c_.ReadFrame(), "9990;0010;");
     EXPECT_TRUE(c_.WaitClosed());

@@ -16,6 +16,7 @@
 
 #include "protocol/Codes.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "support/FakeController.h"
 #include "support/Library.h"
 #include "support/Sandbox.h"
@@ -363,7 +364,8 @@ TEST_F(CaptureTest, EncryptedLinkHoldsTheCipherTextTheHostReceived) {
     ASSERT_EQ(identify->substr(0, 5), "1043;");
 
     // The host's side of the key, as the library makes it, and a sealed acceptance.
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     unsigned char key[32] = {};
     ASSERT_EQ(util.GenerateKey(identify->substr(0, 200).c_str(), "capture-test-seed", key, 32), 0);
     std::vector<char> sealed(8192);

@@ -8,19 +8,24 @@
 #include <filesystem>
 #include <memory>
 
+#include "frame/Context.h"
 #include "frame/Master.h"
-#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 
 namespace zanth {
 namespace {
 
 std::unique_ptr<Master> loaded;
+std::unique_ptr<LogMon> logOnly;
 std::string scratch;
 
 void LeaveScratchDirectory() {
     // The Master goes first: its monitors write their last lines into the directory.
     loaded.reset();
+    if (logOnly) {
+        SetLibraryLog(nullptr);
+        logOnly.reset();
+    }
     if (scratch.empty() || std::getenv("ZANTH_KEEP_SANDBOX")) return;
     if (::chdir("/") != 0) return;
     std::error_code ignored;
@@ -29,7 +34,9 @@ void LeaveScratchDirectory() {
 
 }  // namespace
 
-Master& TheMaster() { return *loaded; }
+Master& TheMaster() {
+    return *loaded;
+}
 
 namespace fuzz {
 
@@ -46,7 +53,9 @@ void EnterScratchDirectory() {
     std::atexit(LeaveScratchDirectory);
 }
 
-const std::string& ScratchDirectory() { return scratch; }
+const std::string& ScratchDirectory() {
+    return scratch;
+}
 
 void WriteFile(const std::string& path, const void* bytes, size_t size) {
     FILE* f = std::fopen(path.c_str(), "wb");
@@ -65,9 +74,16 @@ void LoadLibrary() {
     if (!loaded) loaded = std::make_unique<Master>("master");
 }
 
+Context& Shared() {
+    return loaded->Shared();
+}
+
 void StartLogOnly(int32_t level) {
-    if (logmon == nullptr) logmon = new LogMon("logmon");
-    logmon->SetLevel(level);
+    if (!logOnly) {
+        logOnly = std::make_unique<LogMon>("logmon", "");
+        SetLibraryLog(logOnly.get());
+    }
+    logOnly->SetLevel(level);
 }
 
 void TrimLog() {

@@ -7,6 +7,10 @@
 #include <cstdint>
 #include <string>
 
+namespace zanth {
+struct Context;
+}
+
 namespace zanth::fuzz {
 
 // A fresh directory under TMPDIR (or /tmp) becomes the working directory, HOME and
@@ -21,6 +25,8 @@ long FileSize(const std::string& path);
 
 // The Master and with it every monitor; stays until the process ends.
 void LoadLibrary();
+// The loaded library's context.
+Context& Shared();
 // Only the diagnostic log, at `level`, for targets that test single monitors.
 void StartLogOnly(int32_t level);
 // Empties the diagnostic log once it passes a few megabytes; long runs would fill the disk.
@@ -31,7 +37,7 @@ void TrimLog();
 
 }  // namespace zanth::fuzz
 
-#define FUZZ_CHECK(condition, detail)                                                    \
-    do {                                                                                  \
-        if (!(condition)) ::zanth::fuzz::Broken("check failed: " #condition, (detail));  \
+#define FUZZ_CHECK(condition, detail)                                                   \
+    do {                                                                                \
+        if (!(condition)) ::zanth::fuzz::Broken("check failed: " #condition, (detail)); \
     } while (0)

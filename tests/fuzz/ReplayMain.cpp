@@ -43,7 +43,8 @@ int main(int argc, char** argv) {
     LLVMFuzzerInitialize(&argc, &argv);
     for (size_t i = 0; i < inputs.size(); ++i) {
         std::fprintf(stderr, "Running: %s\n", files[i].c_str());
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(inputs[i].data()), inputs[i].size());
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(inputs[i].data()),
+                               inputs[i].size());
     }
     std::fprintf(stderr, "replayed %zu inputs\n", inputs.size());
     return 0;

@@ -38,7 +38,9 @@ int32_t Int32At(const uint8_t* data, size_t size) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static MessageUtil util;
@@ -84,9 +86,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size >= static_cast<size_t>(zanth::kEncryptedHeaderSize)) {
         int32_t total = -1;
         if (FrameReader::EncryptedHeader(t, &total)) {
-            FUZZ_CHECK(MessageUtil::ParseEncryptedLength(t, length) == total - 5, std::string(t, 5));
-            FUZZ_CHECK(MessageUtil::IsCompleteEncrypted(t, length) == (total >= 5 && total == length),
+            FUZZ_CHECK(MessageUtil::ParseEncryptedLength(t, length) == total - 5,
                        std::string(t, 5));
+            FUZZ_CHECK(
+                MessageUtil::IsCompleteEncrypted(t, length) == (total >= 5 && total == length),
+                std::string(t, 5));
         }
     }
     MessageUtil::ParseEncryptedLength(t, length);

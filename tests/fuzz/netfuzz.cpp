@@ -47,11 +47,12 @@
 #include <vector>
 
 #include "FuzzSupport.h"
-#include "monitors/Globals.h"
+#include "frame/Context.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "protocol/Codes.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "zanth.h"
 
 namespace {
@@ -118,8 +119,12 @@ int CountEntries(const char* dir) {
     return n;
 }
 // The directory stream of the count itself is one of the descriptors; it is left out.
-int OpenDescriptors() { return CountEntries("/proc/self/fd") - 1; }
-int Threads() { return CountEntries("/proc/self/task"); }
+int OpenDescriptors() {
+    return CountEntries("/proc/self/fd") - 1;
+}
+int Threads() {
+    return CountEntries("/proc/self/task");
+}
 
 // ---- Frames -----------------------------------------------------------------------------------
 
@@ -135,7 +140,9 @@ std::string MacText(int index) {
     return mac;
 }
 
-std::string IdentifyPayload(const std::string& mac) { return "02:5A:37:" + mac + ";4.2;"; }
+std::string IdentifyPayload(const std::string& mac) {
+    return "02:5A:37:" + mac + ";4.2;";
+}
 
 // A random payload: fields of printable text, or any bytes at all.
 std::string Garbage(std::mt19937_64& rng, size_t maxLength) {
@@ -144,9 +151,12 @@ std::string Garbage(std::mt19937_64& rng, size_t maxLength) {
     std::string text(length, '\0');
     const int style = static_cast<int>(rng() % 3);
     for (char& c : text) {
-        if (style == 0) c = static_cast<char>(rng() % 256);
-        else if (style == 1) c = static_cast<char>(32 + rng() % 95);
-        else c = "0123456789;^#-,"[rng() % 15];
+        if (style == 0)
+            c = static_cast<char>(rng() % 256);
+        else if (style == 1)
+            c = static_cast<char>(32 + rng() % 95);
+        else
+            c = "0123456789;^#-,"[rng() % 15];
     }
     return text;
 }
@@ -157,29 +167,45 @@ std::string Mutate(std::string bytes, std::mt19937_64& rng) {
     for (int i = 0; i < edits && !bytes.empty(); ++i) {
         size_t at = rng() % bytes.size();
         switch (rng() % 4) {
-            case 0: bytes[at] = static_cast<char>(rng() % 256); break;
-            case 1: bytes.insert(at, 1, static_cast<char>(rng() % 256)); break;
-            case 2: bytes.erase(at, 1); break;
-            default: bytes[at] = "0123456789;"[rng() % 11]; break;
+            case 0:
+                bytes[at] = static_cast<char>(rng() % 256);
+                break;
+            case 1:
+                bytes.insert(at, 1, static_cast<char>(rng() % 256));
+                break;
+            case 2:
+                bytes.erase(at, 1);
+                break;
+            default:
+                bytes[at] = "0123456789;"[rng() % 11];
+                break;
         }
     }
     return bytes;
 }
 
-const int kUnsolicited[] = {zanth::ZANTH_ALARM_MESSAGE,        zanth::ZANTH_EVENT_MESSAGE,
-                            zanth::ZANTH_MESSAGE_BUNDLE,       zanth::ZANTH_HEART_BEAT,
-                            zanth::ZANTH_CHECK_CARD,           zanth::ZANTH_HERE_I_AM,
-                            zanth::ZANTH_POST_ACCESS_MSG_TO_HOST, zanth::ZANTH_REPORT_PIN,
-                            zanth::ZANTH_SMART_CARD_DATA,      zanth::ZANTH_KEY_PAD_DATA,
-                            zanth::ZANTH_COMMAND_KEY_DATA,     zanth::ZANTH_SEND_FILE_RSP,
-                            zanth::ZANTH_GET_FILE_MORE,        zanth::ZANTH_GET_FILE_END,
-                            zanth::ZANTH_CONTROLLER_INFO_RSP,  zanth::ZANTH_FILE_TRANSFER_ERROR,
+const int kUnsolicited[] = {zanth::ZANTH_ALARM_MESSAGE,
+                            zanth::ZANTH_EVENT_MESSAGE,
+                            zanth::ZANTH_MESSAGE_BUNDLE,
+                            zanth::ZANTH_HEART_BEAT,
+                            zanth::ZANTH_CHECK_CARD,
+                            zanth::ZANTH_HERE_I_AM,
+                            zanth::ZANTH_POST_ACCESS_MSG_TO_HOST,
+                            zanth::ZANTH_REPORT_PIN,
+                            zanth::ZANTH_SMART_CARD_DATA,
+                            zanth::ZANTH_KEY_PAD_DATA,
+                            zanth::ZANTH_COMMAND_KEY_DATA,
+                            zanth::ZANTH_SEND_FILE_RSP,
+                            zanth::ZANTH_GET_FILE_MORE,
+                            zanth::ZANTH_GET_FILE_END,
+                            zanth::ZANTH_CONTROLLER_INFO_RSP,
+                            zanth::ZANTH_FILE_TRANSFER_ERROR,
                             zanth::ZANTH_IDENTIFY_CONTROLLER};
 
 // ---- One connection ----------------------------------------------------------------------------
 
 class Peer {
-public:
+  public:
     explicit Peer(int port) {
         fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
         if (fd_ < 0) return;
@@ -222,7 +248,8 @@ public:
     bool SendEveryByte(const std::string& bytes, std::mt19937_64& rng) {
         for (char c : bytes) {
             if (!Send(std::string(1, c))) return false;
-            if (rng() % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(rng() % 3000));
+            if (rng() % 4 == 0)
+                std::this_thread::sleep_for(std::chrono::microseconds(rng() % 3000));
         }
         return true;
     }
@@ -247,33 +274,35 @@ public:
         fd_ = -1;
     }
 
-private:
+  private:
     int fd_ = -1;
 };
 
 // Sealing of frames as an encrypting controller does it; absent without the plugin.
 class Sealer {
-public:
+  public:
     Sealer() { ok_ = util_.GetBufferSize(&room_) == 0 && room_ > 5; }
     bool Ok() const { return ok_; }
     bool Key(const std::string& identifyFrame, unsigned char* key) {
         std::lock_guard<std::mutex> g(lock_);
-        std::string text(identifyFrame.c_str(), std::min<size_t>(std::strlen(identifyFrame.c_str()), 200));
+        std::string text(identifyFrame.c_str(),
+                         std::min<size_t>(std::strlen(identifyFrame.c_str()), 200));
         return util_.GenerateKey(text.c_str(), kSeed, key, 32) == 0;
     }
     std::string Seal(const std::string& plain, const unsigned char* key) {
         std::lock_guard<std::mutex> g(lock_);
         std::vector<char> out(static_cast<size_t>(room_) + 1);
         int32_t length = 0;
-        if (util_.EncryptMessage(plain.data(), static_cast<int32_t>(plain.size()), out.data(), room_,
-                                 &length, key) != 0)
+        if (util_.EncryptMessage(plain.data(), static_cast<int32_t>(plain.size()), out.data(),
+                                 room_, &length, key) != 0)
             return {};
         return std::string(out.data(), static_cast<size_t>(length) + 5);
     }
 
-private:
+  private:
     std::mutex lock_;
-    zanth::MessageUtil util_;
+    zanth::Crypto crypto_;
+    zanth::MessageUtil util_{&crypto_};
     int32_t room_ = 0;
     bool ok_ = false;
 };
@@ -300,7 +329,8 @@ void BadHeaders(Peer& p, std::mt19937_64& rng) {
     static const char* kHeaders[] = {"0011;abcd;", "0001;-100;", "abcd",       "0079;0009;",
                                      ";;;;;;;;;;", "0000;0010;", "+079;0010;", "0079; 010;",
                                      "0079;0010",  "00790010;;", "1061;0000;", "-001;0010;"};
-    if (rng() % 2) p.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng))));
+    if (rng() % 2)
+        p.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng))));
     const int n = 1 + static_cast<int>(rng() % 3);
     for (int i = 0; i < n; ++i) {
         std::string h = kHeaders[rng() % (sizeof kHeaders / sizeof kHeaders[0])];
@@ -311,7 +341,8 @@ void BadHeaders(Peer& p, std::mt19937_64& rng) {
 void HugeLengths(Peer& p, std::mt19937_64& rng) {
     static const char* kHeaders[] = {"1061;9999;", "1061;4118;", "1061;4117;", "0079;5000;",
                                      "1043;9999;"};
-    if (rng() % 2) p.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng))));
+    if (rng() % 2)
+        p.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng))));
     std::string h = kHeaders[rng() % (sizeof kHeaders / sizeof kHeaders[0])];
     p.SendFrame(h + std::string(rng() % 6000, 'x'));
 }
@@ -327,8 +358,8 @@ void SplitAtEveryByte(Peer& p, std::mt19937_64& rng) {
 
 void TruncatedThenClose(Peer& p, std::mt19937_64& rng) {
     p.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng))));
-    std::string frame = Frame(kUnsolicited[rng() % (sizeof kUnsolicited / sizeof(int))],
-                              Garbage(rng, 2000));
+    std::string frame =
+        Frame(kUnsolicited[rng() % (sizeof kUnsolicited / sizeof(int))], Garbage(rng, 2000));
     p.SendFrame(frame.substr(0, rng() % frame.size()));
     if (rng() % 2) p.Read(60);
 }
@@ -353,8 +384,8 @@ void EncryptedGarbage(Peer& p, std::mt19937_64& rng) {
     for (int i = 0; i < n; ++i) {
         std::string cipher = Garbage(rng, 600);
         char header[16];
-        int claimed = rng() % 3 == 0 ? static_cast<int>(rng() % 10000)
-                                     : static_cast<int>(cipher.size()) + 5;
+        int claimed =
+            rng() % 3 == 0 ? static_cast<int>(rng() % 10000) : static_cast<int>(cipher.size()) + 5;
         std::snprintf(header, sizeof header, "%04d;", claimed % 10000);
         p.SendFrame(rng() % 5 == 0 ? cipher : std::string(header, 5) + cipher);
     }
@@ -406,15 +437,30 @@ void Responder(Peer& p, std::mt19937_64& rng) {
             if (code >= 1000 || code == zanth::ZANTH_ACCEPT_CONNECTION) continue;
             std::string reply;
             switch (rng() % 8) {
-                case 0: reply = Frame(code + 1000, "Zanth;4.2;" + mac + ";"); break;
-                case 6: reply = Frame(kTransferCodes[rng() % std::size(kTransferCodes)],
-                                      Garbage(rng, rng() % 2 ? 4086 : 40)); break;
-                case 1: reply = Frame(code + 1000, Garbage(rng, 4087)); break;
-                case 2: reply = Frame(static_cast<int>(rng() % 10000), Garbage(rng, 100)); break;
-                case 3: reply = Mutate(Frame(code + 1000, "Zanth;"), rng); break;
-                case 4: reply = Frame(code + 1000, "").substr(0, 5) + "9999;"; break;
-                case 5: reply = Frame(zanth::ZANTH_UNKNOWN_COMMAND, ""); break;
-                default: break;  // no answer: the host's wait runs out
+                case 0:
+                    reply = Frame(code + 1000, "Zanth;4.2;" + mac + ";");
+                    break;
+                case 6:
+                    reply = Frame(kTransferCodes[rng() % std::size(kTransferCodes)],
+                                  Garbage(rng, rng() % 2 ? 4086 : 40));
+                    break;
+                case 1:
+                    reply = Frame(code + 1000, Garbage(rng, 4087));
+                    break;
+                case 2:
+                    reply = Frame(static_cast<int>(rng() % 10000), Garbage(rng, 100));
+                    break;
+                case 3:
+                    reply = Mutate(Frame(code + 1000, "Zanth;"), rng);
+                    break;
+                case 4:
+                    reply = Frame(code + 1000, "").substr(0, 5) + "9999;";
+                    break;
+                case 5:
+                    reply = Frame(zanth::ZANTH_UNKNOWN_COMMAND, "");
+                    break;
+                default:
+                    break;  // no answer: the host's wait runs out
             }
             if (!reply.empty()) {
                 ++repliesServed;
@@ -463,7 +509,8 @@ std::string RightAnswer(int code, const std::string& mac, std::mt19937_64& rng) 
 bool Listed(const std::string& mac) {
     char list[4096] = {};
     GetConnectedControllers(list, sizeof list);
-    for (char* save = nullptr, *m = strtok_r(list, ",", &save); m; m = strtok_r(nullptr, ",", &save)) {
+    for (char *save = nullptr, *m = strtok_r(list, ",", &save); m;
+         m = strtok_r(nullptr, ",", &save)) {
         if (mac == m) return true;
     }
     return false;
@@ -548,7 +595,8 @@ void Staller(Peer& p, std::mt19937_64& rng, int port) {
     // It calls back, and answers rightly from now on.
     Peer again(port);
     bool listed = false;
-    if (again.Up() && again.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(mac)))) {
+    if (again.Up() &&
+        again.SendFrame(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(mac)))) {
         // A former link the library hasn't seen end yet is replaced after five seconds.
         auto deadline = Clock::now() + 20s;
         std::string backlog;
@@ -577,7 +625,8 @@ void MutatedStream(Peer& p, std::mt19937_64& rng) {
     std::string stream = Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(AnyMac(rng)));
     const int n = 1 + static_cast<int>(rng() % 6);
     for (int i = 0; i < n; ++i) {
-        stream += Frame(kUnsolicited[rng() % (sizeof kUnsolicited / sizeof(int))], Garbage(rng, 80));
+        stream +=
+            Frame(kUnsolicited[rng() % (sizeof kUnsolicited / sizeof(int))], Garbage(rng, 80));
     }
     framesSent += n;
     p.SendFrame(Mutate(stream, rng));
@@ -585,7 +634,9 @@ void MutatedStream(Peer& p, std::mt19937_64& rng) {
 }
 
 int fuzzPort = 0;
-void StallThenCallBack(Peer& p, std::mt19937_64& rng) { Staller(p, rng, fuzzPort); }
+void StallThenCallBack(Peer& p, std::mt19937_64& rng) {
+    Staller(p, rng, fuzzPort);
+}
 
 struct Kind {
     const char* name;
@@ -637,8 +688,10 @@ void HostThread(uint64_t seed) {
         }
         while (GetNextAlarm(buffer, sizeof buffer) == 0) {
         }
-        while (GetNextLookup(buffer, sizeof buffer) == 0 || GetNextPin(buffer, sizeof buffer) == 0 ||
-               GetNextHereIAm(buffer, sizeof buffer) == 0 || GetNextPostAccess(buffer, sizeof buffer) == 0 ||
+        while (GetNextLookup(buffer, sizeof buffer) == 0 ||
+               GetNextPin(buffer, sizeof buffer) == 0 ||
+               GetNextHereIAm(buffer, sizeof buffer) == 0 ||
+               GetNextPostAccess(buffer, sizeof buffer) == 0 ||
                GetNextKeyPadData(buffer, sizeof buffer) == 0 ||
                GetNextCommandKeyData(buffer, sizeof buffer) == 0 ||
                GetNextSmartCardData(buffer, sizeof buffer) == 0) {
@@ -647,7 +700,8 @@ void HostThread(uint64_t seed) {
         GetConnectedControllers(list, sizeof list);
         // Identified controllers on the valid list; the others would only give -10004.
         std::vector<std::string> macs;
-        for (char* save = nullptr, *m = strtok_r(list, ",", &save); m; m = strtok_r(nullptr, ",", &save)) {
+        for (char *save = nullptr, *m = strtok_r(list, ",", &save); m;
+             m = strtok_r(nullptr, ",", &save)) {
             for (int i = 0; i < kValidMacs; ++i) {
                 if (MacText(i) == m) macs.emplace_back(m);
             }
@@ -676,15 +730,36 @@ void HostThread(uint64_t seed) {
         int32_t last = 0;
         bool queued = false;
         switch (rng() % 10) {
-            case 0: case 1: RspControllerInfo(tag, m); queued = true; break;
-            case 2: RspGetFile(tag, m, "/log/x", "netfuzz-get.bin"); queued = true; break;
-            case 3: rc = ControllerInfo(m, buffer, size); break;
-            case 4: rc = GetFile(m, "/log/x", "netfuzz-get.bin"); break;
-            case 5: rc = SendFile(m, "/cfg/x", "netfuzz-send.bin"); break;
-            case 6: rc = GetData(m, "/cfg/x", buffer, size * 64, &value, &last); break;
-            case 7: rc = DiscoverInterfaces2(m, buffer, size); break;
-            case 8: rc = GetErrorLog(m, "netfuzz-errorlog.txt"); break;
-            default: rc = GetMoxModuleRevs(m, buffer, size); break;
+            case 0:
+            case 1:
+                RspControllerInfo(tag, m);
+                queued = true;
+                break;
+            case 2:
+                RspGetFile(tag, m, "/log/x", "netfuzz-get.bin");
+                queued = true;
+                break;
+            case 3:
+                rc = ControllerInfo(m, buffer, size);
+                break;
+            case 4:
+                rc = GetFile(m, "/log/x", "netfuzz-get.bin");
+                break;
+            case 5:
+                rc = SendFile(m, "/cfg/x", "netfuzz-send.bin");
+                break;
+            case 6:
+                rc = GetData(m, "/cfg/x", buffer, size * 64, &value, &last);
+                break;
+            case 7:
+                rc = DiscoverInterfaces2(m, buffer, size);
+                break;
+            case 8:
+                rc = GetErrorLog(m, "netfuzz-errorlog.txt");
+                break;
+            default:
+                rc = GetMoxModuleRevs(m, buffer, size);
+                break;
         }
         if (queued) {
             ++queuedCommands;
@@ -704,7 +779,8 @@ bool ListenerUp(int port) {
     char want[16];
     std::snprintf(want, sizeof want, ":%04X", port);
     while (std::getline(in, line)) {
-        if (line.find(want) != std::string::npos && line.find(" 0A ") != std::string::npos) return true;
+        if (line.find(want) != std::string::npos && line.find(" 0A ") != std::string::npos)
+            return true;
     }
     return false;
 }
@@ -735,7 +811,8 @@ bool WaitFor(Condition condition, Clock::duration bound) {
 bool StillServes(int port) {
     const std::string mac = MacText(kValidMacs - 1);
     Peer p(port);
-    if (!p.Up() || !p.Send(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(mac)))) return false;
+    if (!p.Up() || !p.Send(Frame(zanth::ZANTH_IDENTIFY_CONTROLLER, IdentifyPayload(mac))))
+        return false;
     std::atomic<bool> done{false};
     std::thread answer([&p, &mac, &done] {
         std::string pending;
@@ -798,13 +875,20 @@ bool ParseOptions(int argc, char** argv, Options* o) {
             return true;
         };
         long v = 0;
-        if (a == "--duration" && value(1, 86400, &v)) o->durationSeconds = static_cast<int>(v);
-        else if (a == "--connections" && value(1, 100000000, &v)) o->connections = v;
-        else if (a == "--seed" && value(0, 0x7fffffffL, &v)) o->seed = static_cast<uint64_t>(v);
-        else if (a == "--peers" && value(1, 64, &v)) o->peers = static_cast<int>(v);
-        else if (a == "--keep") ::setenv("ZANTH_KEEP_SANDBOX", "1", 1);
-        else if (a == "--trace") o->trace = true;
-        else if (a == "--tolerate-parked-replies") o->tolerateParked = true;
+        if (a == "--duration" && value(1, 86400, &v))
+            o->durationSeconds = static_cast<int>(v);
+        else if (a == "--connections" && value(1, 100000000, &v))
+            o->connections = v;
+        else if (a == "--seed" && value(0, 0x7fffffffL, &v))
+            o->seed = static_cast<uint64_t>(v);
+        else if (a == "--peers" && value(1, 64, &v))
+            o->peers = static_cast<int>(v);
+        else if (a == "--keep")
+            ::setenv("ZANTH_KEEP_SANDBOX", "1", 1);
+        else if (a == "--trace")
+            o->trace = true;
+        else if (a == "--tolerate-parked-replies")
+            o->tolerateParked = true;
         else if (a == "--help" || a == "-h") {
             Usage(stdout);
             std::exit(0);
@@ -842,7 +926,8 @@ int main(int argc, char** argv) {
     RecvWaitTime(1, &wait);
     const int port = FreePort();
     fuzzPort = port;
-    if (Initialization(port, nullptr, nullptr) != 0 || !WaitFor([port] { return ListenerUp(port); }, 10s)) {
+    if (Initialization(port, nullptr, nullptr) != 0 ||
+        !WaitFor([port] { return ListenerUp(port); }, 10s)) {
         std::printf("netfuzz: the library did not start listening on 127.0.0.1:%d\n", port);
         return 1;
     }
@@ -864,17 +949,20 @@ int main(int argc, char** argv) {
     const auto started = Clock::now();
     budget = o.connections;
     std::vector<std::thread> peers;
-    for (int i = 0; i < o.peers; ++i) peers.emplace_back(PeerThread, port, o.seed * 1000 + static_cast<uint64_t>(i));
+    for (int i = 0; i < o.peers; ++i)
+        peers.emplace_back(PeerThread, port, o.seed * 1000 + static_cast<uint64_t>(i));
     std::thread host(HostThread, o.seed * 1000 + 999);
     const auto deadline = started + std::chrono::seconds(o.durationSeconds);
     long lastReport = 0;
     while (Clock::now() < deadline && budget > 0) {
         std::this_thread::sleep_for(200ms);
-        long elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - started).count();
+        long elapsed =
+            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - started).count();
         if (elapsed / 60 > lastReport) {
             lastReport = elapsed / 60;
-            std::printf("  %4ld s: %ld connections, %ld frames, %d threads, %d descriptors\n", elapsed,
-                        connectionsMade.load(), framesSent.load(), Threads(), OpenDescriptors());
+            std::printf("  %4ld s: %ld connections, %ld frames, %d threads, %d descriptors\n",
+                        elapsed, connectionsMade.load(), framesSent.load(), Threads(),
+                        OpenDescriptors());
             std::fflush(stdout);
         }
     }
@@ -891,14 +979,14 @@ int main(int argc, char** argv) {
     const double settleSeconds = std::chrono::duration<double>(Clock::now() - settleStart).count();
     const int threadsAfter = Threads();
     const int fdsAfter = OpenDescriptors();
-    const bool slotFull = !zanth::recvMon->SlotEmpty();
+    const bool slotFull = !zanth::fuzz::Shared().recvMon->SlotEmpty();
     std::string stillThere;
     if (!settled()) {
         char list[4096] = {};
         GetConnectedControllers(list, sizeof list);
         stillThere = "identified \"" + std::string(list) + "\", " +
-                     std::to_string(zanth::workerMon->UnidentifiedCount()) + " unidentified, reply slot " +
-                     (slotFull ? "full" : "empty");
+                     std::to_string(zanth::fuzz::Shared().workerMon->UnidentifiedCount()) +
+                     " unidentified, reply slot " + (slotFull ? "full" : "empty");
     }
 
     // A reply that no caller asked for stays in the one reply slot, and a Worker with another
@@ -907,10 +995,11 @@ int main(int argc, char** argv) {
     // calls would, and everything else must then be gone too.
     int parked = 0;
     const auto drainUntil = Clock::now() + 30s;
-    while (Clock::now() < drainUntil && (!zanth::recvMon->SlotEmpty() || !settled())) {
-        if (!zanth::recvMon->SlotEmpty()) {
+    while (Clock::now() < drainUntil &&
+           (!zanth::fuzz::Shared().recvMon->SlotEmpty() || !settled())) {
+        if (!zanth::fuzz::Shared().recvMon->SlotEmpty()) {
             char slot[zanth::kMessageBufferSize];
-            zanth::recvMon->GetBuffer(slot, "0");
+            zanth::fuzz::Shared().recvMon->GetBuffer(slot, "0", *zanth::fuzz::Shared().workerMon);
             ++parked;
         } else {
             std::this_thread::sleep_for(20ms);
@@ -936,20 +1025,23 @@ int main(int argc, char** argv) {
         commands += n;
         results += " " + std::to_string(rc) + ":" + std::to_string(n);
     }
-    std::printf("  host commands         %ld blocking (result:count%s), %ld with the reply queued\n",
-                commands, results.c_str(), queuedCommands.load());
-    std::printf("  stalled controllers   %ld stopped answering, %ld of them in the middle of a command\n"
-                "                        or stream; the library closed %ld of their links (the\n"
-                "                        others closed them themselves); %ld unlisted with their\n"
-                "                        link left up; %ld listed again when they called back,\n"
-                "                        %ld not\n",
-                stalls.load(), stallsOnACommand.load(), stallsClosedByLibrary.load(),
-                stallsLost.load(), stallsRelisted.load(), stallsNotRelisted.load());
+    std::printf(
+        "  host commands         %ld blocking (result:count%s), %ld with the reply queued\n",
+        commands, results.c_str(), queuedCommands.load());
+    std::printf(
+        "  stalled controllers   %ld stopped answering, %ld of them in the middle of a command\n"
+        "                        or stream; the library closed %ld of their links (the\n"
+        "                        others closed them themselves); %ld unlisted with their\n"
+        "                        link left up; %ld listed again when they called back,\n"
+        "                        %ld not\n",
+        stalls.load(), stallsOnACommand.load(), stallsClosedByLibrary.load(), stallsLost.load(),
+        stallsRelisted.load(), stallsNotRelisted.load());
     std::printf("  process               up; a fresh controller %s\n",
                 serves ? "identified and answered ControllerInfo" : "was NOT served");
-    std::printf("  threads               %d before, %d after settling %.1f s with the host idle, "
-                "%d after the check\n",
-                threadsBefore, threadsAfter, settleSeconds, threadsFinal);
+    std::printf(
+        "  threads               %d before, %d after settling %.1f s with the host idle, "
+        "%d after the check\n",
+        threadsBefore, threadsAfter, settleSeconds, threadsFinal);
     std::printf("  open descriptors      %d before, %d after settling, %d after the check\n",
                 fdsBefore, fdsAfter, fdsFinal);
     if (!stillThere.empty()) std::printf("  still there           %s\n", stillThere.c_str());
@@ -966,8 +1058,9 @@ int main(int argc, char** argv) {
     if (stallsNotRelisted > 0) why += "a controller that stopped answering was not listed again; ";
     if (stallsLost > 0) why += "a controller given up on kept its link, unlisted; ";
     if (idleLeak && !leak && !(o.tolerateParked && pinned)) {
-        why += "Workers of closed links stayed while the host was idle (waiting to park unasked "
-               "replies); ";
+        why +=
+            "Workers of closed links stayed while the host was idle (waiting to park unasked "
+            "replies); ";
     }
     if (!why.empty()) {
         why.resize(why.size() - 2);

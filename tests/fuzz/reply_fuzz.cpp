@@ -25,9 +25,9 @@
 #include <vector>
 
 #include "FuzzSupport.h"
+#include "frame/Context.h"
 #include "frame/ReplyFields.h"
 #include "frame/Tokens.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -46,7 +46,9 @@ void CheckResult(int32_t result) {
 }
 
 // Buffers of exactly the size a read is told, so that a write past it shows at once.
-std::vector<char> Exact(int32_t size) { return std::vector<char>(static_cast<size_t>(size)); }
+std::vector<char> Exact(int32_t size) {
+    return std::vector<char>(static_cast<size_t>(size));
+}
 
 bool Terminated(const std::vector<char>& b) {
     return b.empty() || std::memchr(b.data(), '\0', b.size()) != nullptr;
@@ -101,7 +103,8 @@ void WalkFields(const char* payload, size_t length, zanth::FieldWalk walk, const
         }
     }
     if (walk == zanth::FieldWalk::kTokens) {
-        FUZZ_CHECK(fields.Count() <= zanth::ReplyFields::kMaxTokens, std::to_string(fields.Count()));
+        FUZZ_CHECK(fields.Count() <= zanth::ReplyFields::kMaxTokens,
+                   std::to_string(fields.Count()));
     }
     // The controller's own -1 to -99 stand as they are only when they weren't mapped.
     FUZZ_CHECK(result >= 0 || result == -10011 || result == -10006 || result == -10001 ||
@@ -131,7 +134,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     int32_t level = 75;
     DebugLevel(1, &level);
     SetValidControllers(kMac);
-    zanth::workerMon->AddWorker(kMac, kStandInThread);
+    zanth::fuzz::Shared().workerMon->AddWorker(kMac, kStandInThread);
     return 0;
 }
 
@@ -149,12 +152,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         zanth::MessageUtil util;
         int32_t code = 0, dataLen = 0;
         std::string frame(reinterpret_cast<const char*>(reply + reads), replyLen - reads);
-        util.ParseMessage(frame.c_str(), std::strlen(frame.c_str()), text.data(), text.size(), &code,
-                          &dataLen);
+        util.ParseMessage(frame.c_str(), std::strlen(frame.c_str()), text.data(), text.size(),
+                          &code, &dataLen);
         if (reader == 4) {
-            WalkFields(text.data(), text.size(),
-                       (parameter & 1) ? zanth::FieldWalk::kEveryDelimiter : zanth::FieldWalk::kTokens,
-                       reply, reads);
+            WalkFields(
+                text.data(), text.size(),
+                (parameter & 1) ? zanth::FieldWalk::kEveryDelimiter : zanth::FieldWalk::kTokens,
+                reply, reads);
         } else {
             SplitTokens(text.data(), (parameter & 1) ? ";," : ";");
         }
@@ -164,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The slot holds a whole buffer's worth; the reply is what a Worker would have put there.
     std::vector<char> slot(zanth::kMessageBufferSize, '\0');
     std::memcpy(slot.data(), reply, replyLen);
-    zanth::recvMon->SetBuffer(slot.data());
+    zanth::fuzz::Shared().recvMon->SetBuffer(slot.data());
     switch (reader) {
         case 0:
             CheckResult(RebootBoard(kMac, 7));
@@ -184,12 +188,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             CheckResult(RequestPin(kMac, 1, 2, 3));
             break;
     }
-    FUZZ_CHECK(zanth::recvMon->SlotEmpty(), "the command left its reply in the slot");
+    FUZZ_CHECK(zanth::fuzz::Shared().recvMon->SlotEmpty(),
+               "the command left its reply in the slot");
     // The commands went nowhere; they must not pile up.
     zanth::CommandRecord record{};
     int32_t error = 0;
     do {
-        zanth::sendMon->Get(&record, kMac, &error);
+        zanth::fuzz::Shared().sendMon->Get(&record, kMac, &error);
     } while (error == 0);
     zanth::fuzz::TrimLog();
     return 0;

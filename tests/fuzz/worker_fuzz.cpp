@@ -33,15 +33,16 @@
 #include "FuzzSupport.h"
 #include "connection/Worker.h"
 #include "connection/WorkerStartRecord.h"
+#include "frame/Context.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "platform/Thread.h"
 #include "protocol/CommandRecord.h"
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 #include "security/SeedHashMon.h"
 #include "zanth.h"
 
@@ -57,7 +58,9 @@ struct Plan {
     std::string stream;
 };
 
-uint16_t Length16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+uint16_t Length16(const uint8_t* p) {
+    return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
 
 // One encrypted frame of `plain` under `key`, or nothing when the cipher layer refuses it.
 std::string Seal(const std::string& plain, const unsigned char* key) {
@@ -78,7 +81,8 @@ std::string SealedStream(const uint8_t* data, size_t size) {
     }
     std::string head(reinterpret_cast<const char*>(data), zanth::kClearHeaderSize);
     size_t total = 0;
-    if (head[4] == ';' && head[9] == ';') total = std::strtoul(head.substr(5, 4).c_str(), nullptr, 10);
+    if (head[4] == ';' && head[9] == ';')
+        total = std::strtoul(head.substr(5, 4).c_str(), nullptr, 10);
     total = std::clamp<size_t>(total, zanth::kClearHeaderSize, size);
     std::string stream(reinterpret_cast<const char*>(data), total);
 
@@ -138,31 +142,32 @@ bool WriteAll(int peer, const char* bytes, size_t size, zanth::Worker& worker, b
 // The host's side: whatever the Worker handed on is taken, so nothing piles up between inputs
 // and no reply waits for a slot that nobody empties.
 void TakeReply() {
-    if (!zanth::recvMon->SlotEmpty()) {
+    if (!zanth::fuzz::Shared().recvMon->SlotEmpty()) {
         char slot[zanth::kMessageBufferSize];
-        zanth::recvMon->GetBuffer(slot, "0");
+        zanth::fuzz::Shared().recvMon->GetBuffer(slot, "0", *zanth::fuzz::Shared().workerMon);
     }
 }
 
 void DrainQueues() {
     char text[zanth::kRecordMessageSize];
     int32_t error = 0;
+    zanth::Context& c = zanth::fuzz::Shared();
     for (zanth::CharQueueMon* q :
-         {zanth::lookupMon, zanth::lookupPinMon, zanth::postAccessMon, zanth::hereiamMon,
-          zanth::smartCardMon, zanth::keyPadMon, zanth::cmdKeyMon, zanth::eventMonQueue,
-          zanth::alarmMonQueue}) {
+         {c.lookupMon.get(), c.lookupPinMon.get(), c.postAccessMon.get(), c.hereiamMon.get(),
+          c.smartCardMon.get(), c.keyPadMon.get(), c.cmdKeyMon.get(), c.eventMonQueue.get(),
+          c.alarmMonQueue.get()}) {
         do {
             q->Remove(text, sizeof text, &error);
         } while (error == 0);
     }
     int32_t tag = 0;
     do {
-        zanth::responseMon->Remove(&tag, text, sizeof text, &error);
+        zanth::fuzz::Shared().responseMon->Remove(&tag, text, sizeof text, &error);
     } while (error == 0);
     uint8_t connected = 0;
     int64_t time = 0;
     do {
-        zanth::connDiscQueue->Remove(text, sizeof text, &connected, &time, &error);
+        zanth::fuzz::Shared().connDiscQueue->Remove(text, sizeof text, &connected, &time, &error);
     } while (error == 0);
 }
 
@@ -171,7 +176,8 @@ void RunWorker(int own, int peer, const Plan& plan) {
     zanth::WorkerStartRecord start;
     start.socket = own;
     start.type = zanth::kAcceptedLink;
-    auto* worker = new zanth::Worker(start);
+    zanth::Context& context = zanth::fuzz::Shared();
+    auto* worker = new zanth::Worker(start, context, *context.seedMon);
     bool ended = !worker->Start();
 
     const char* bytes = plan.stream.data();
@@ -209,7 +215,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     const std::string seeds = std::string("default ") + kSeed + "\n";
     zanth::fuzz::WriteFile("zanth.txt", seeds.data(), seeds.size());
     zanth::fuzz::LoadLibrary();
-    zanth::seedMon->Load();
+    zanth::fuzz::Shared().seedMon->Load();
     int32_t level = 75;
     DebugLevel(1, &level);
     SetValidControllers("AA:BB:CC");
@@ -218,7 +224,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     int32_t wait = 2000;
     RecvWaitTime(1, &wait);
 
-    sealer = new zanth::MessageUtil();
+    sealer = new zanth::MessageUtil(new zanth::Crypto());
     int32_t room = 0;
     if (sealer->GetBufferSize(&room) != 0) {
         zanth::fuzz::Broken("the cipher plugin libzanth_encryption64.so did not load",
@@ -239,7 +245,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (platform::CreateThread([&] { RunWorker(own, peer, plan); }, &id, true) != 0) {
         zanth::fuzz::Broken("no thread for the Worker");
     }
-    zanth::workerMon->AddUnidentified(id);
+    zanth::fuzz::Shared().workerMon->AddUnidentified(id);
     platform::ResumeThread(id);
     if (!platform::WaitForLibraryThreads(std::chrono::seconds(60))) {
         zanth::fuzz::Broken("the Worker's thread did not end");
@@ -247,9 +253,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The Worker closed its own end.
     ::close(peer);
     uint8_t connected = 1;
-    zanth::workerMon->IsConnected("AA:BB:CC", &connected);
+    zanth::fuzz::Shared().workerMon->IsConnected("AA:BB:CC", &connected);
     FUZZ_CHECK(!connected, "an ended Worker is still registered");
-    FUZZ_CHECK(zanth::workerMon->UnidentifiedCount() == 0, "an ended Worker is still listed");
+    FUZZ_CHECK(zanth::fuzz::Shared().workerMon->UnidentifiedCount() == 0,
+               "an ended Worker is still listed");
     DrainQueues();
     zanth::fuzz::TrimLog();
     return 0;

@@ -18,7 +18,8 @@ namespace zanth::test {
 namespace {
 
 std::string LoadFailure(const char* method) {
-    return std::string("[Crypto::") + method + "] Error loading " + kEncryptionLibraryLogName + " library";
+    return std::string("[Crypto::") + method + "] Error loading " + kEncryptionLibraryLogName +
+           " library";
 }
 
 bool NoneConnected() {
@@ -53,7 +54,8 @@ TEST_F(NoPluginTest, EveryOperationFailsWithItsOwnLoadText) {
 }
 
 TEST_F(NoPluginTest, FramingLayerReportsTheMissingPlugin) {
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     std::array<unsigned char, 32> key;
     key.fill(0xAA);
     EXPECT_EQ(util.GenerateKey("0043;0029;02:5A:37:AA:BB:CC;", "seed", key.data(), 32), -10022);
@@ -80,7 +82,8 @@ TEST_F(NoPluginTest, FramingLayerReportsTheMissingPlugin) {
 }
 
 TEST_F(NoPluginTest, LengthRulesAnswerBeforeThePluginIsNeeded) {
-    MessageUtil util;
+    Crypto crypto;
+    MessageUtil util(&crypto);
     std::array<unsigned char, 32> key{};
     char clear[64];
     int32_t clearLength = -77;

@@ -16,7 +16,7 @@ namespace zanth::test {
 std::string Frame(int code, std::string_view payload = "");
 
 class FakeController {
-public:
+  public:
     FakeController() = default;
     ~FakeController();
     FakeController(const FakeController&) = delete;
@@ -51,7 +51,7 @@ public:
     bool ShutdownSend() { return net::ShutdownSend(fd_); }
     net::Fd Fd() const { return fd_; }
 
-private:
+  private:
     net::Fd fd_ = net::kNoFd;
     net::Fd listenFd_ = net::kNoFd;
 };

@@ -5,10 +5,8 @@
 #include <sstream>
 #include <thread>
 
-#include "monitors/Globals.h"
 #include "frame/exports/Boundary.h"
 #include "stores/LogMon.h"
-#include "notify/ResetMon.h"
 #include "support/Net.h"
 #include "zanth.h"
 
@@ -16,23 +14,28 @@ namespace zanth {
 
 namespace {
 std::unique_ptr<Master> loaded;
-std::unique_ptr<ResetMon> loadedReset;
-}
+std::unique_ptr<LogMon> traceLog;
+}  // namespace
 
-Master& TheMaster() { return *loaded; }
+Master& TheMaster() {
+    return *loaded;
+}
 
 namespace test {
 
-// Built and destroyed in the order of the shared library's static objects.
+// Built and destroyed as the shared library's static object is.
 void LoadLibrary() {
     loaded = std::make_unique<Master>("master");
-    loadedReset = std::make_unique<ResetMon>("resetMon");
 }
 void UnloadLibrary() {
-    loadedReset.reset();
     loaded.reset();
 }
-bool LibraryLoaded() { return loaded != nullptr; }
+Context& Shared() {
+    return loaded->Shared();
+}
+bool LibraryLoaded() {
+    return loaded != nullptr;
+}
 
 int FreePort() {
     net::Fd s = net::TcpSocket();
@@ -70,9 +73,13 @@ std::string ReadWholeFile(const std::string& path) {
 #endif
 }
 
-std::string LogText() { return ReadWholeFile("ZanthMessages.log"); }
+std::string LogText() {
+    return ReadWholeFile("ZanthMessages.log");
+}
 
-bool LogContains(const std::string& text) { return LogText().find(text) != std::string::npos; }
+bool LogContains(const std::string& text) {
+    return LogText().find(text) != std::string::npos;
+}
 
 int LogCount(const std::string& text) {
     std::string log = LogText();
@@ -82,13 +89,14 @@ int LogCount(const std::string& text) {
 }
 
 void TraceLogTest::SetUp() {
-    logmon = new LogMon("logmon");
-    logmon->SetLevel(75);
+    traceLog = std::make_unique<LogMon>("logmon", "");
+    traceLog->SetLevel(75);
+    SetLibraryLog(traceLog.get());
 }
 
 void TraceLogTest::TearDown() {
-    delete logmon;
-    logmon = nullptr;
+    SetLibraryLog(nullptr);
+    traceLog.reset();
 }
 
 void LibraryTest::SetUp() {
@@ -97,7 +105,9 @@ void LibraryTest::SetUp() {
     ASSERT_EQ(DebugLevel(1, &level), 0);
 }
 
-void LibraryTest::TearDown() { UnloadLibrary(); }
+void LibraryTest::TearDown() {
+    UnloadLibrary();
+}
 
 void LibraryTest::Start(const char* valid) {
     port_ = FreePort();

@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 
+#include "frame/Context.h"
 #include "frame/Master.h"
 
 namespace zanth::test {
@@ -15,6 +16,8 @@ namespace zanth::test {
 void LoadLibrary();
 void UnloadLibrary();
 bool LibraryLoaded();
+// The loaded library's context: its monitors, log and message files.
+Context& Shared();
 
 // A free TCP port on the loopback interface.
 int FreePort();
@@ -34,7 +37,7 @@ int LogCount(const std::string& text);
 // A test of single monitors without the whole library: a diagnostic log of its own at the trace
 // level, so that the monitors' lines can be read.
 class TraceLogTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 };
@@ -42,7 +45,7 @@ protected:
 // A test with the library loaded (and unloaded at the end). The debug level is raised to 75 so
 // that traces can be checked.
 class LibraryTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
     // Initialization on a free port, with `valid` as the valid list.

@@ -3,11 +3,14 @@
 #include <cstdlib>
 
 #if defined(_WIN32)
+// Winsock 2 before windows.h.
+// clang-format off
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #include <direct.h>
 #include <io.h>
 #include <windows.h>
+// clang-format on
 #else
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -22,7 +25,9 @@ namespace zanth::test::net {
 #if defined(_WIN32)
 
 namespace {
-SOCKET S(Fd fd) { return static_cast<SOCKET>(fd); }
+SOCKET S(Fd fd) {
+    return static_cast<SOCKET>(fd);
+}
 }  // namespace
 
 void Startup() {
@@ -43,7 +48,9 @@ void Close(Fd fd) {
     if (fd != kNoFd) ::closesocket(S(fd));
 }
 
-bool ShutdownSend(Fd fd) { return ::shutdown(S(fd), SD_SEND) == 0; }
+bool ShutdownSend(Fd fd) {
+    return ::shutdown(S(fd), SD_SEND) == 0;
+}
 
 int WaitReadable(Fd fd, int timeoutMs) {
     WSAPOLLFD p{};
@@ -61,7 +68,9 @@ long Recv(Fd fd, void* buffer, size_t length) {
     return ::recv(S(fd), static_cast<char*>(buffer), static_cast<int>(length), 0);
 }
 
-void SetEnv(const char* name, const std::string& value) { ::_putenv_s(name, value.c_str()); }
+void SetEnv(const char* name, const std::string& value) {
+    ::_putenv_s(name, value.c_str());
+}
 
 std::string MakeTempDir(std::string prefix) {
     if (::_mktemp_s(prefix.data(), prefix.size() + 1) != 0) return "";
@@ -69,7 +78,9 @@ std::string MakeTempDir(std::string prefix) {
     return prefix;
 }
 
-bool ChangeDir(const std::string& dir) { return ::_chdir(dir.c_str()) == 0; }
+bool ChangeDir(const std::string& dir) {
+    return ::_chdir(dir.c_str()) == 0;
+}
 
 std::string TempRoot() {
     char buffer[MAX_PATH + 1];
@@ -88,18 +99,24 @@ bool UnderWine() {
 #else
 
 namespace {
-int S(Fd fd) { return fd; }
+int S(Fd fd) {
+    return fd;
+}
 }  // namespace
 
 void Startup() {}
 
-Fd TcpSocket() { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+Fd TcpSocket() {
+    return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+}
 
 void Close(Fd fd) {
     if (fd >= 0) ::close(fd);
 }
 
-bool ShutdownSend(Fd fd) { return ::shutdown(fd, SHUT_WR) == 0; }
+bool ShutdownSend(Fd fd) {
+    return ::shutdown(fd, SHUT_WR) == 0;
+}
 
 int WaitReadable(Fd fd, int timeoutMs) {
     pollfd p{fd, POLLIN, 0};
@@ -111,23 +128,31 @@ long Send(Fd fd, const void* data, size_t length) {
     return ::send(fd, data, length, MSG_NOSIGNAL);
 }
 
-long Recv(Fd fd, void* buffer, size_t length) { return ::recv(fd, buffer, length, 0); }
+long Recv(Fd fd, void* buffer, size_t length) {
+    return ::recv(fd, buffer, length, 0);
+}
 
-void SetEnv(const char* name, const std::string& value) { ::setenv(name, value.c_str(), 1); }
+void SetEnv(const char* name, const std::string& value) {
+    ::setenv(name, value.c_str(), 1);
+}
 
 std::string MakeTempDir(std::string prefix) {
     if (::mkdtemp(prefix.data()) == nullptr) return "";
     return prefix;
 }
 
-bool ChangeDir(const std::string& dir) { return ::chdir(dir.c_str()) == 0; }
+bool ChangeDir(const std::string& dir) {
+    return ::chdir(dir.c_str()) == 0;
+}
 
 std::string TempRoot() {
     const char* tmp = std::getenv("TMPDIR");
     return tmp && *tmp ? tmp : "/tmp";
 }
 
-bool UnderWine() { return false; }
+bool UnderWine() {
+    return false;
+}
 
 #endif
 
@@ -164,7 +189,9 @@ int Bind(Fd fd, int port, bool loopbackOnly) {
     return ntohs(a.sin_port);
 }
 
-bool Listen(Fd fd, int backlog) { return ::listen(S(fd), backlog) == 0; }
+bool Listen(Fd fd, int backlog) {
+    return ::listen(S(fd), backlog) == 0;
+}
 
 Fd Accept(Fd fd) {
     auto c = ::accept(S(fd), nullptr, nullptr);

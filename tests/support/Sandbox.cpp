@@ -63,6 +63,8 @@ void LeaveSandbox() {
     std::filesystem::remove_all(sandbox, ignored);
 }
 
-const std::string& SandboxDir() { return sandbox; }
+const std::string& SandboxDir() {
+    return sandbox;
+}
 
 }  // namespace zanth::test

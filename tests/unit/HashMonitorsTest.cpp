@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/HandleMon.h"
 #include "monitors/HashTable.h"
@@ -23,6 +22,8 @@ namespace zanth {
 namespace {
 
 using namespace std::chrono_literals;
+using platform::TERM_MSG;
+using platform::WM_WORKER_KILL;
 using test::LogContains;
 using test::LogCount;
 using test::LogText;
@@ -30,7 +31,7 @@ using test::WaitUntil;
 
 // A library thread that collects its mailbox until it is killed or told TERM_MSG.
 class MailboxThread {
-public:
+  public:
     MailboxThread() {
         EXPECT_EQ(platform::CreateThread(
                       [this] {
@@ -63,20 +64,21 @@ public:
     bool Killed() const { return killed_; }
     bool Hooked() const { return hooked_; }
 
-private:
+  private:
     platform::ThreadId id_ = 0;
     std::atomic<bool> ready_{false}, killed_{false}, hooked_{false}, done_{false};
     std::atomic<uint32_t> last_{0};
 };
 
-// The monitors these tests reach through the globals, with a trace-level log.
+// The monitors these tests share, built as the library's context builds them, with a
+// trace-level log.
 class HashMonTest : public test::TraceLogTest {
-protected:
+  protected:
     void SetUp() override {
         TraceLogTest::SetUp();
         sendMon = new ThreadHashMon("sendMon");
         validMon = new ValidMon("validMon");
-        workerMon = new HandleHashMon("workerMon");
+        workerMon = new HandleHashMon("workerMon", *sendMon);
     }
     void TearDown() override {
         // Every mailbox thread has ended by now; this joins them.
@@ -89,6 +91,10 @@ protected:
         sendMon = nullptr;
         TraceLogTest::TearDown();
     }
+    ThreadHashMon* sendMon = nullptr;
+    ValidMon* validMon = nullptr;
+    HandleHashMon* workerMon = nullptr;
+
     // The one terminate command queued for `mac`, or "" when there is none; a second one fails.
     std::string TakeCommand(const char* mac) {
         CommandRecord record;
@@ -214,8 +220,9 @@ TEST_F(HashMonTest, HandleMonPostsByName) {
 
     handles.PostMsgByName("gone", 1105, &result);
     EXPECT_EQ(result, -10018);
-    EXPECT_TRUE(LogContains("handleMon [HandleMon::PostMsgByName] Error on PostThreadMessage gone\n"
-                            "                        Error code = "));
+    EXPECT_TRUE(
+        LogContains("handleMon [HandleMon::PostMsgByName] Error on PostThreadMessage gone\n"
+                    "                        Error code = "));
 }
 
 TEST_F(HashMonTest, UnidentifiedWorkersGrowTheArrayOneEntryEarly) {
@@ -370,7 +377,7 @@ TEST_F(HashMonTest, TerminateCommandsGoToEveryOrOnlyTheInvalidMacs) {
     EXPECT_EQ(TakeCommand("0"), "");
 
     validMon->SetList("aa:bb:01");
-    workerMon->SendTerminateInvalid();
+    workerMon->SendTerminateInvalid(*validMon);
     EXPECT_EQ(TakeCommand("AA:BB:01"), "");
     EXPECT_EQ(TakeCommand("AA:BB:02"), "9990;0010;");
     uint8_t flag = 0;
@@ -378,7 +385,7 @@ TEST_F(HashMonTest, TerminateCommandsGoToEveryOrOnlyTheInvalidMacs) {
     EXPECT_EQ(flag, 1) << "the entry stays until its Worker leaves";
 
     validMon->SetList("ALL");
-    workerMon->SendTerminateInvalid();
+    workerMon->SendTerminateInvalid(*validMon);
     EXPECT_EQ(TakeCommand("AA:BB:01"), "");
     EXPECT_EQ(TakeCommand("AA:BB:02"), "");
 
@@ -387,7 +394,7 @@ TEST_F(HashMonTest, TerminateCommandsGoToEveryOrOnlyTheInvalidMacs) {
     int32_t error = 0;
     validMon->SetList("");
     workerMon->AddWorker("cc:dd:ee", 4);
-    workerMon->SendTerminateInvalid();
+    workerMon->SendTerminateInvalid(*validMon);
     EXPECT_EQ(TakeCommand("CC:DD:EE"), "9990;0010;");
     workerMon->GetConnected(buffer, sizeof buffer, &error);
     EXPECT_NE(std::string(buffer).find("cc:dd:ee"), std::string::npos);
@@ -413,7 +420,8 @@ TEST_F(HashMonTest, ForcedEndsOfWorkers) {
     // A thread that is gone already: the entry goes, the failure is logged.
     workerMon->AddWorker("DD:EE:FF", 0x7FFFFFF0u);
     workerMon->TerminateByName("DD:EE:FF");
-    EXPECT_TRUE(LogContains("workerMon [HandleHashMon::TerminateByName] Error on TerminateThread\n"));
+    EXPECT_TRUE(
+        LogContains("workerMon [HandleHashMon::TerminateByName] Error on TerminateThread\n"));
     workerMon->IsConnected("DD:EE:FF", &flag);
     EXPECT_EQ(flag, 0);
 
@@ -435,7 +443,7 @@ TEST_F(HashMonTest, PostBoxKeepsEachMacsOrderInASharedBucket) {
     // Keys 5 and 132 share bucket 5 of 127.
     const char* a = "00:00:05";
     const char* b = "00:00:84";
-    auto put = [](const char* mac, int n) {
+    auto put = [this](const char* mac, int n) {
         CommandRecord record{};
         record.rspid = n;
         std::snprintf(record.message, sizeof record.message, "%s #%d", mac, n);
@@ -474,7 +482,8 @@ TEST_F(HashMonTest, MonitorsLogTheirEnd) {
     delete sendMon;
     sendMon = nullptr;
     { HandleMon handles("handleMon"); }
-    EXPECT_TRUE(LogContains("workerMon [HandleHashMon::~HandleHashMon] HandleHashMon terminated\n"));
+    EXPECT_TRUE(
+        LogContains("workerMon [HandleHashMon::~HandleHashMon] HandleHashMon terminated\n"));
     EXPECT_TRUE(LogContains("sendMon [ThreadHashMon::~ThreadHashMon] ThreadHashMon terminated\n"));
     EXPECT_TRUE(LogContains("handleMon [HandleMon::~HandleMon] HandleMon terminated\n"));
 }

@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "monitors/Globals.h"
+#include "platform/File.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
-#include "platform/File.h"
 #include "support/Library.h"
 #include "support/Sandbox.h"
 #include "zanth.h"
@@ -24,7 +23,6 @@ namespace {
 
 // The separator the library puts after a log folder.
 const std::string kSep(1, platform::kPathSeparator);
-
 
 using test::LogContains;
 using test::LogText;
@@ -64,7 +62,7 @@ bool IsDateText(const std::string& text) {
 }
 
 TEST(LogMon, LinesCarryDateSourceAndTextAndAnIndentedSecondText) {
-    LogMon log("logmon");
+    LogMon log("logmon", "");
     std::time_t before = std::time(nullptr);
     log.Log("AA:BB:CC", 0, "[Worker::Run] first", "second text", false);
     std::time_t after = std::time(nullptr);
@@ -80,11 +78,12 @@ TEST(LogMon, LinesCarryDateSourceAndTextAndAnIndentedSecondText) {
     EXPECT_TRUE(stamp == DateText(before) || stamp == DateText(after)) << stamp;
     EXPECT_EQ(first.substr(19), "  AA:BB:CC [Worker::Run] first");
     EXPECT_EQ(lines[2], kBlanks + "second text");
-    EXPECT_EQ(lines[3].substr(19), "  workerMon [X::Y] alone") << "no second line for an empty text";
+    EXPECT_EQ(lines[3].substr(19), "  workerMon [X::Y] alone")
+        << "no second line for an empty text";
 }
 
 TEST(LogMon, LevelDecidesWhatReachesTheFile) {
-    LogMon log("logmon");
+    LogMon log("logmon", "");
     int32_t level = -1;
     log.GetLevel(&level);
     EXPECT_EQ(level, 50);
@@ -112,8 +111,13 @@ TEST(LogMon, LevelDecidesWhatReachesTheFile) {
 }
 
 TEST(LogMon, FilterKeepsPrintableBytesAndAtMostTwoHundred) {
-    LogMon log("logmon");
-    log.Log("raw", 0, "a\tb\x01" "c\x7f" "d\xc3\xa9" "e~ ", "\r\n\x02", true);
+    LogMon log("logmon", "");
+    log.Log("raw", 0,
+            "a\tb\x01"
+            "c\x7f"
+            "d\xc3\xa9"
+            "e~ ",
+            "\r\n\x02", true);
     std::vector<std::string> lines = Lines(LogText());
     ASSERT_EQ(lines.size(), 2u) << "a second text that filters to nothing gives no line";
     EXPECT_EQ(lines[1].substr(19), "  raw abcde~ ");
@@ -136,7 +140,7 @@ TEST(LogMon, NewLoadKeepsTheFormerLogAsBackup) {
     std::ofstream("ZanthMessages.log") << "former load\n";
     std::ofstream("ZanthMessages.bak") << "older still\n";
     {
-        LogMon log("logmon");
+        LogMon log("logmon", "");
         EXPECT_EQ(ReadWholeFile("ZanthMessages.bak"), "former load\n");
         std::vector<std::string> lines = Lines(LogText());
         ASSERT_EQ(lines.size(), 1u);
@@ -148,14 +152,11 @@ TEST(LogMon, NewLoadKeepsTheFormerLogAsBackup) {
 }
 
 TEST(LogMon, MissingFolderDropsLinesSilently) {
-    char folder[] = "no-such-folder/";
-    logFolder = folder;
     {
-        LogMon log("logmon");
+        LogMon log("logmon", "no-such-folder/");
         log.Log("src", 0, "lost", "", false);
         EXPECT_EQ(log.LogPath(), "no-such-folder/ZanthMessages.log");
     }
-    logFolder = nullptr;
     EXPECT_FALSE(std::filesystem::exists("ZanthMessages.log"));
 }
 
@@ -244,10 +245,11 @@ TEST_F(LogExportTest, MovingTheFolderRebuildsLogAndStores) {
 
     // The old log points to the new one and ends.
     std::string oldLog = LogText();
-    EXPECT_NE(oldLog.find("master [Master::SetLogFilePath] Log file path has been changed. New logs "
-                          "will be created at location: \n" +
-                          kBlanks + "New Log file path is = " + folder + kSep + "\n"),
-              std::string::npos)
+    EXPECT_NE(
+        oldLog.find("master [Master::SetLogFilePath] Log file path has been changed. New logs "
+                    "will be created at location: \n" +
+                    kBlanks + "New Log file path is = " + folder + kSep + "\n"),
+        std::string::npos)
         << oldLog;
     EXPECT_EQ(Lines(oldLog).back().substr(19), "  logmon End");
 
@@ -272,7 +274,7 @@ TEST_F(LogExportTest, MovingTheFolderRebuildsLogAndStores) {
         ASSERT_EQ(header.size(), 144u) << store;
         EXPECT_EQ(std::string(header.c_str()), "5000 144 1 1 0 0");
     }
-    EXPECT_EQ(eventMon->Path(), folder + kSep + "ZanthEvents.log");
+    EXPECT_EQ(test::Shared().eventMon->Path(), folder + kSep + "ZanthEvents.log");
     Log("probe", 0, "after the move");
     EXPECT_NE(ReadWholeFile(folder + "/ZanthMessages.log").find("probe after the move"),
               std::string::npos);
@@ -295,10 +297,11 @@ TEST_F(LogExportTest, TrailingSeparatorIsDoubledAndTheOldValueNamed) {
     EXPECT_EQ(ReadWholeFile(first + "/ZanthMessages.log").find("New logs will be created"),
               std::string::npos);
     std::string newLog = ReadWholeFile(second + "/ZanthMessages.log");
-    EXPECT_NE(newLog.find("master [Master::LogFilePath] Log file path has been changed, for previous "
-                          "logs refer files from: \n" +
-                          kBlanks + "Old Log file path is = " + first + kSep + "\n"),
-              std::string::npos)
+    EXPECT_NE(
+        newLog.find("master [Master::LogFilePath] Log file path has been changed, for previous "
+                    "logs refer files from: \n" +
+                    kBlanks + "Old Log file path is = " + first + kSep + "\n"),
+        std::string::npos)
         << newLog;
     ASSERT_EQ(LogFilePath(0, path), 0);
     EXPECT_EQ(std::string(path), second + kSep);
@@ -313,7 +316,7 @@ TEST(LogFolder, NextLoadUsesTheStoredFolder) {
     std::string firstRun = ReadWholeFile(folder + "/ZanthMessages.log");
 
     test::LoadLibrary();
-    EXPECT_EQ(eventMon->Path(), folder + kSep + "ZanthEvents.log");
+    EXPECT_EQ(test::Shared().eventMon->Path(), folder + kSep + "ZanthEvents.log");
     EXPECT_EQ(ReadWholeFile(folder + "/ZanthMessages.bak"), firstRun);
     std::vector<std::string> lines = Lines(ReadWholeFile(folder + "/ZanthMessages.log"));
     ASSERT_FALSE(lines.empty());

@@ -5,11 +5,80 @@
 #include <cstring>
 #include <string>
 
+#include "protocol/Cipher.h"
 #include "protocol/MessageUtil.h"
 #include "protocol/Text.h"
 
 namespace zanth {
 namespace {
+
+// A cipher that reverses the bytes, and derives a key of the text's first bytes.
+class ReversingCipher : public Cipher {
+  public:
+    int32_t Encrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
+                    int32_t* outLen, const unsigned char*) override {
+        if (inLen > outSize) return -1;
+        for (int32_t i = 0; i < inLen; ++i) out[i] = in[inLen - 1 - i];
+        *outLen = inLen;
+        ++calls;
+        return 0;
+    }
+    int32_t Decrypt(const unsigned char* in, int32_t inLen, unsigned char* out, int32_t outSize,
+                    int32_t* outLen, const unsigned char* key) override {
+        return Encrypt(in, inLen, out, outSize, outLen, key);
+    }
+    int32_t GetEncryptedBufferSize(int32_t* size) override {
+        *size = 4200;
+        return 0;
+    }
+    int32_t GenerateKey(const char* text1, const char*, unsigned char* key,
+                        int32_t keySize) override {
+        std::memcpy(key, text1, static_cast<size_t>(keySize));
+        return 0;
+    }
+    int calls = 0;
+};
+
+TEST(MessageCipher, EncryptedFramesCarryTheCiphersBytesUnderALengthHeader) {
+    ReversingCipher cipher;
+    MessageUtil util(&cipher);
+    unsigned char key[4] = {};
+    ASSERT_EQ(util.GenerateKey("abcdefgh", "seed", key, sizeof key), 0);
+    EXPECT_EQ(std::memcmp(key, "abcd", 4), 0);
+    int32_t room = 0;
+    ASSERT_EQ(util.GetBufferSize(&room), 0);
+    EXPECT_EQ(room, 4200);
+
+    char frame[64];
+    int32_t cipherLen = 0;
+    ASSERT_EQ(util.EncryptMessage("0079;0010;", 10, frame, sizeof frame, &cipherLen, key), 0);
+    EXPECT_EQ(cipherLen, 10);
+    EXPECT_EQ(std::string(frame, 15), "0015;;0100;9700");
+    char plain[64];
+    int32_t plainLen = 0;
+    ASSERT_EQ(util.DecryptMessage(frame, 15, plain, sizeof plain, &plainLen, key), 0);
+    EXPECT_EQ(plainLen, 10);
+    EXPECT_STREQ(plain, "0079;0010;");
+    EXPECT_EQ(cipher.calls, 2);
+}
+
+TEST(MessageCipher, WithoutACipherEncryptedFramesAndKeysAreRefused) {
+    MessageUtil util;
+    unsigned char key[32];
+    std::memset(key, 0x5A, sizeof key);
+    EXPECT_EQ(util.GenerateKey("abc", "seed", key, sizeof key), -10022);
+    EXPECT_EQ(key[0], 0) << "the key is cleared first";
+    int32_t room = 0;
+    EXPECT_EQ(util.GetBufferSize(&room), -10022);
+    char frame[64];
+    int32_t length = -7;
+    EXPECT_EQ(util.EncryptMessage("0079;0010;", 10, frame, sizeof frame, &length, key), -10022);
+    EXPECT_EQ(util.DecryptMessage("0015;;0100;9700", 15, frame, sizeof frame, &length, key),
+              -10022);
+    EXPECT_EQ(length, -7);
+    // The framing's own length rules still answer first.
+    EXPECT_EQ(util.DecryptMessage("0012", 4, frame, sizeof frame, &length, key), -10023);
+}
 
 TEST(MessageFraming, BuildsHeaderAndPayload) {
     MessageUtil util;
@@ -27,7 +96,8 @@ TEST(MessageFraming, LargestPayloadFitsAndOneMoreIsRefused) {
     ASSERT_EQ(util.BuildMessage(75, payload.data(), payload.size(), out, kMessageBufferSize), 0);
     EXPECT_EQ(std::string(out, 10), "0075;4097;");
     payload.push_back('x');
-    EXPECT_EQ(util.BuildMessage(75, payload.data(), payload.size(), out, kMessageBufferSize), -10006);
+    EXPECT_EQ(util.BuildMessage(75, payload.data(), payload.size(), out, kMessageBufferSize),
+              -10006);
     EXPECT_EQ(out[0], '\0') << "the output is cleared even when refused";
 }
 

@@ -1,18 +1,18 @@
 // The circular message file: header, ring arithmetic, record bounds, size changes, recovery of
 // damaged files, the host's view through the exports, and a writer killed mid-burst.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
-#include "monitors/Globals.h"
 #include "stores/LogMon.h"
 #include "stores/MsgMon.h"
 #include "support/Library.h"
@@ -77,7 +77,9 @@ uint64_t Unread(MsgMon& mon) {
     return n;
 }
 
-std::string Record(int n) { return "1061;event " + std::to_string(n); }
+std::string Record(int n) {
+    return "1061;event " + std::to_string(n);
+}
 
 class MsgMonTest : public test::TraceLogTest {};
 
@@ -154,7 +156,8 @@ TEST_F(MsgMonTest, RecordBoundsOnBothSides) {
     int32_t error = 0;
     mon.GetMsg(small, sizeof small, &error);
     EXPECT_EQ(error, -10006);
-    EXPECT_TRUE(LogContains("eventMon [MsgMon::GetMsg] msg is not large enough (ZanthEvents.log)\n"));
+    EXPECT_TRUE(
+        LogContains("eventMon [MsgMon::GetMsg] msg is not large enough (ZanthEvents.log)\n"));
     EXPECT_EQ(small[0], 'Z');
     EXPECT_EQ(Unread(mon), 1u) << "the record stays unread";
 
@@ -293,7 +296,7 @@ class MsgExportTest : public test::LibraryTest {};
 
 TEST_F(MsgExportTest, LogSizeArgumentsAndWidths) {
     int32_t error = 0;
-    eventMon->WriteMsg("1061;a", 6, &error);
+    test::Shared().eventMon->WriteMsg("1061;a", 6, &error);
     ASSERT_EQ(error, 0);
 
     uint64_t value = ~0ull;
@@ -334,8 +337,8 @@ TEST_F(MsgExportTest, HostReadsEventsThroughTheExports) {
     char buffer[256];
     EXPECT_EQ(GetNextEvent(buffer, sizeof buffer), -10008);
     int32_t error = 0;
-    eventMon->WriteMsg("1061;one", 8, &error);
-    alarmMon->WriteMsg("1060;alarm", 10, &error);
+    test::Shared().eventMon->WriteMsg("1061;one", 8, &error);
+    test::Shared().alarmMon->WriteMsg("1060;alarm", 10, &error);
     uint64_t unread = ~0ull;
     ASSERT_EQ(NumberUnreadAlarms(&unread), 0);
     EXPECT_EQ(unread, 1u);
@@ -345,6 +348,22 @@ TEST_F(MsgExportTest, HostReadsEventsThroughTheExports) {
     ASSERT_EQ(GetNextAlarm(buffer, sizeof buffer), 0);
     EXPECT_STREQ(buffer, "1060;alarm");
     EXPECT_EQ(GetNextAlarm(buffer, sizeof buffer), -10008);
+}
+
+// A message file that can't be opened (here a folder stands in its place) is told at level 25,
+// and the library loads all the same but refuses every start.
+TEST(MsgMonLoad, AMessageFileThatCannotBeOpenedStopsTheLibrary) {
+    ASSERT_EQ(::mkdir(kFile, 0755), 0);
+    {
+        MsgMon mon("eventMon", kFile);
+        EXPECT_FALSE(mon.Opened());
+    }
+    test::LoadLibrary();
+    EXPECT_EQ(SetValidControllers("ALL"), 0);
+    EXPECT_EQ(Initialization(test::FreePort(), nullptr, nullptr), -10001);
+    EXPECT_TRUE(LogContains("eventMon [MsgMon::MsgMon] Error on _open (create) ZanthEvents.log\n"));
+    EXPECT_FALSE(LogContains("alarmMon [MsgMon::MsgMon] Error"));
+    test::UnloadLibrary();
 }
 
 // A writer killed at a random point of a burst. Each record the child finished is reported on a

@@ -14,7 +14,6 @@
 
 #include "frame/ParameterList.h"
 #include "frame/exports/Boundary.h"
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
 #include "monitors/ThreadHashMon.h"
@@ -63,14 +62,14 @@ class ParameterExchangeTest : public LibraryTest {
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers("AA:BB:CC,11:22:33"), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     CommandRecord TakeCommand() {
         CommandRecord record{};
         int32_t error = -1;
         EXPECT_TRUE(WaitUntil([&] {
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             return error == 0;
         }));
         return record;
@@ -85,7 +84,7 @@ class ParameterExchangeTest : public LibraryTest {
         EXPECT_EQ(record.rspfunc, 0);
         char slot[kMessageBufferSize] = {};
         std::memcpy(slot, reply.data(), std::min(reply.size(), sizeof slot));
-        recvMon->SetBuffer(slot);
+        test::Shared().recvMon->SetBuffer(slot);
         return pending.get();
     }
 
@@ -233,7 +232,7 @@ TEST_F(ParameterExchangeTest, EveryExportSendsItsFrameAndReturnsByItsKind) {
             EXPECT_EQ(record.rspfunc, 1);
             EXPECT_EQ(static_cast<uint32_t>(record.rspid), row.rspid);
             EXPECT_EQ(std::string(record.message), row.sent);
-            EXPECT_TRUE(recvMon->SlotEmpty());
+            EXPECT_TRUE(test::Shared().recvMon->SlotEmpty());
         }
         row.check(o);
         for (const OutText& t : o.text) EXPECT_TRUE(t.GuardIntact());
@@ -411,8 +410,8 @@ TEST_F(ParameterExchangeTest, RefusalsAndTheirOrderSendNothing) {
     EXPECT_EQ(UpdateContactIDRecord(kMac, huge.c_str(), 0, 0, 0, 0, 0, 0, 0, "", ""), -10006);
     EXPECT_EQ(UpdateSchedule(kMac, "", "", nullptr, "", "", 1, 2, 3, 4, 5, 6), -1);
     EXPECT_EQ(RspUpdateContactIDCommRecord(4, kMac, 1, huge.c_str(), 1), -1);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
-    EXPECT_EQ(sendMon->CountFor("11:22:33"), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor("11:22:33"), 0);
 }
 
 // A reply as long as a message can be lands whole in a buffer of the documented size and not a
@@ -443,9 +442,9 @@ TEST_F(ParameterExchangeTest, TimeOutOfTheReplySlot) {
               -1);
     EXPECT_EQ(o_.text[0].str(), "untouched");
     EXPECT_EQ(DeleteContactIDRecord(kMac, 1), -10003) << "the wait dropped the controller";
-    workerMon->AddWorker(kMac, kStandInThread);
+    test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     EXPECT_EQ(UpdateContactIDRecord(kMac, "", 0, 0, 0, 0, 0, 0, 0, "", ""), 0);
-    EXPECT_EQ(sendMon->CountFor(kMac), 2);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 2);
     EXPECT_FALSE(LogContains("[Master::ExchangeParameters]"));
 }
 
@@ -476,7 +475,7 @@ TEST_F(ParameterExchangeTest, ReplyCuttingAndTheListTypes) {
     ReplyList reply;
     EXPECT_EQ(m.ExchangeParameters(0, 0, kMac, 126, {1, 2.5}, reply, ';'), -1);
     EXPECT_EQ(m.ExchangeParameters(1, 9, kMac, 126, {std::string("s")}, reply, ';'), -1);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
     // unsigned short goes out as a number, and only as a request.
     std::string sent;
     EXPECT_EQ(ServePayload(

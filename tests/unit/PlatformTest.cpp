@@ -1,17 +1,17 @@
 // The platform layer: library threads and their mailboxes, the event and mutex stand-ins,
 // socket error numbers, the per-user store and the path query.
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <limits.h>
 #include <pthread.h>
+#include <sys/stat.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -291,13 +291,13 @@ TEST(SocketErrors, SystemNumbersBecomeWinsockNumbers) {
         int system;
         int winsock;
     } kMapping[] = {
-        {EWOULDBLOCK, 10035}, {EAGAIN, 10035},        {EINPROGRESS, 10036},  {EALREADY, 10037},
-        {ENOTSOCK, 10038},    {EMSGSIZE, 10040},      {EADDRINUSE, 10048},   {EADDRNOTAVAIL, 10049},
-        {ENETDOWN, 10050},    {ENETUNREACH, 10051},   {ECONNABORTED, 10053}, {ECONNRESET, 10054},
-        {EPIPE, 10054},       {ENOBUFS, 10055},       {EISCONN, 10056},      {ENOTCONN, 10057},
-        {ESHUTDOWN, 10058},   {ETIMEDOUT, 10060},     {ECONNREFUSED, 10061}, {EHOSTDOWN, 10064},
-        {EHOSTUNREACH, 10065}, {EBADF, 10009},        {EACCES, 10013},       {EFAULT, 10014},
-        {EINVAL, 10022},      {EMFILE, 10024},        {EINTR, 10004},        {0, 0},
+        {EWOULDBLOCK, 10035},  {EAGAIN, 10035},      {EINPROGRESS, 10036},  {EALREADY, 10037},
+        {ENOTSOCK, 10038},     {EMSGSIZE, 10040},    {EADDRINUSE, 10048},   {EADDRNOTAVAIL, 10049},
+        {ENETDOWN, 10050},     {ENETUNREACH, 10051}, {ECONNABORTED, 10053}, {ECONNRESET, 10054},
+        {EPIPE, 10054},        {ENOBUFS, 10055},     {EISCONN, 10056},      {ENOTCONN, 10057},
+        {ESHUTDOWN, 10058},    {ETIMEDOUT, 10060},   {ECONNREFUSED, 10061}, {EHOSTDOWN, 10064},
+        {EHOSTUNREACH, 10065}, {EBADF, 10009},       {EACCES, 10013},       {EFAULT, 10014},
+        {EINVAL, 10022},       {EMFILE, 10024},      {EINTR, 10004},        {0, 0},
     };
     for (const auto& row : kMapping) {
         EXPECT_EQ(platform::WinsockError(row.system), row.winsock) << "errno " << row.system;
@@ -330,9 +330,9 @@ TEST(SocketErrors, RealFailuresReportWinsockNumbers) {
     ASSERT_EQ(platform::BindLoopback(listener, 0), 0);
     ASSERT_EQ(platform::Listen(listener, 1), 0);
     platform::SocketHandle client = platform::OpenTcpSocket();
-    ASSERT_EQ(platform::Connect(client, platform::InetAddr("127.0.0.1"),
-                                platform::LocalPort(listener)),
-              0);
+    ASSERT_EQ(
+        platform::Connect(client, platform::InetAddr("127.0.0.1"), platform::LocalPort(listener)),
+        0);
     ASSERT_TRUE(platform::Readable(listener, 2000));
     platform::SocketHandle server = platform::Accept(listener);
     ASSERT_NE(server, platform::kInvalidSocket);
@@ -365,7 +365,7 @@ TEST(SocketAddresses, InetAddrKeepsItsOldMeaning) {
 }
 
 class UserStore : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         const char* xdg = std::getenv("XDG_CONFIG_HOME");
         const char* home = std::getenv("HOME");

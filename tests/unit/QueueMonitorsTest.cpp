@@ -7,7 +7,6 @@
 #include <ctime>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/CharQueueMon.h"
 #include "monitors/ConnDiscQueue.h"
@@ -101,8 +100,8 @@ TEST_F(QueueLogTest, CharQueueTooSmallDestinationLosesTheItemAndSaysSoInTheLog) 
     queue.Remove(dest, 1, &error);
     EXPECT_EQ(error, 0) << "the loss reads as success";
     EXPECT_EQ(std::string(dest, sizeof dest), std::string(sizeof dest, 'Z'));
-    EXPECT_TRUE(LogContains(
-        "  lookupMon [CharQueueMon::Remove] dataSize (1) insufficent, need 5\n"));
+    EXPECT_TRUE(
+        LogContains("  lookupMon [CharQueueMon::Remove] dataSize (1) insufficent, need 5\n"));
 
     queue.Remove(dest, 10, &error);
     EXPECT_EQ(error, 0);
@@ -116,11 +115,11 @@ TEST_F(QueueLogTest, CharQueueRefusalIsAnErrorLevelLine) {
     CharQueueMon queue("keyPadMon");
     char dest[8];
     int32_t error = 0;
-    logmon->SetLevel(49);
+    LibraryLog()->SetLevel(49);
     queue.Add("abcdef");
     queue.Remove(dest, 2, &error);
     EXPECT_FALSE(LogContains("dataSize (2)"));
-    logmon->SetLevel(50);
+    LibraryLog()->SetLevel(50);
     queue.Add("abcdef");
     queue.Remove(dest, 3, &error);
     EXPECT_TRUE(LogContains("keyPadMon [CharQueueMon::Remove] dataSize (3) insufficent, need 6"));
@@ -166,7 +165,8 @@ TEST_F(QueueLogTest, CharIntQueueZeroesOnlyDataSizeBytesAndOnlyOnSuccess) {
     EXPECT_EQ(std::memcmp(dest, block, 3), 0);
     for (int i = 3; i < 10; ++i) EXPECT_EQ(dest[i], '\0') << i;
     for (int i = 10; i < 32; ++i) EXPECT_EQ(dest[i], 'Z') << i;
-    EXPECT_TRUE(LogContains("responseMon [CharIntQueueMon::Remove()]response dequeued with rspid=7"));
+    EXPECT_TRUE(
+        LogContains("responseMon [CharIntQueueMon::Remove()]response dequeued with rspid=7"));
 
     // Too small: consumed, logged, and tag, size and destination as they were.
     std::memset(dest, 'Z', sizeof dest);
@@ -178,7 +178,8 @@ TEST_F(QueueLogTest, CharIntQueueZeroesOnlyDataSizeBytesAndOnlyOnSuccess) {
     EXPECT_EQ(tag, -1);
     EXPECT_EQ(size, -1);
     EXPECT_EQ(std::string(dest, sizeof dest), std::string(sizeof dest, 'Z'));
-    EXPECT_TRUE(LogContains("responseMon [CharIntQueueMon::Remove] dataSize (4) insufficent, need 6"));
+    EXPECT_TRUE(
+        LogContains("responseMon [CharIntQueueMon::Remove] dataSize (4) insufficent, need 6"));
     EXPECT_FALSE(LogContains("rspid=8"));
 
     // The short form delivers the next one; a block exactly dataSize long fits.
@@ -222,7 +223,8 @@ TEST_F(QueueLogTest, ConnDiscQueueDeliversTheFlagAndTheTimeOfInsertion) {
     EXPECT_STREQ(dest, "keep");
     EXPECT_EQ(connected, 7);
     EXPECT_EQ(time, -1);
-    EXPECT_TRUE(LogContains("connDiscQueue [ConnDiscQueue::Remove] dataSize (3) insufficent, need 8"));
+    EXPECT_TRUE(
+        LogContains("connDiscQueue [ConnDiscQueue::Remove] dataSize (3) insufficent, need 8"));
 
     queue.Remove(dest, sizeof dest - 1, &connected, &time, &error);
     EXPECT_EQ(error, -10009);
@@ -268,16 +270,17 @@ TEST_F(QueueLogTest, EachQueueLogsItsEndUnderItsName) {
         ThreadQueue d("AA:BB:CC");
         d.SetName("DD:EE:FF");
     }
-    EXPECT_TRUE(LogContains("  hereiamMon [CharQueueMon::~CharQueueMon] CharQueueMon terminated\n"));
     EXPECT_TRUE(
-        LogContains("  resetQueue [CharIntQueueMon::~CharIntQueueMon] CharIntQueueMon terminated\n"));
+        LogContains("  hereiamMon [CharQueueMon::~CharQueueMon] CharQueueMon terminated\n"));
+    EXPECT_TRUE(LogContains(
+        "  resetQueue [CharIntQueueMon::~CharIntQueueMon] CharIntQueueMon terminated\n"));
     EXPECT_TRUE(
         LogContains("  connDiscQueue [ConnDiscQueue::~ConnDiscQueue] ConnDiscQueue terminated\n"));
     EXPECT_TRUE(LogContains("  DD:EE:FF [ThreadQueue::~ThreadQueue] ThreadQueue terminated\n"))
         << "the name set last is the one printed";
 
     // A trace line: below level 75 it stays out.
-    logmon->SetLevel(50);
+    LibraryLog()->SetLevel(50);
     std::string before = LogText();
     { CharQueueMon quiet("quietMon"); }
     EXPECT_EQ(LogText(), before);

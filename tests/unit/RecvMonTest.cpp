@@ -10,9 +10,9 @@
 #include <string>
 #include <thread>
 
-#include "monitors/Globals.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
+#include "monitors/ThreadHashMon.h"
 #include "platform/Thread.h"
 #include "stores/LogMon.h"
 #include "support/Library.h"
@@ -24,6 +24,8 @@ using namespace std::chrono_literals;
 using test::LogContains;
 using test::WaitUntil;
 using Clock = std::chrono::steady_clock;
+using platform::TERM_MSG;
+using platform::WM_WORKER_KILL;
 
 // A whole slot's worth of a reply: the frame, then a pattern up to the last byte.
 std::string Reply(const char* frame, char fill) {
@@ -46,21 +48,24 @@ bool ReadyWithin(std::future<T>& f, std::chrono::milliseconds bound) {
 }
 
 class RecvMonTest : public test::TraceLogTest {
-protected:
+  protected:
     void SetUp() override {
         TraceLogTest::SetUp();
-        workerMon = new HandleHashMon("workerMon");
+        sendMon = new ThreadHashMon("sendMon");
+        workerMon = new HandleHashMon("workerMon", *sendMon);
         recv_ = new RecvMon("recvMon");
         std::memset(dest_, 0x5A, sizeof dest_);
     }
     void TearDown() override {
         delete recv_;
         delete workerMon;
-        workerMon = nullptr;
+        delete sendMon;
         TraceLogTest::TearDown();
     }
     void SetWait(int32_t ms) { recv_->SetWaitTime(&ms); }
 
+    ThreadHashMon* sendMon = nullptr;
+    HandleHashMon* workerMon = nullptr;
     RecvMon* recv_ = nullptr;
     char dest_[kMessageBufferSize];
 };
@@ -80,7 +85,7 @@ TEST_F(RecvMonTest, ParkedReplyIsTakenWithoutWaiting) {
     ASSERT_TRUE(recv_->SetBuffer(reply.data()));
     EXPECT_FALSE(recv_->SlotEmpty());
     auto begin = Clock::now();
-    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC"));
+    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon));
     EXPECT_LT(Clock::now() - begin, 1s);
     EXPECT_EQ(std::memcmp(dest_, reply.data(), kMessageBufferSize), 0) << "all 4097 bytes";
     EXPECT_TRUE(recv_->SlotEmpty());
@@ -88,7 +93,8 @@ TEST_F(RecvMonTest, ParkedReplyIsTakenWithoutWaiting) {
 
 TEST_F(RecvMonTest, ReplyArrivingDuringTheWaitIsDelivered) {
     SetWait(10000);
-    auto taken = std::async(std::launch::async, [&] { return recv_->GetBuffer(dest_, "AA:BB:CC"); });
+    auto taken = std::async(std::launch::async,
+                            [&] { return recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon); });
     EXPECT_FALSE(ReadyWithin(taken, 50ms)) << "nothing to take yet";
     std::string reply = Reply("1079;0012;ok", 'q');
     ASSERT_TRUE(recv_->SetBuffer(reply.data()));
@@ -100,7 +106,7 @@ TEST_F(RecvMonTest, ReplyArrivingDuringTheWaitIsDelivered) {
 TEST_F(RecvMonTest, ZeroWaitWithoutReplyFailsAtOnceWithAZeroBuffer) {
     SetWait(0);
     auto begin = Clock::now();
-    EXPECT_FALSE(recv_->GetBuffer(dest_, "AA:BB:CC"));
+    EXPECT_FALSE(recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon));
     EXPECT_LT(Clock::now() - begin, 1s);
     EXPECT_TRUE(AllZero(dest_));
     EXPECT_TRUE(LogContains("  recvMon [RecvMon::GetBuffer] bufferFull timeout\n"));
@@ -111,7 +117,7 @@ TEST_F(RecvMonTest, TimeOutForAMacWithoutWorkerSkipsTheDrop) {
     workerMon->AddWorker("11:22:33", 7);  // another controller's Worker
     SetWait(100);
     auto begin = Clock::now();
-    EXPECT_FALSE(recv_->GetBuffer(dest_, "AA:BB:CC"));
+    EXPECT_FALSE(recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon));
     auto took = Clock::now() - begin;
     EXPECT_GE(took, 90ms);
     EXPECT_LT(took, 2s) << "no 5-second pause without a Worker to drop";
@@ -127,17 +133,17 @@ TEST_F(RecvMonTest, SecondProducerWaitsUntilTheSlotIsEmptied) {
     auto producer = std::async(std::launch::async, [&] { return recv_->SetBuffer(second.data()); });
     EXPECT_FALSE(ReadyWithin(producer, 200ms)) << "the slot is full";
 
-    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC"));
+    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon));
     EXPECT_EQ(std::memcmp(dest_, first.data(), kMessageBufferSize), 0);
     ASSERT_TRUE(ReadyWithin(producer, 5000ms));
     EXPECT_TRUE(producer.get());
-    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC"));
+    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon));
     EXPECT_EQ(std::memcmp(dest_, second.data(), kMessageBufferSize), 0);
 }
 
 // A library thread standing for a Worker; it records what is posted to it.
 class FakeWorker {
-public:
+  public:
     FakeWorker() {
         platform::CreateThread(
             [this] {
@@ -157,7 +163,7 @@ public:
     platform::ThreadId Id() const { return id_; }
     bool Told() const { return told_; }
 
-private:
+  private:
     platform::ThreadId id_ = 0;
     std::atomic<bool> stop_{false}, told_{false};
 };
@@ -171,7 +177,8 @@ TEST_F(RecvMonTest, DropOfARegisteredWorkerAndAFailedWaitFreeingTheSlot) {
     workerMon->AddWorker("11:22:33", 99);
     SetWait(0);
     auto begin = Clock::now();
-    auto taken = std::async(std::launch::async, [&] { return recv_->GetBuffer(dest_, "aa:bb:cc"); });
+    auto taken = std::async(std::launch::async,
+                            [&] { return recv_->GetBuffer(dest_, "aa:bb:cc", *workerMon); });
     ASSERT_TRUE(WaitUntil([&] { return silent.Told(); }, 3s)) << "WM_WORKER_KILL is posted";
 
     // While the caller sits in the drop step, one reply arrives and a second producer stalls.
@@ -195,7 +202,7 @@ TEST_F(RecvMonTest, DropOfARegisteredWorkerAndAFailedWaitFreeingTheSlot) {
     ASSERT_TRUE(ReadyWithin(producer, 5000ms)) << "the failed wait freed the stalled producer";
     EXPECT_TRUE(producer.get());
     SetWait(1000);
-    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC"));
+    ASSERT_TRUE(recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon));
     EXPECT_EQ(std::memcmp(dest_, next.data(), kMessageBufferSize), 0) << "the late reply was lost";
 }
 
@@ -204,7 +211,8 @@ TEST_F(RecvMonTest, DropSparesAWorkerThatReplacedTheSilentOne) {
     FakeWorker silent;
     workerMon->AddWorker("AA:BB:CC", silent.Id());
     SetWait(0);
-    auto taken = std::async(std::launch::async, [&] { return recv_->GetBuffer(dest_, "AA:BB:CC"); });
+    auto taken = std::async(std::launch::async,
+                            [&] { return recv_->GetBuffer(dest_, "AA:BB:CC", *workerMon); });
     ASSERT_TRUE(WaitUntil([&] { return silent.Told(); }, 3s));
     int32_t error = 0;
     workerMon->RemoveWorker("AA:BB:CC", &error);

@@ -8,7 +8,6 @@
 #include <future>
 #include <string>
 
-#include "monitors/Globals.h"
 #include "monitors/CharIntQueueMon.h"
 #include "monitors/HandleHashMon.h"
 #include "monitors/RecvMon.h"
@@ -24,11 +23,11 @@ constexpr const char* kMac = "AA:BB:CC";
 constexpr uint32_t kStandInThread = 4242;
 
 class TransactionTest : public LibraryTest {
-protected:
+  protected:
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_EQ(SetValidControllers(kMac), 0);
-        workerMon->AddWorker(kMac, kStandInThread);
+        test::Shared().workerMon->AddWorker(kMac, kStandInThread);
     }
 
     // The record the method queued for the controller.
@@ -36,7 +35,7 @@ protected:
         CommandRecord record{};
         int32_t error = -1;
         EXPECT_TRUE(WaitUntil([&] {
-            sendMon->Get(&record, kMac, &error);
+            test::Shared().sendMon->Get(&record, kMac, &error);
             return error == 0;
         }));
         return record;
@@ -46,7 +45,7 @@ protected:
     static void Reply(const std::string& frame) {
         char slot[kMessageBufferSize] = {};
         std::memcpy(slot, frame.data(), frame.size());
-        recvMon->SetBuffer(slot);
+        test::Shared().recvMon->SetBuffer(slot);
     }
 
     // Runs a blocking export on its own thread, serves it as the controller, returns its result.
@@ -68,7 +67,7 @@ TEST_F(TransactionTest, ChecksComeInTheirOrder) {
     EXPECT_EQ(RebootBoard("11:22:33", 99), -10003);
     EXPECT_EQ(RebootBoard(kMac, 33), -10002);
     EXPECT_EQ(RebootBoard(kMac, -1), -10002);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
     EXPECT_TRUE(LogContains("[Master::RebootBoard] target value must be between 0 and 32"));
     EXPECT_EQ(LogCount("[Master::RebootBoard] target value must be between"), 2)
         << "a check that never ran is not logged";
@@ -100,7 +99,7 @@ TEST_F(TransactionTest, RspFormReturnsAtOnceAndLeavesTheSlotAlone) {
     EXPECT_EQ(record.rspfunc, 1);
     EXPECT_EQ(record.rspid, 77);
     EXPECT_STREQ(record.message, "0079;0010;");
-    EXPECT_TRUE(recvMon->SlotEmpty());
+    EXPECT_TRUE(test::Shared().recvMon->SlotEmpty());
 }
 
 TEST_F(TransactionTest, RebootBoardPayloadsAndReplies) {
@@ -134,7 +133,8 @@ TEST_F(TransactionTest, EmptyPayloadWhereAResultIsExpected) {
 TEST_F(TransactionTest, UnexpectedCodesAndProtocolErrors) {
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 1); }, "1096;0012;0;"), -10010);
     // The record repeats the method's code line, with the raw reply as its second text.
-    EXPECT_TRUE(LogContains("[Master::RebootBoard] code=1096\n                        1096;0012;0;"));
+    EXPECT_TRUE(
+        LogContains("[Master::RebootBoard] code=1096\n                        1096;0012;0;"));
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 1); }, "9910;0010;"), -10010);
     EXPECT_TRUE(LogContains("[Master::RebootBoard] Invalid code error, recv:"));
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 1); }, "9920;0010;"), -10030);
@@ -168,7 +168,7 @@ TEST_F(TransactionTest, LateReplyIsTakenByTheNextCaller) {
     EXPECT_EQ(Serve([] { return RebootBoard(kMac, 3); }, "1009;0012;0;", &sent), -10010);
     EXPECT_EQ(sent, "0009;0012;3;");
     // The real reply is now parked for whoever asks next.
-    EXPECT_FALSE(recvMon->SlotEmpty());
+    EXPECT_FALSE(test::Shared().recvMon->SlotEmpty());
 }
 
 TEST_F(TransactionTest, WaitTimeBoundsAndModes) {
@@ -195,10 +195,10 @@ TEST_F(TransactionTest, TerminateQueuesTheTerminateCommand) {
 }
 
 TEST_F(TransactionTest, ValidListChangeTerminatesWorkersNoLongerListed) {
-    workerMon->AddWorker("11:22:33", kStandInThread + 1);
+    test::Shared().workerMon->AddWorker("11:22:33", kStandInThread + 1);
     ASSERT_EQ(SetValidControllers("11:22:33"), 0);
     EXPECT_STREQ(TakeCommand().message, "9990;0010;");
-    EXPECT_EQ(sendMon->CountFor("11:22:33"), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor("11:22:33"), 0);
 }
 
 TEST_F(TransactionTest, RecheckLookupCardSendsTheTextVerbatim) {
@@ -231,19 +231,19 @@ TEST_F(TransactionTest, PayloadOfTheLargestFrameGoesAndOneByteMoreNothingIsQueue
     std::string over = largest + "y";
     EXPECT_EQ(RspRecheckLookupCard(1, kMac, over.c_str()), -10006);
     EXPECT_EQ(SendPostAccessMsg(kMac, over.c_str()), -10006);
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
 }
 
 TEST_F(TransactionTest, ChecksCarryTheirMethodsName) {
     EXPECT_EQ(RspRebootBoard2(3, kMac, 33), -10002);
     EXPECT_TRUE(LogContains("[Master::RebootBoard2] target value must be between 0 and 32"));
-    EXPECT_EQ(sendMon->CountFor(kMac), 0);
+    EXPECT_EQ(test::Shared().sendMon->CountFor(kMac), 0);
 }
 
 TEST_F(TransactionTest, RspRepliesAreTaggedInTheResponseQueue) {
     // What a Worker does with an Rsp reply; the host reads it back whole, framing included.
     const char reply[] = "1075;0012;0;";
-    responseMon->Add(31, reply, sizeof reply);
+    test::Shared().responseMon->Add(31, reply, sizeof reply);
     int32_t count = 0;
     ASSERT_EQ(GetNumberResponse(&count), 0);
     EXPECT_EQ(count, 1);
@@ -257,7 +257,7 @@ TEST_F(TransactionTest, RspRepliesAreTaggedInTheResponseQueue) {
 
 TEST_F(TransactionTest, PollingWithoutABufferTakesNothing) {
     const char reply[] = "1075;0012;0;";
-    responseMon->Add(5, reply, sizeof reply);
+    test::Shared().responseMon->Add(5, reply, sizeof reply);
     int32_t rspid = 0;
     EXPECT_EQ(GetNextResponse(&rspid, nullptr, 100), -10002);
     EXPECT_EQ(GetNextResponse(nullptr, nullptr, 0), -10002);

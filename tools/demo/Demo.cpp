@@ -7,14 +7,13 @@
 //
 //   zanth-demo --sim path/to/zanth-sim [--port P] [--seconds S]
 
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -23,18 +22,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tools/demo/DemoIo.h"
-#include "DemoTime.h"
-#include "DemoCards.h"
 #include "DemoBoards.h"
+#include "DemoCards.h"
+#include "DemoTime.h"
+#include "tools/demo/DemoIo.h"
 #include "zanth.h"
 
 extern char** environ;
@@ -186,7 +185,8 @@ int main(int argc, char** argv) {
         if (arg == "--seconds") seconds = std::atoi(argv[i + 1]);
     }
     if (sim.empty()) {
-        std::fprintf(stderr, "usage: zanth-demo --sim path/to/zanth-sim [--port P] [--seconds S]\n");
+        std::fprintf(stderr,
+                     "usage: zanth-demo --sim path/to/zanth-sim [--port P] [--seconds S]\n");
         return 2;
     }
     if (port == 0) port = FreePort();
@@ -216,13 +216,13 @@ int main(int argc, char** argv) {
 
     Say("\nstarting 3 simulated controllers on clear links and 1 on an encrypted link\n");
     std::string portText = std::to_string(port);
-    pid_t clear = Spawn({sim, "--port", portText, "--count", "3", "--mac-base", kClearMacs[0],
-                         "--heartbeat-ms", "3000", "--event-interval-ms", "1200",
-                         "--lookup-interval-ms", "2000", "--alarm-interval-ms", "5000",
-                         "--clock-offset-s", "-95", "--quiet"});
-    pid_t encrypted = Spawn({sim, "--port", portText, "--count", "1", "--mac-base", kEncryptedMac,
-                             "--seed", kSeed, "--event-interval-ms", "1500",
-                             "--lookup-interval-ms", "2500", "--quiet"});
+    pid_t clear =
+        Spawn({sim, "--port", portText, "--count", "3", "--mac-base", kClearMacs[0],
+               "--heartbeat-ms", "3000", "--event-interval-ms", "1200", "--lookup-interval-ms",
+               "2000", "--alarm-interval-ms", "5000", "--clock-offset-s", "-95", "--quiet"});
+    pid_t encrypted =
+        Spawn({sim, "--port", portText, "--count", "1", "--mac-base", kEncryptedMac, "--seed",
+               kSeed, "--event-interval-ms", "1500", "--lookup-interval-ms", "2500", "--quiet"});
     if (clear < 0 || encrypted < 0) {
         std::fprintf(stderr, "could not start %s\n", sim.c_str());
         return 1;
@@ -248,8 +248,8 @@ int main(int argc, char** argv) {
     rc = RspControllerInfo(501, kClearMacs[1]);
     Say("RspControllerInfo(501, %s) = %d\n", kClearMacs[1], rc);
     int32_t rspid = 0;
-    bool replied = WaitFor(
-        [&] { return GetNextResponse(&rspid, text, sizeof text) == 0; }, std::chrono::seconds(10));
+    bool replied = WaitFor([&] { return GetNextResponse(&rspid, text, sizeof text) == 0; },
+                           std::chrono::seconds(10));
     if (replied) Say("GetNextResponse: rspid %d, reply \"%s\"\n\n", rspid, text);
     ok = DemoSchedules(kClearMacs[2]) && ok;
     if (!DemoIo(kClearMacs[0])) ok = false;
@@ -273,7 +273,8 @@ int main(int argc, char** argv) {
     NumberUnreadEvents(&unreadEvents);
     NumberUnreadAlarms(&unreadAlarms);
     Say("\nmessage files: %llu unread events, %llu unread alarms (heartbeats included)\n",
-        static_cast<unsigned long long>(unreadEvents), static_cast<unsigned long long>(unreadAlarms));
+        static_cast<unsigned long long>(unreadEvents),
+        static_cast<unsigned long long>(unreadAlarms));
     int readBack = 0;
     char record[145];
     while (GetNextEvent(record, sizeof record) == 0) {
@@ -294,8 +295,7 @@ int main(int argc, char** argv) {
                    doorReports.load() > 0 && eventsByCallback.load() > 0 && readBack > 0;
     Say("\nsummary: %d connected, %d described, Rsp reply %s, %d look-ups decided, %d door "
         "reports, %d events and %d alarms by callback, %d events read back: %s\n",
-        connected.load(), described, replied ? "received" : "missing", answered,
-        doorReports.load(), eventsByCallback.load(), alarmsByCallback.load(), readBack,
-        success ? "OK" : "FAILED");
+        connected.load(), described, replied ? "received" : "missing", answered, doorReports.load(),
+        eventsByCallback.load(), alarmsByCallback.load(), readBack, success ? "OK" : "FAILED");
     return success ? 0 : 1;
 }

@@ -31,7 +31,8 @@ bool DemoFiles(const char* mac) {
     constexpr int32_t kChunk = 4086;
     std::string content;
     for (int line = 1; content.size() < 10000; ++line)
-        content += "door " + std::to_string(line % 8) + " schedule line " + std::to_string(line) + "\n";
+        content +=
+            "door " + std::to_string(line % 8) + " schedule line " + std::to_string(line) + "\n";
     const char* path = "/cfg/demo.txt";
     std::printf("\nfile transfer: %zu bytes to %s as %s, in chunks of at most %d\n", content.size(),
                 mac, path, kChunk);

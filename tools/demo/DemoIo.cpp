@@ -34,8 +34,8 @@ bool DemoIo(const char* mac) {
     int32_t timer = 0;
     int32_t rc = SetLocalRelayTimer(mac, kDoorRelay, kRelockMs);
     int32_t rcRead = GetLocalRelayTimer(mac, kDoorRelay, &timer);
-    std::printf("  SetLocalRelayTimer(%d ms) = %d, GetLocalRelayTimer = %d: %d ms\n", kRelockMs,
-                rc, rcRead, timer);
+    std::printf("  SetLocalRelayTimer(%d ms) = %d, GetLocalRelayTimer = %d: %d ms\n", kRelockMs, rc,
+                rcRead, timer);
     bool ok = rc == 0 && rcRead == 0 && timer == kRelockMs;
 
     auto unlocked = Clock::now();

@@ -201,8 +201,8 @@ uint32_t Controller::StoreMessages(size_t count) {
     uint32_t first = 0;
     for (size_t i = 0; i < count; ++i) {
         const Kind& k = kKinds[i % (sizeof kKinds / sizeof kKinds[0])];
-        MessageRecord r =
-            MakeRecord(k.code, 1 + static_cast<int>(i % 4), k.description, k.eventClass, k.priority);
+        MessageRecord r = MakeRecord(k.code, 1 + static_cast<int>(i % 4), k.description,
+                                     k.eventClass, k.priority);
         if (i == 0) first = r.msgId;
         store.Add(r);
     }

@@ -27,8 +27,8 @@
 #include "tools/sim/Simulator.h"
 #include "tools/sim/families/Boards.h"
 #include "tools/sim/families/CardDatabase.h"
-#include "tools/sim/families/Io.h"
 #include "tools/sim/families/Clock.h"
+#include "tools/sim/families/Io.h"
 #include "tools/sim/families/Upload.h"
 
 namespace {
@@ -121,8 +121,8 @@ void Usage(FILE* out) {
         "  --pcap-merge N         gather up to N frames of one direction into one segment\n"
         "                         (1 to 1000; default 1, a segment per frame)\n"
         "  --quiet                only the summary at the end\n",
-        CardDatabase::kDefaultCapacity, MessageStore::kDefaultCapacity,
-        MessageStore::kMaxCapacity, PcapWriter::kMaxSegment);
+        CardDatabase::kDefaultCapacity, MessageStore::kDefaultCapacity, MessageStore::kMaxCapacity,
+        PcapWriter::kMaxSegment);
 }
 
 bool ParseInt(const char* text, int low, int high, int* out) {
@@ -141,7 +141,7 @@ bool ParseInput(const std::string& text, Options* o) {
     std::string where = text.substr(0, equals);
     size_t second = where.rfind(':');
     size_t first = second == std::string::npos || second == 0 ? std::string::npos
-                                                               : where.rfind(':', second - 1);
+                                                              : where.rfind(':', second - 1);
     if (second == std::string::npos) return false;
     Options::InputSetting in;
     std::string target = where.substr(first == std::string::npos ? 0 : first + 1,
@@ -214,7 +214,8 @@ int Parse(int argc, char** argv, Options* o) {
             // "MAC=FILE" names one controller; anything else is a file for all of them.
             std::string text = value;
             size_t equals = text.find('=');
-            std::string mac = equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
+            std::string mac =
+                equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
             if (mac.empty()) {
                 o->cards.emplace_back("", text);
             } else {
@@ -233,7 +234,8 @@ int Parse(int argc, char** argv, Options* o) {
         } else if (arg == "--boards") {
             std::string text = value;
             size_t equals = text.find('=');
-            std::string mac = equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
+            std::string mac =
+                equals == std::string::npos ? "" : NormalizeMac(text.substr(0, equals));
             auto layout = Boards::ParseLayout(mac.empty() ? text : text.substr(equals + 1));
             if (layout) o->boards.emplace_back(mac, *layout);
             ok = layout.has_value();
@@ -441,7 +443,8 @@ int main(int argc, char** argv) {
         if (o.messageLog) c.Family<MessageStore>().SetCapacity(static_cast<size_t>(*o.messageLog));
         c.StoreMessages(static_cast<size_t>(o.stored));
         for (const Options::Late& late : o.late) {
-            if (late.mac.empty() || late.mac == c.Mac()) c.SetFault(late.code, Fault::Late(late.ms).Persistent());
+            if (late.mac.empty() || late.mac == c.Mac())
+                c.SetFault(late.code, Fault::Late(late.ms).Persistent());
         }
     }
 
@@ -473,7 +476,8 @@ int main(int argc, char** argv) {
             for (size_t i = 0; i < sim.Count(); ++i) {
                 static const char* const kAlarms[] = {"Door forced open", "Door held open",
                                                       "Reader tamper"};
-                sim.At(i).SendAlarm(static_cast<int>((alarms + i) % 4) + 1, kAlarms[(alarms + i) % 3]);
+                sim.At(i).SendAlarm(static_cast<int>((alarms + i) % 4) + 1,
+                                    kAlarms[(alarms + i) % 3]);
             }
             ++alarms;
             nextAlarm += std::chrono::milliseconds(o.alarmIntervalMs);
@@ -481,9 +485,11 @@ int main(int argc, char** argv) {
         auto wake = now + std::chrono::seconds(1);
         if (o.lookupIntervalMs > 0 && nextLookup < wake) wake = nextLookup;
         if (o.alarmIntervalMs > 0 && nextAlarm < wake) wake = nextAlarm;
-        auto waitNs = std::chrono::duration_cast<std::chrono::nanoseconds>(wake - Clock::now()).count();
+        auto waitNs =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(wake - Clock::now()).count();
         if (waitNs < 1000000) waitNs = 1000000;
-        timespec wait{static_cast<time_t>(waitNs / 1000000000), static_cast<long>(waitNs % 1000000000)};
+        timespec wait{static_cast<time_t>(waitNs / 1000000000),
+                      static_cast<long>(waitNs % 1000000000)};
         siginfo_t info{};
         int got = sigtimedwait(&stopSignals, &info, &wait);
         if (got == SIGINT || got == SIGTERM) break;
@@ -507,11 +513,10 @@ int main(int argc, char** argv) {
             return 1;
         }
         PcapTotals t = w.Totals();
-        std::printf("  capture: %s, %llu links, %llu frames in %llu segments, %llu bytes\n",
-                    o.pcap.c_str(), static_cast<unsigned long long>(t.streams),
-                    static_cast<unsigned long long>(t.messages),
-                    static_cast<unsigned long long>(t.segments),
-                    static_cast<unsigned long long>(t.bytes));
+        std::printf(
+            "  capture: %s, %llu links, %llu frames in %llu segments, %llu bytes\n", o.pcap.c_str(),
+            static_cast<unsigned long long>(t.streams), static_cast<unsigned long long>(t.messages),
+            static_cast<unsigned long long>(t.segments), static_cast<unsigned long long>(t.bytes));
         std::fflush(stdout);
     }
     return 0;

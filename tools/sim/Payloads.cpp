@@ -68,8 +68,8 @@ std::tm LocalTimeNow() {
 std::string MessageText(const MessageRecord& r) {
     std::string head =
         r.mac + Printf(";%u;%02d/%02d/%04d;%02d:%02d:%02d;%d;%d;%d;", r.msgId, r.time.tm_mon + 1,
-               r.time.tm_mday, r.time.tm_year + 1900, r.time.tm_hour, r.time.tm_min, r.time.tm_sec,
-               r.eventClass, r.priority, r.door);
+                       r.time.tm_mday, r.time.tm_year + 1900, r.time.tm_hour, r.time.tm_min,
+                       r.time.tm_sec, r.eventClass, r.priority, r.door);
     std::string description;
     for (char c : r.description) description.push_back(c == ';' || c == '^' ? ' ' : c);
     if (description.empty()) description.push_back('-');

@@ -65,7 +65,7 @@ std::string MacPlus(std::string_view base, uint32_t offset);
 
 // One stored event or alarm.
 struct MessageRecord {
-    int code = 0;  // 1061 event, 1060 alarm
+    int code = 0;     // 1061 event, 1060 alarm
     std::string mac;  // "XX:XX:XX" of the controller that raised it
     uint32_t msgId = 0;
     std::tm time{};

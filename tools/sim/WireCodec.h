@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "protocol/MessageUtil.h"
+#include "security/Crypto.h"
 
 namespace zanth::sim {
 
@@ -49,7 +50,8 @@ class WireCodec {
     // The size of the buffers the cipher may need; asked of the plugin once.
     int32_t CipherBufferSize();
 
-    MessageUtil util_;
+    Crypto crypto_;
+    MessageUtil util_{&crypto_};
     int32_t cipherBufferSize_ = 0;
     std::string scratch_;
 };

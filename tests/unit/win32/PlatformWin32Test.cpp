@@ -14,8 +14,12 @@
 #include "support/Net.h"
 #include "support/Sandbox.h"
 
+// After the platform layer's headers, whose names windows.h would make macros of; Winsock 2
+// before windows.h.
+// clang-format off
 #include <winsock2.h>
 #include <windows.h>
+// clang-format on
 
 // The platform layer's names, not the system's macros.
 #undef CopyFile
@@ -99,7 +103,10 @@ TEST_F(SocketStack, AddressTexts) {
 
 // Message files hold exact bytes: no line-end translation, no end-of-file at 0x1A.
 TEST(Win32Files, LowLevelCallsAreBinary) {
-    const std::string bytes("a\nb\r\nc\x1A" "d\0e", 10);
+    const std::string bytes(
+        "a\nb\r\nc\x1A"
+        "d\0e",
+        10);
     int fd = platform::OpenCreateTruncate("binary.dat");
     ASSERT_GE(fd, 0);
     EXPECT_EQ(platform::WriteFile(fd, bytes.data(), bytes.size()), 10);
@@ -149,7 +156,8 @@ TEST(Win32UserStore, LogFilePathIsARegistryString) {
     std::string value = "unchanged";
     EXPECT_FALSE(platform::ReadUserValue(&value));
     EXPECT_EQ(value, "unchanged");
-    EXPECT_EQ(platform::UserValuePath(), "HKEY_CURRENT_USER\\Software\\Orlan\\ZanthDLL\\LogFilePath");
+    EXPECT_EQ(platform::UserValuePath(),
+              "HKEY_CURRENT_USER\\Software\\Orlan\\ZanthDLL\\LogFilePath");
 
     ASSERT_TRUE(platform::WriteUserValue("C:\\zanth logs\\"));
     char stored[64] = {};
@@ -167,8 +175,9 @@ TEST(Win32UserStore, LogFilePathIsARegistryString) {
 
     // A value of another type (a site's hand edit) is no value.
     HKEY key = nullptr;
-    ASSERT_EQ(::RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\Orlan\\ZanthDLL", 0, KEY_SET_VALUE, &key),
-              ERROR_SUCCESS);
+    ASSERT_EQ(
+        ::RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\Orlan\\ZanthDLL", 0, KEY_SET_VALUE, &key),
+        ERROR_SUCCESS);
     DWORD number = 7;
     ASSERT_EQ(::RegSetValueExA(key, "LogFilePath", 0, REG_DWORD,
                                reinterpret_cast<const BYTE*>(&number), sizeof number),

@@ -7,11 +7,10 @@
 // doesn't move the clock; the current zone is its standard zone's name, the letters in front.
 //
 // On the wire (dates and times without leading zeros):
-//   19 get time      ""                                   -> 1019 "0;month;day;year;hour;minute;second;"
-//   18 set time      "month;day;year;hour;minute;second;" -> 1018 "0;"
-//   46 current zone  ""                                   -> 1046 "0;zone;"
-//   87 get TZ        ""                                   -> 1087 "0;tz;"
-//   88 set TZ        "tz;"                                -> 1088 "0;"
+//   19 get time      ""                                   -> 1019
+//   "0;month;day;year;hour;minute;second;" 18 set time      "month;day;year;hour;minute;second;" ->
+//   1018 "0;" 46 current zone  ""                                   -> 1046 "0;zone;" 87 get TZ ""
+//   -> 1087 "0;tz;" 88 set TZ        "tz;"                                -> 1088 "0;"
 // A set with a field missing or out of range (a day the month doesn't have, a year outside 1970
 // to 2037) or a zone text that isn't 1 to kMaxZone printable characters is answered "-100;".
 

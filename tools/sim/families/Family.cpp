@@ -23,8 +23,8 @@ void FamilyContext::Send(int code, std::string payload, int expectedAck) {
 
 void FamilyContext::Send(int code, std::string payload, int expectedAck,
                          std::vector<uint32_t> delivers) {
-    controller_.Enqueue({code, std::move(payload), expectedAck, false, std::nullopt,
-                         std::move(delivers)});
+    controller_.Enqueue(
+        {code, std::move(payload), expectedAck, false, std::nullopt, std::move(delivers)});
 }
 
 void FamilyContext::ResetLink() {

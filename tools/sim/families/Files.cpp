@@ -18,9 +18,8 @@ bool IsPath(std::string_view path) {
 }
 
 bool IsPermission(std::string_view permission) {
-    return permission.size() == 3 &&
-           std::all_of(permission.begin(), permission.end(),
-                       [](char c) { return c >= '0' && c <= '7'; });
+    return permission.size() == 3 && std::all_of(permission.begin(), permission.end(),
+                                                 [](char c) { return c >= '0' && c <= '7'; });
 }
 
 }  // namespace

@@ -130,7 +130,8 @@ std::string Io::Answer(int code, std::string_view payload) {
             int channel = static_cast<int>(r.Number(local ? 0 : 1, 0, kChannels - 1));
             if (!r.Ok()) return kBad;
             char hex[16];
-            std::snprintf(hex, sizeof hex, "%X", static_cast<unsigned>(targets_[target].analogue[channel]));
+            std::snprintf(hex, sizeof hex, "%X",
+                          static_cast<unsigned>(targets_[target].analogue[channel]));
             return std::string("0;") + hex + ";";
         }
         case ZANTH_GET_LOCAL_ATOD_LIMITS: {

@@ -38,7 +38,7 @@ struct StoredMessage {
 
 struct MessageStoreCounts {
     size_t held = 0;
-    size_t current = 0;  // not yet acknowledged by a host
+    size_t current = 0;     // not yet acknowledged by a host
     uint64_t uploaded = 0;  // messages sent again by uploads, in all
 };
 
