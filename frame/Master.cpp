@@ -78,6 +78,13 @@ Master::Master(const char* name) : context_(std::make_unique<Context>()) {
 }
 
 Master::~Master() {
+    if (platform::ProcessExiting()) {
+        // The system has ended the library's threads already and takes the memory back: waiting
+        // for them would hold the host's exit up for the whole bound, and taking the monitors
+        // down could block on a lock one of them held. Nothing is logged for the same reason.
+        (void)context_.release();
+        return;
+    }
     // Unlike the original, the library's threads are told to stop and waited for before the
     // monitors they use go away; nothing of this changes what Shutdown does.
     if (!StopLibraryThreads()) {

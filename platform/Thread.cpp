@@ -251,6 +251,18 @@ bool WaitForLibraryThreads(std::chrono::milliseconds bound) {
     return done;
 }
 
+namespace {
+std::atomic<bool> processExiting{false};
+}  // namespace
+
+void NoteProcessExit() {
+    processExiting = true;
+}
+
+bool ProcessExiting() {
+    return processExiting.load();
+}
+
 size_t LiveThreadCount() {
     Registry& r = TheRegistry();
     std::lock_guard<std::mutex> g(r.lock);

@@ -82,6 +82,13 @@ void ReapFinishedThreads();
 
 // Waits up to `bound` for all library threads to end; true when none is left.
 bool WaitForLibraryThreads(std::chrono::milliseconds bound);
+
+// The process is ending while the library is loaded (on Windows, ExitProcess): the system has
+// already ended every other thread, wherever it stood, and takes back all the process holds.
+// Nothing is left to wait for, and a lock such a thread held stays held. Noted by the library's
+// entry point on Windows; never on POSIX, where exit runs the destructors with the threads alive.
+void NoteProcessExit();
+bool ProcessExiting();
 size_t LiveThreadCount();
 
 }  // namespace platform

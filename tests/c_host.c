@@ -43,7 +43,9 @@ static void expect(int condition, const char* what) {
 }
 
 /* The controllers the simulator plays, counted up from 00:00:01. */
-static int run_with_controllers(int port) {
+/* With shutdown 0 the host returns from main with the library running and its callback
+ * registered, as a host that forgets Shutdown does: the process must still end at once. */
+static int run_with_controllers(int port, int shutdown) {
     char list[256] = "";
     char info[256] = "";
     time_t deadline = time(NULL) + 30;
@@ -66,7 +68,7 @@ static int run_with_controllers(int port) {
     expect(strstr(info, "00:00:02") != NULL, "ControllerInfo names the controller's MAC");
     printf("ControllerInfo(00:00:02): %s\n", info);
     expect(ControllerInfo("00:00:02", info, 4) == -10006, "ControllerInfo into 4 bytes is -10006");
-    expect(Shutdown() == 0, "Shutdown");
+    if (shutdown) expect(Shutdown() == 0, "Shutdown");
     return 0;
 }
 
@@ -129,7 +131,11 @@ int main(int argc, char** argv) {
     expect(ControllerInfo("DD:EE:FF", list, sizeof list) == -10004, "not listed");
     expect(Initialization(1024, NULL, NULL) == -10002, "port 1024 refused");
     every_family();
-    if (argc > 1) run_with_controllers(atoi(argv[1]));
+    if (argc > 2 && strcmp(argv[1], "--no-shutdown") == 0) {
+        run_with_controllers(atoi(argv[2]), 0);
+    } else if (argc > 1) {
+        run_with_controllers(atoi(argv[1]), 1);
+    }
     if (failures == 0) printf("C host: all checks passed\n");
     return failures == 0 ? 0 : 1;
 }
