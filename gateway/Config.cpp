@@ -217,7 +217,8 @@ void ParseMqtt(const fs::path& file, const toml::table* table, Config* c) {
         s.Fail(*s.Take("tls_cert"), "tls_cert", "tls_ca as well (a client certificate is for a TLS link)", "no tls_ca");
     }
     for (const char* key : {"tls_ca", "tls_cert", "tls_key"}) {
-        const fs::path& p = key[4] == 'a' ? m.tlsCa : key[4] == 'c' ? m.tlsCert : m.tlsKey;
+        std::string_view k(key);
+        const fs::path& p = k == "tls_ca" ? m.tlsCa : k == "tls_cert" ? m.tlsCert : m.tlsKey;
         if (!p.empty() && !fs::exists(p)) {
             s.Fail(*s.Take(key), key, "a readable file", "\"" + p.string() + "\", which doesn't exist");
         }
