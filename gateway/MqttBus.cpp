@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "gateway/CallPath.h"
 #include "gateway/HttpJson.h"
@@ -160,42 +161,45 @@ void MqttBus::Run() {
 }
 
 bool MqttBus::Connect() {
-    std::unique_lock<std::shared_mutex> lock(clientMutex_);
+    // The client is made and set up before other threads can see it, and outside the lock that
+    // guards it: libmosquitto takes its own locks in there, and holds them while it calls the
+    // callbacks, which take this one to publish.
     refused_ = false;
     farewellMid_ = -1;
     farewellAcked_ = false;
-    mosq_ = mosquitto_new(mc_.clientId.c_str(), true, this);
-    if (mosq_ == nullptr) {
+    mosquitto* m = mosquitto_new(mc_.clientId.c_str(), true, this);
+    if (m == nullptr) {
         Log(Level::Error, "mqtt", "cannot make a client: %s", std::strerror(errno));
         return false;
     }
-    mosquitto_threaded_set(mosq_, true);
-    mosquitto_int_option(mosq_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
-    mosquitto_int_option(mosq_, MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_threaded_set(m, true);
+    mosquitto_int_option(m, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
+    mosquitto_int_option(m, MOSQ_OPT_TCP_NODELAY, 1);
     // The journal's window is counted here; replies and decisions are never held behind it.
-    mosquitto_max_inflight_messages_set(mosq_, 0);
+    mosquitto_max_inflight_messages_set(m, 0);
     int rc = MOSQ_ERR_SUCCESS;
     if (!mc_.username.empty()) {
-        rc = mosquitto_username_pw_set(mosq_, mc_.username.c_str(), mc_.password.empty() ? nullptr : mc_.password.c_str());
+        rc = mosquitto_username_pw_set(m, mc_.username.c_str(), mc_.password.empty() ? nullptr : mc_.password.c_str());
     }
     if (rc == MOSQ_ERR_SUCCESS && mc_.Tls()) {
-        rc = mosquitto_tls_set(mosq_, mc_.tlsCa.c_str(), nullptr, mc_.tlsCert.empty() ? nullptr : mc_.tlsCert.c_str(),
+        rc = mosquitto_tls_set(m, mc_.tlsCa.c_str(), nullptr, mc_.tlsCert.empty() ? nullptr : mc_.tlsCert.c_str(),
                                mc_.tlsKey.empty() ? nullptr : mc_.tlsKey.c_str(), nullptr);
-        if (rc == MOSQ_ERR_SUCCESS) rc = mosquitto_tls_opts_set(mosq_, 1, nullptr, nullptr);
+        if (rc == MOSQ_ERR_SUCCESS) rc = mosquitto_tls_opts_set(m, 1, nullptr, nullptr);
     }
     std::string offline = Dump({{"status", "offline"}, {"site", config_.site}});
     if (rc == MOSQ_ERR_SUCCESS) {
-        rc = mosquitto_will_set(mosq_, statusTopic_.c_str(), static_cast<int>(offline.size()), offline.data(), mc_.qos, true);
+        rc = mosquitto_will_set(m, statusTopic_.c_str(), static_cast<int>(offline.size()), offline.data(), mc_.qos, true);
     }
     if (rc != MOSQ_ERR_SUCCESS) {
         Log(Level::Error, "mqtt", "cannot set the client up: %s", mosquitto_strerror(rc));
+        mosquitto_destroy(m);
         return false;
     }
-    mosquitto_connect_callback_set(mosq_, &MqttBus::OnConnectCb);
-    mosquitto_disconnect_callback_set(mosq_, &MqttBus::OnDisconnectCb);
-    mosquitto_publish_callback_set(mosq_, &MqttBus::OnPublishCb);
-    mosquitto_message_callback_set(mosq_, &MqttBus::OnMessageCb);
-    rc = mosquitto_connect_async(mosq_, mc_.host.c_str(), mc_.port, mc_.keepaliveS);
+    mosquitto_connect_callback_set(m, &MqttBus::OnConnectCb);
+    mosquitto_disconnect_callback_set(m, &MqttBus::OnDisconnectCb);
+    mosquitto_publish_callback_set(m, &MqttBus::OnPublishCb);
+    mosquitto_message_callback_set(m, &MqttBus::OnMessageCb);
+    rc = mosquitto_connect_async(m, mc_.host.c_str(), mc_.port, mc_.keepaliveS);
     if (rc != MOSQ_ERR_SUCCESS) {
         int code = rc == MOSQ_ERR_ERRNO ? 1000 + errno : rc;
         if (code != lastConnectResult_) {
@@ -204,8 +208,11 @@ bool MqttBus::Connect() {
         }
         lastConnectResult_ = code;
         metrics_.Count("zanthd_mqtt_connects_total", Metrics::Label("result", "unreachable"));
+        mosquitto_destroy(m);
         return false;
     }
+    std::unique_lock<std::shared_mutex> lock(clientMutex_);
+    mosq_ = m;
     return true;
 }
 
@@ -238,11 +245,13 @@ void MqttBus::Session() {
 
 void MqttBus::Teardown() {
     connected_ = false;
+    mosquitto* m = nullptr;
     {
+        // Once out of sight of the other threads, the client is destroyed outside the lock.
         std::unique_lock<std::shared_mutex> lock(clientMutex_);
-        if (mosq_ != nullptr) mosquitto_destroy(mosq_);
-        mosq_ = nullptr;
+        std::swap(m, mosq_);
     }
+    if (m != nullptr) mosquitto_destroy(m);
     // What was in flight goes out again from the mark.
     buffer_.clear();
     inFlight_.clear();

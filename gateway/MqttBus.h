@@ -129,7 +129,7 @@ class MqttBus {
     std::mutex waitMutex_;
     std::condition_variable waitCv_;
 
-    // The client: made and destroyed by the link's thread under the unique lock; other threads
+    // The client: set and cleared by the link's thread under the unique lock; other threads
     // publish under the shared lock.
     mutable std::shared_mutex clientMutex_;
     mosquitto* mosq_ = nullptr;
