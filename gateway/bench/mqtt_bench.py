@@ -144,7 +144,11 @@ class Subscriber:
     def stop(self):
         if self.proc.poll() is None:
             self.proc.send_signal(signal.SIGTERM)
-            self.proc.wait(timeout=30)
+            try:
+                self.proc.wait(timeout=10)
+            except subprocess.TimeoutExpired:  # busy with a backlog, it may not look at the signal
+                self.proc.kill()
+                self.proc.wait()
         self.out.close()
 
 
