@@ -6,6 +6,7 @@
 #include <toml++/toml.h>
 
 #include "gateway/Log.h"
+#include "gateway/MqttRequest.h"
 #include "gateway/PayloadCodec.h"
 #include "gateway/SiteTime.h"
 
@@ -152,6 +153,92 @@ bool IsHex(const std::string& text) {
     return true;
 }
 
+// A secret (a password, the HMAC's key) from the first line of a file.
+std::string SecretFromFile(Section& s, const char* key, const fs::path& path) {
+    std::ifstream in(path);
+    std::string line;
+    if (!in || !std::getline(in, line)) {
+        s.Fail(*s.Take(key), key, "a readable file whose first line is the secret", "\"" + path.string() + "\"");
+    }
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
+    return line;
+}
+
+void ParseMqtt(const fs::path& file, const toml::table* table, Config* c) {
+    Section s(file, table, "mqtt");
+    MqttConfig& m = c->mqtt;
+    s.Bool("enabled", &m.enabled);
+    s.String("host", &m.host);
+    s.Int("port", 1, 65535, &m.port);
+    s.String("client_id", &m.clientId);
+    s.String("username", &m.username);
+    s.String("password", &m.password);
+    fs::path passwordFile, secretFile;
+    s.Path("password_file", c->dir, &passwordFile);
+    s.Path("tls_ca", c->dir, &m.tlsCa);
+    s.Path("tls_cert", c->dir, &m.tlsCert);
+    s.Path("tls_key", c->dir, &m.tlsKey);
+    s.String("topic_prefix", &m.topicPrefix);
+    s.Int("qos", 1, 2, &m.qos);
+    s.Int("keepalive_s", 5, 3600, &m.keepaliveS);
+    s.Int("window", 1, 20000, &m.window);
+    s.Int("mark_interval_ms", 10, 60000, &m.markIntervalMs);
+    s.Bool("commands", &m.commands);
+    s.String("hmac_secret", &m.hmacSecret);
+    s.Path("hmac_secret_file", c->dir, &secretFile);
+    s.Int("hmac_window_s", 1, 3600, &m.hmacWindowS);
+    s.Int("reconnect_max_s", 1, 3600, &m.reconnectMaxS);
+    if (m.host.empty()) s.Fail(*s.Take("host"), "host", "the broker's host name or address", "\"\"");
+    if (!passwordFile.empty()) {
+        if (!m.password.empty()) {
+            s.Fail(*s.Take("password_file"), "password_file", "password or password_file, not both", "both");
+        }
+        m.password = SecretFromFile(s, "password_file", passwordFile);
+    }
+    if (!secretFile.empty()) {
+        if (!m.hmacSecret.empty()) {
+            s.Fail(*s.Take("hmac_secret_file"), "hmac_secret_file", "hmac_secret or hmac_secret_file, not both", "both");
+        }
+        m.hmacSecret = SecretFromFile(s, "hmac_secret_file", secretFile);
+    }
+    if (!m.hmacSecret.empty() && m.hmacSecret.size() < 16) {
+        const char* key = secretFile.empty() ? "hmac_secret" : "hmac_secret_file";
+        s.Fail(*s.Take(key), key, "a secret of at least 16 characters", std::to_string(m.hmacSecret.size()) + " characters");
+    }
+    if (!m.password.empty() && m.username.empty()) {
+        const char* key = passwordFile.empty() ? "password" : "password_file";
+        s.Fail(*s.Take(key), key, "a password together with a username", "no username");
+    }
+    if (m.tlsCert.empty() != m.tlsKey.empty()) {
+        const char* given = m.tlsCert.empty() ? "tls_key" : "tls_cert";
+        s.Fail(*s.Take(given), given, "tls_cert and tls_key given together", "only one of them");
+    }
+    if (!m.tlsCert.empty() && m.tlsCa.empty()) {
+        s.Fail(*s.Take("tls_cert"), "tls_cert", "tls_ca as well (a client certificate is for a TLS link)", "no tls_ca");
+    }
+    for (const char* key : {"tls_ca", "tls_cert", "tls_key"}) {
+        std::string_view k(key);
+        const fs::path& p = k == "tls_ca" ? m.tlsCa : k == "tls_cert" ? m.tlsCert : m.tlsKey;
+        if (!p.empty() && !fs::exists(p)) {
+            s.Fail(*s.Take(key), key, "a readable file", "\"" + p.string() + "\", which doesn't exist");
+        }
+    }
+    if (m.clientId.empty()) m.clientId = "zanthd-" + c->site;
+    std::string why;
+    if (m.topicPrefix.empty()) {
+        m.topicPrefix = "zanth/" + c->site;
+        if (m.enabled && !ValidTopicPrefix(m.topicPrefix, &why)) {
+            const toml::node* n = s.Take("enabled");
+            s.Fail(*n, "topic_prefix", "a prefix of its own, since the site's name makes a bad one (" + why + ")",
+                   "\"" + m.topicPrefix + "\"");
+        }
+    } else if (!ValidTopicPrefix(m.topicPrefix, &why)) {
+        s.Fail(*s.Take("topic_prefix"), "topic_prefix", "topic levels such as \"zanth/lobby\" (" + why + ")",
+               "\"" + m.topicPrefix + "\"");
+    }
+    s.Finish();
+}
+
 }  // namespace
 
 bool IsLoopback(const std::string& host) {
@@ -179,12 +266,13 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
     const fs::path& file = c.file;
     for (const auto& [key, node] : root) {
         static const std::set<std::string> kSections = {"gateway", "library", "journal", "rules",
-                                                        "http", "tokens", "decisions", "doors"};
+                                                        "http", "tokens", "decisions", "doors",
+                                                        "mqtt"};
         if (kSections.count(std::string(key.str())) == 0) {
             throw ConfigError(Where(file, key.source()) + ": unknown section or key " +
                               std::string(key.str()) +
                               " (expected gateway, library, journal, rules, http, tokens, "
-                              "decisions or doors)");
+                              "decisions, doors or mqtt)");
         }
     }
 
@@ -343,11 +431,17 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
             c.tokens.push_back(t);
         }
     }
+    ParseMqtt(file, SubTable(file, root, "mqtt"), &c);
     {
         Section s(file, SubTable(file, root, "decisions"), "decisions");
         std::string mode = "rules";
-        s.Choice("mode", {"rules", "webhook"}, &mode);
-        c.mode = mode == "webhook" ? DecisionMode::Webhook : DecisionMode::Rules;
+        s.Choice("mode", {"rules", "webhook", "mqtt"}, &mode);
+        c.mode = mode == "webhook" ? DecisionMode::Webhook : mode == "mqtt" ? DecisionMode::Mqtt : DecisionMode::Rules;
+        s.Int("mqtt_timeout_ms", 10, 60000, &c.mqttDecisionTimeoutMs);
+        if (c.mode == DecisionMode::Mqtt && !c.mqtt.enabled) {
+            s.Fail(*s.Take("mode"), "mode", "\"rules\" or \"webhook\" unless [mqtt] has enabled = true",
+                   "\"mqtt\"");
+        }
         s.String("webhook_url", &c.webhookUrl);
         s.Int("webhook_timeout_ms", 10, 60000, &c.webhookTimeoutMs);
         std::string onFailure = "deny";

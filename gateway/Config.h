@@ -36,7 +36,31 @@ struct DoorConfig {
     int openMs = 5000;  // the relay timer: how long an opened door stays unlocked (0: not set)
 };
 
-enum class DecisionMode { Rules, Webhook };
+enum class DecisionMode { Rules, Webhook, Mqtt };
+
+// [mqtt]: the message bus. Off unless `enabled`; see MqttBus.h for what goes over it.
+struct MqttConfig {
+    bool enabled = false;
+    std::string host = "127.0.0.1";
+    int port = 1883;
+    std::string clientId;      // default "zanthd-<site>"
+    std::string username;      // empty: none
+    std::string password;      // or from password_file (its first line)
+    std::filesystem::path tlsCa;    // TLS on when set: the broker's certificate is checked against it
+    std::filesystem::path tlsCert;  // a client certificate and its key, both or neither
+    std::filesystem::path tlsKey;
+    std::string topicPrefix;   // default "zanth/<site>"
+    int qos = 1;               // 1 or 2: at least once
+    int keepaliveS = 30;
+    int window = 256;          // journal records published and not yet acknowledged, at most
+    int markIntervalMs = 200;  // how often the published mark is written to the journal
+    bool commands = true;      // take requests on <prefix>/<mac>/call/<export>
+    std::string hmacSecret;    // or from hmac_secret_file; empty: requests carry no HMAC
+    int hmacWindowS = 30;      // a signed request's timestamp may be this far from the gateway's clock
+    int reconnectMaxS = 10;    // the longest wait between two attempts to reach the broker
+
+    bool Tls() const { return !tlsCa.empty(); }
+};
 
 struct Config {
     std::filesystem::path file;  // the config file, absolute
@@ -98,6 +122,9 @@ struct Config {
     int pinTimeoutMs = 20000;
     int pinSeconds = 15;
     int pinDigits = 4;
+    int mqttDecisionTimeoutMs = 1000;  // mode "mqtt": no answer on the bus by then: deny
+
+    MqttConfig mqtt;
 
     std::vector<DoorConfig> doors;
 

@@ -88,7 +88,10 @@ void DoorService::Run() {
                     SendDecision(o, false, o.answer.source, "no PIN in time");
                 } else {
                     bool grant = config_.mode == DecisionMode::Webhook && config_.webhookGrantOnFailure;
-                    SendDecision(o, grant, config_.mode == DecisionMode::Webhook ? "webhook-timeout" : "timeout",
+                    SendDecision(o, grant,
+                                 config_.mode == DecisionMode::Webhook ? "webhook-timeout"
+                                 : config_.mode == DecisionMode::Mqtt  ? "mqtt-timeout"
+                                                                       : "timeout",
                                  "no decision in time");
                 }
                 it = open_.erase(it);
@@ -124,7 +127,9 @@ void DoorService::TakeLookup(const std::string& raw) {
     o.request.receivedMs = NowMs();
     o.raw = raw;
     o.taken = taken;
-    int deadlineMs = config_.mode == DecisionMode::Webhook ? config_.webhookTimeoutMs : 2000;
+    int deadlineMs = config_.mode == DecisionMode::Webhook ? config_.webhookTimeoutMs
+                     : config_.mode == DecisionMode::Mqtt  ? config_.mqttDecisionTimeoutMs
+                                                           : 2000;
     o.deadline = taken + std::chrono::milliseconds(deadlineMs);
     uint64_t id = o.id;
     open_[id] = std::move(o);

@@ -22,6 +22,8 @@
 #include "gateway/Log.h"
 #include "gateway/Metrics.h"
 #include "gateway/Model.h"
+#include "gateway/MqttBus.h"
+#include "gateway/MqttDecider.h"
 #include "gateway/OpenApi.h"
 #include "gateway/PayloadCodec.h"
 #include "gateway/ResponseRouter.h"
@@ -108,6 +110,8 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
         Log(Level::Error, "journal", "cannot open %s: %s", config.journal.c_str(), error.c_str());
         return 1;
     }
+    // With a message bus, retention keeps every record until the broker has it.
+    if (config.mqtt.enabled) journal.AttachPublisher(true);
     Intake intake;
     if (!intake.Open(config.journal.string() + ".intake", &error)) {
         Log(Level::Error, "journal", "cannot open the intake file: %s", error.c_str());
@@ -175,8 +179,12 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     co.defaultDeadlineMs = config.commandDeadlineMs;
     co.maxDeadlineMs = config.commandDeadlineMaxMs;
     CallPath calls(co, router, ingest, metrics);
+    std::unique_ptr<MqttBus> bus;
+    if (config.mqtt.enabled) bus = std::make_unique<MqttBus>(config, journal, calls, codec, metrics);
     std::unique_ptr<Decider> decider;
-    if (config.mode == DecisionMode::Webhook) {
+    if (config.mode == DecisionMode::Mqtt) {
+        decider = std::make_unique<MqttDecider>(*bus, metrics, config.mqttDecisionTimeoutMs);
+    } else if (config.mode == DecisionMode::Webhook) {
         decider = std::make_unique<WebhookDecider>(config.webhookUrl, config.webhookTimeoutMs,
                                                    config.webhookGrantOnFailure);
     } else {
@@ -211,6 +219,13 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     ingest.Start(&library);
     router.Start();
     calls.Start();
+    if (bus && !bus->Start(&error)) {
+        Log(Level::Error, "mqtt", "%s", error.c_str());
+        calls.Stop();
+        router.Stop(0);
+        ingest.Stop(2000);
+        return 1;
+    }
     std::atomic<bool> libraryUp{false};
     int32_t rc = library.Start(
         config.port, [&controllers](const std::string& mac) { controllers.Notice(mac, true); },
@@ -220,6 +235,7 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
         calls.Stop();
         router.Stop(0);
         ingest.Stop(2000);
+        if (bus) bus->Stop(0);
         return 1;
     }
     libraryUp = true;
@@ -239,6 +255,7 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
         router.Stop(0);
         library.Stop();
         ingest.Stop(2000);
+        if (bus) bus->Stop(0);
         return 1;
     }
     if (config.tokens.empty() && !(config.allowAnonymous && IsLoopback(config.listenHost))) {
@@ -246,7 +263,8 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     }
     Log(Level::Info, "gateway", "site %s: controllers on port %d, API on %s://%s:%d, %zu doors, decisions by %s",
         config.site.c_str(), config.port, config.Tls() ? "https" : "http", config.listenHost.c_str(),
-        http.Port(), config.doors.size(), config.mode == DecisionMode::Webhook ? "webhook" : "rules");
+        http.Port(), config.doors.size(),
+        config.mode == DecisionMode::Webhook ? "webhook" : config.mode == DecisionMode::Mqtt ? "mqtt" : "rules");
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
@@ -258,6 +276,7 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     // The router's stop ends every wait for a reply, so the threads that wait (the sync, a card
     // load) are free to end; a blocking call under way ends with the library.
     http.Stop();
+    if (bus) bus->StopCommands();
     doors.Stop(1000);
     decider->Stop();
     router.Stop(3000);
@@ -267,6 +286,7 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     libraryUp = false;
     calls.Stop();
     ingest.Stop(3000);
+    if (bus) bus->Stop(2000);
     journal.Close();
     Log(Level::Info, "gateway", "stopped in %.1f s; journal last id %lld",
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(),

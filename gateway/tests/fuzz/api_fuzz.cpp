@@ -1,6 +1,7 @@
 // What a client can send zanthd, fuzzed: the JSON bodies of the rules API, the events queries,
-// ids and MACs from paths, and the call path's arguments to every export, with a reply frame
-// for the calls that pass their checks. Each parser must answer with a result or a named error,
+// ids and MACs from paths, the call path's arguments to every export, with a reply frame
+// for the calls that pass their checks, and a request over the message bus (its topic is the
+// input's first line, its body the rest; read with and without an HMAC secret). Each parser must answer with a result or a named error,
 // never crash, and a body it accepts must read back the same after a round trip through its
 // JSON. The library is never loaded: a prepared call is checked and its reply decoded, not made.
 //
@@ -17,6 +18,7 @@
 
 #include "gateway/ApiInput.h"
 #include "gateway/Model.h"
+#include "gateway/MqttRequest.h"
 #include "gateway/PayloadCodec.h"
 
 namespace {
@@ -72,6 +74,38 @@ void FuzzCall(const std::string& text) {
     r.outputs.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+void FuzzBusRequest(const std::string& text) {
+    size_t newline = text.find('\n');
+    std::string topic = text.substr(0, newline);
+    std::string payload = newline == std::string::npos ? "" : text.substr(newline + 1);
+    for (const char* secret : {"", "a-shared-secret-of-the-site"}) {
+        zanthd::BusRequestOptions options;
+        options.prefix = "zanth/site";
+        options.hmacSecret = secret;
+        zanthd::BusRequest request;
+        zanthd::BusRefusal refusal;
+        if (!zanthd::ParseBusRequest(options, topic, payload, 1732450000, &request, &refusal)) {
+            if ((refusal.status != 400 && refusal.status != 401) || refusal.error.empty()) std::abort();
+            if (!refusal.replyTo.empty() && !zanthd::ValidReplyTopic(options.prefix, refusal.replyTo)) std::abort();
+            continue;
+        }
+        // Only a request that can be answered, on a topic of the gateway's reply level, is taken.
+        if (request.id.empty() || request.id.size() > 128 || !zanthd::ValidReplyTopic(options.prefix, request.replyTo) ||
+            request.exportName.empty() || request.exportName.find('/') != std::string::npos || !request.args.is_object()) {
+            std::abort();
+        }
+        if (!request.mac.empty() && (zanthd::NormalizeMac(request.mac) != request.mac || request.args["mac"] != request.mac)) {
+            std::abort();
+        }
+        // What it asks goes the call path's way: checked, and refused by name or prepared.
+        zanthd::PreparedCall call;
+        zanthd::CallProblem problem;
+        if (!zanthd::PrepareCall(request.exportName, request.args, Options(), &call, &problem) && problem.error.empty()) {
+            std::abort();
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
@@ -79,6 +113,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
     FuzzCall(text);
+    FuzzBusRequest(text);
     zanthd::ApiError error;
     zanthd::CardholderInput holder;
     if (zanthd::ParseCardholder(text, &holder, &error)) {
