@@ -1,11 +1,35 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs the whole test suite under AddressSanitizer and
-# UndefinedBehaviorSanitizer. With --tsan, builds a ThreadSanitizer tree instead and runs the
-# tests that exercise the library's threads (and the programs on it: zanthd, the command line). With --bindings, builds a tree without sanitizers
-# (build/bindings) and runs the language bindings' tests, which load the library into CPython and
-# mono.
+# Sets up, builds and runs the tests.
+#
+#   bash scripts/test.sh --all        every test, as CI runs it (.ci/run): the stages below, each
+#                                     timed, then the Windows build under Wine
+#   bash scripts/test.sh              the whole suite under AddressSanitizer and
+#                                     UndefinedBehaviorSanitizer (build/asan)
+#   bash scripts/test.sh --tsan       the tests of the library's threads, and of the programs on
+#                                     it (zanthd, the command line), under ThreadSanitizer
+#   bash scripts/test.sh --bindings   the language bindings' tests, in a tree without sanitizers
+#                                     (build/bindings): CPython and mono load the library
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+if [ "${1:-}" = "--all" ]; then
+    stage() {
+        local name=$1
+        shift
+        local start=$SECONDS
+        echo "=== test: $name"
+        "$@"
+        echo "=== test: $name took $((SECONDS - start)) s"
+    }
+    stage "tests (ASan, UBSan)" bash scripts/test.sh
+    echo "=== test: the site console's screenshots (artifacts): build/asan/console-screenshots/"
+    stage "threaded suites (TSan)" bash scripts/test.sh --tsan
+    stage "language bindings" bash scripts/test.sh --bindings
+    stage "fuzzing" bash scripts/fuzz.sh
+    stage "Windows build under Wine" bash scripts/windows.sh
+    echo "=== test: all stages passed in $SECONDS s"
+    exit 0
+fi
 
 mode=asan
 case "${1:-}" in
