@@ -179,12 +179,13 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
     const fs::path& file = c.file;
     for (const auto& [key, node] : root) {
         static const std::set<std::string> kSections = {"gateway", "library", "journal", "rules",
-                                                        "http", "tokens", "decisions", "doors"};
+                                                        "http", "tokens", "decisions", "doors",
+                                                        "console"};
         if (kSections.count(std::string(key.str())) == 0) {
             throw ConfigError(Where(file, key.source()) + ": unknown section or key " +
                               std::string(key.str()) +
                               " (expected gateway, library, journal, rules, http, tokens, "
-                              "decisions or doors)");
+                              "decisions, doors or console)");
         }
     }
 
@@ -362,6 +363,20 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
             s.Fail(n ? *n : *s.Take("mode") , "webhook_url", "an http:// or https:// URL with mode = \"webhook\"",
                    n ? "\"" + c.webhookUrl + "\"" : "none");
         }
+        s.Finish();
+    }
+    {
+        Section s(file, SubTable(file, root, "console"), "console");
+        s.Bool("enabled", &c.consoleEnabled);
+        s.Path("dir", c.dir, &c.consoleDir);
+        if (!c.consoleDir.empty() && !fs::is_regular_file(c.consoleDir / "index.html")) {
+            s.Fail(*s.Take("dir"), "dir", "a folder that holds the console's index.html",
+                   "\"" + c.consoleDir.string() + "\"");
+        }
+        s.Int("session_idle_s", 1, 86400 * 7, &c.sessionIdleS);
+        s.Int("session_max_s", 1, 86400 * 30, &c.sessionMaxS);
+        s.Int("history_step_s", 1, 3600, &c.historyStepS);
+        s.Int("history_points", 1, 100000, &c.historyPoints);
         s.Finish();
     }
     if (const toml::node* node = root.get("doors")) {
