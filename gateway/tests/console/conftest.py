@@ -5,6 +5,8 @@ and always stopped. Waits are on conditions with deadlines, never fixed sleeps."
 import importlib.util
 import os
 import shutil
+import socket
+import threading
 import time
 
 import pytest
@@ -127,8 +129,8 @@ class Browser:
     def open(self, url):
         self.driver.get(url)
 
-    def login(self, gateway, token=OPERATOR):
-        self.open(f"http://127.0.0.1:{gateway.http_port}/")
+    def login(self, gateway, token=OPERATOR, port=None):
+        self.open(f"http://127.0.0.1:{port or gateway.http_port}/")
         self.wait(lambda b: b.visible("#login-token"), 30, "the login form")
         self.find("#login-token").send_keys(token)
         self.find("#login-submit").click()
@@ -153,6 +155,83 @@ class Browser:
             pass
 
 
+class Proxy:
+    """A TCP relay on a port of its own in front of the gateway: cut() drops every connection and
+    stops listening, as a lost network would; restore() listens again on the same port."""
+
+    def __init__(self, target_port):
+        self.target = target_port
+        self.port = free_port()
+        self.lock = threading.Lock()
+        self.conns = []
+        self.listener = None
+        self.thread = None
+        self.restore()
+
+    def restore(self):
+        self.listener = socket.socket()
+        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self.listener.bind(("127.0.0.1", self.port))
+        self.listener.listen(64)
+        self.thread = threading.Thread(target=self._accept, args=(self.listener,), daemon=True)
+        self.thread.start()
+
+    def _accept(self, listener):
+        while True:
+            try:
+                client, _ = listener.accept()
+            except OSError:
+                return
+            try:
+                server = socket.create_connection(("127.0.0.1", self.target), timeout=5)
+                server.settimeout(None)
+            except OSError:
+                client.close()
+                continue
+            with self.lock:
+                self.conns += [client, server]
+            for a, b in ((client, server), (server, client)):
+                threading.Thread(target=self._pipe, args=(a, b), daemon=True).start()
+
+    @staticmethod
+    def _pipe(a, b):
+        try:
+            while True:
+                data = a.recv(65536)
+                if not data:
+                    break
+                b.sendall(data)
+        except OSError:
+            pass
+        for s in (a, b):
+            try:
+                s.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+
+    def cut(self):
+        if self.listener:
+            # shutdown wakes the thread blocked in accept; close alone would leave it listening.
+            try:
+                self.listener.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+            self.listener.close()
+            self.listener = None
+            self.thread.join(timeout=5)
+        with self.lock:
+            conns, self.conns = self.conns, []
+        for s in conns:
+            try:
+                s.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+            s.close()
+
+    def cleanup(self):
+        self.cut()
+
+
 @pytest.fixture
 def site(tmp_path):
     """Makes gateways, simulators and browsers that are always stopped, the browsers first."""
@@ -173,6 +252,11 @@ def site(tmp_path):
             s = Sim(str(tmp_path), port, *args, env=env)
             made.append(s)
             return s
+
+        def proxy(self, target_port):
+            p = Proxy(target_port)
+            made.append(p)
+            return p
 
         def browser(self, size=DESKTOP):
             b = Browser(str(tmp_path), size)
