@@ -44,7 +44,7 @@ export function checkHolder(doc, site, schedules) {
   const seen = new Set();
   (doc.cards || []).forEach((c, i) => {
     if (!checkCardNumber(String(c.number))) fail(`cards[${i}].number`, 'A card number: a whole number from 0 to 4294967295.');
-    if (c.facility !== undefined && !checkFacility(String(c.facility))) fail(`cards[${i}].facility`, 'A facility: a whole number, or empty for any.');
+    if (c.facility != null && !checkFacility(String(c.facility))) fail(`cards[${i}].facility`, 'A facility: a whole number, or empty for any.');
     const key = `${c.number}/${c.facility ?? ''}`;
     if (seen.has(key)) fail(`cards[${i}].number`, 'The same card twice.');
     seen.add(key);
@@ -125,7 +125,7 @@ export default {
               : h('span', { class: 'chip chip-green', title: macs.join(', ') }, `written to ${macs.length}`);
         body.append(h('tr', { 'data-id': c.id, tabindex: 0, class: 'clickable', onclick: () => edit(c), onkeydown: (e) => { if (e.key === 'Enter') edit(c); } },
           h('td', { 'data-label': 'Name', class: 'strong' }, c.name),
-          h('td', { 'data-label': 'Cards', class: 'mono' }, (c.cards || []).map((k) => (k.facility !== undefined ? `${k.facility}/${k.number}` : String(k.number))).join(', ') || '—'),
+          h('td', { 'data-label': 'Cards', class: 'mono' }, (c.cards || []).map((k) => (k.facility != null ? `${k.facility}/${k.number}` : String(k.number))).join(', ') || '—'),
           h('td', { 'data-label': 'Doors' }, (c.access || []).map((a) => a.door + (a.schedule ? ` (${a.schedule})` : '') + (a.pin ? ' + PIN' : '')).join(', ') || '—'),
           h('td', { 'data-label': 'Valid' }, windowText(c)),
           h('td', { 'data-label': 'State' }, c.enabled === false ? h('span', { class: 'chip chip-grey' }, 'disabled') : h('span', { class: 'chip chip-green' }, 'enabled')),

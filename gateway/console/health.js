@@ -15,12 +15,23 @@ function niceMax(v) {
   return 10 * p;
 }
 
+// How far back a chart reaches, as its axis says it: "60 min", "6 min", "45 s".
+export function fmtSpan(ms) {
+  const s = Math.round(ms / 1000);
+  if (s >= 7200 && s % 3600 === 0) return `${s / 3600} h`;
+  if (s >= 120) return `${Math.round(s / 60)} min`;
+  return `${s} s`;
+}
+
 function fmtNumber(v) {
   if (v >= 10000) return `${Math.round(v / 1000)}k`;
   if (v >= 1000) return `${(v / 1000).toFixed(1)}k`;
   if (v >= 10 || Number.isInteger(v)) return String(Math.round(v));
-  return v.toFixed(1);
+  return v >= 1 ? v.toFixed(1) : String(Number(v.toPrecision(2)));
 }
+
+// A latency for the tiles: two figures below a millisecond, one above.
+function fmtMs(v) { return `${v < 1 ? v.toFixed(2) : v.toFixed(1)} ms`; }
 
 // A line chart of one or more series over the same times: [{label, cls, values: [number|null]}].
 export function lineChart(times, series, { unit = '', span = 3600 * 1000 } = {}) {
@@ -35,7 +46,7 @@ export function lineChart(times, series, { unit = '', span = 3600 * 1000 } = {})
     root.append(svg('line', { x1: PAD.l, x2: W - PAD.r, y1: y(v), y2: y(v), class: 'grid' }));
     root.append(svg('text', { x: PAD.l - 4, y: y(v) + 3, class: 'axis', 'text-anchor': 'end' }, `${fmtNumber(v)}${unit}`));
   }
-  for (const [t, label] of [[start, '−60 min'], [start + span / 2, '−30 min'], [end, 'now']]) {
+  for (const [t, label] of [[start, `−${fmtSpan(span)}`], [start + span / 2, `−${fmtSpan(span / 2)}`], [end, 'now']]) {
     root.append(svg('text', { x: x(t), y: H - 5, class: 'axis', 'text-anchor': t === start ? 'start' : t === end ? 'end' : 'middle' }, label));
   }
   for (const s of series) {
@@ -58,13 +69,14 @@ export default {
   mount(root) {
     let stopped = false;
     let step = 10;
+    let span = 3600 * 1000;  // what the gateway keeps: step_s × points_kept
     const tiles = h('div', { class: 'tiles', id: 'health-tiles' });
     const charts = h('div', { class: 'charts', id: 'health-charts' });
     const note = h('p', { class: 'muted small', id: 'health-note' });
     root.append(
       h('div', { class: 'page-head' },
         h('div', {}, h('h1', {}, 'Gateway health'),
-          h('p', { class: 'muted' }, 'The journal now, and the last hour as the gateway kept it.'))),
+          h('p', { class: 'muted', id: 'health-lead' }, 'The journal now, and the last hour as the gateway kept it.'))),
       tiles, charts, note);
 
     function tile(label, value, tone, detail, id) {
@@ -90,8 +102,8 @@ export default {
         tile('Journal', health ? (ok ? 'Storing' : 'Not storing') : '…', health ? (ok ? 'ok' : 'bad') : 'neutral',
           health ? (ok ? `last id #${health.journal_last_id}` : health.journal) : '', 'tile-journal'),
         tile('Waiting for the journal', health ? String(health.journal_backlog) : '…', health && health.journal_backlog > 1000 ? 'warn' : 'neutral', 'records in hand'),
-        tile('Decisions', lastPoint && lastPoint.decision_p50_ms !== null ? `${lastPoint.decision_p50_ms.toFixed(1)} ms` : '—', 'neutral',
-          lastPoint && lastPoint.decision_p99_ms !== null ? `p50; p99 ${lastPoint.decision_p99_ms.toFixed(1)} ms over the last ${step} s` : `none in the last ${step} s`),
+        tile('Decisions', lastPoint && lastPoint.decision_p50_ms !== null ? fmtMs(lastPoint.decision_p50_ms) : '—', 'neutral',
+          lastPoint && lastPoint.decision_p99_ms !== null ? `p50; p99 ${fmtMs(lastPoint.decision_p99_ms)} over the last ${step} s` : `none in the last ${step} s`),
         tile('Controllers', lastPoint ? String(lastPoint.controllers_connected) : '…', 'neutral', 'connected', 'tile-controllers'));
       const times = points.map((p) => p.t_ms);
       clear(charts).append(
@@ -99,15 +111,15 @@ export default {
           lineChart(times, [
             { cls: 's-events', values: points.map((p) => p.events_per_s) },
             { cls: 's-alarms', values: points.map((p) => p.alarms_per_s) },
-            { cls: 's-lookups', values: points.map((p) => p.lookups_per_s) }]), 'chart-rates'),
+            { cls: 's-lookups', values: points.map((p) => p.lookups_per_s) }], { span }), 'chart-rates'),
         card('Decision latency', [['s-p50', 'p50'], ['s-p99', 'p99']],
           lineChart(times, [
             { cls: 's-p99', values: points.map((p) => p.decision_p99_ms) },
-            { cls: 's-p50', values: points.map((p) => p.decision_p50_ms) }], { unit: ' ms' }), 'chart-latency'),
+            { cls: 's-p50', values: points.map((p) => p.decision_p50_ms) }], { unit: ' ms', span }), 'chart-latency'),
         card('Journal lag', [['s-lag', 'records waiting']],
-          lineChart(times, [{ cls: 's-lag', values: points.map((p) => p.journal_lag_records) }]), 'chart-lag'),
+          lineChart(times, [{ cls: 's-lag', values: points.map((p) => p.journal_lag_records) }], { span }), 'chart-lag'),
         card('Controllers connected', [['s-connected', 'connected']],
-          lineChart(times, [{ cls: 's-connected', values: points.map((p) => p.controllers_connected) }]), 'chart-connected'));
+          lineChart(times, [{ cls: 's-connected', values: points.map((p) => p.controllers_connected) }], { span }), 'chart-connected'));
       note.textContent = points.length
         ? `${points.length} points, one each ${step} s, the last at ${fmtTime(lastPoint.t_ms)}. The gateway keeps them in memory: a restart starts afresh.`
         : `The first point comes ${step} s after the gateway started.`;
@@ -126,6 +138,10 @@ export default {
       try {
         history = await api('GET', 'health/history');
         step = history.step_s;
+        span = history.step_s * history.points_kept * 1000;
+        document.getElementById('health-lead').textContent = span === 3600 * 1000
+          ? 'The journal now, and the last hour as the gateway kept it.'
+          : `The journal now, and the last ${fmtSpan(span)} as the gateway kept it.`;
       } catch (e) { /* the banner says when the gateway is away */ }
     }
 

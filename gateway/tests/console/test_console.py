@@ -123,6 +123,7 @@ def test_a_card_presented_appears_with_its_decision(site):
     grant_row.click()
     b.wait(lambda b: b.visible("#record-raw"), 10, "the record's detail")
     assert b.text("#record-raw") == record["raw"]
+    b.shot("activity-record-desktop")
     assert str(record["fields"]["card"]) in b.text("#record-fields")
     b.driver.find_element(By.CSS_SELECTOR, ".dialog .icon-button").click()
     # Filtered by door: only the server room's look-ups and reports are left.
@@ -265,6 +266,7 @@ def test_csv_import_of_200_cards_with_one_bad_line_reports_it(site):
     failed = b.all("#csv-failures tbody tr")
     assert len(failed) == 1 and failed[0].get_attribute("data-line") == "122"
     assert "Person 120" in failed[0].text and "belongs to another cardholder" in failed[0].text
+    b.shot("cardholders-import-desktop")
     assert len(g.get("/cardholders").json()["cardholders"]) == 200
     b.click('.dialog [data-action="close"]')
     b.wait(lambda b: "200 cardholders" in b.text("#holder-count"), 10, "the list refreshed")
@@ -355,7 +357,8 @@ def test_cross_site_requests_refused(site):
 
 
 def test_screenshots_of_each_page_at_two_sizes(site):
-    g = console_gateway(site, extra="[console]\nhistory_step_s = 1\n")
+    # The history at a point a second, 40 of them: the charts fill in a test's time.
+    g = console_gateway(site, extra="[console]\nhistory_step_s = 1\nhistory_points = 40\n")
     for body in ({"name": "Ada Lovelace", "cards": [{"number": 1001}], "access": [{"door": "Front entrance"}]},
                  {"name": "Grace Hopper", "cards": [{"number": 2001}, {"number": 2002}],
                   "access": [{"door": "Server room"}, {"door": "Front entrance"}], "valid_until": "2027-06-30T18:00"},
@@ -366,12 +369,17 @@ def test_screenshots_of_each_page_at_two_sizes(site):
              "--alarm-interval-ms", "2500", "--clock-offset-s", "4")
     g.connected(2)
     b = site.browser(DESKTOP)
+    b.open(f"http://127.0.0.1:{g.http_port}/")
+    for size, tag in ((PHONE, "phone"), (DESKTOP, "desktop")):
+        b.resize(size)
+        b.wait(lambda b: b.visible("#login-token"), 30, "the login form")
+        b.shot(f"login-{tag}")
     b.login(g)
     on_page(b, "controllers")
     b.wait(lambda b: len(b.all("#controllers-table tr[data-mac] .status-up")) == 2, 30, "two controllers up")
     b.wait(lambda b: all(c.text not in ("", "…") for c in b.all(".cell-model")), 30, "the models")
     # A few points of history for the charts.
-    wait_until(lambda: len(g.get("/health/history").json()["points"]) >= 8, 30, "eight history points")
+    wait_until(lambda: len(g.get("/health/history").json()["points"]) >= 30, 60, "30 history points")
     for size, tag in ((DESKTOP, "desktop"), (PHONE, "phone")):
         b.resize(size)
         for page in PAGES:
@@ -383,6 +391,7 @@ def test_screenshots_of_each_page_at_two_sizes(site):
                                      for s in b.all(".door-state")), 15, "the doors read")
             elif page == "cardholders":
                 b.wait(lambda b: "Grace Hopper" in b.text("#holder-rows"), 10, "the cardholders")
+                assert "2001, 2002" in b.text("#holder-rows") and "null" not in b.text("#holder-rows")
             elif page == "health":
                 b.wait(lambda b: b.all("#main svg path.series"), 30, "the charts' lines")
             path = b.shot(f"{page}-{tag}")
