@@ -252,7 +252,7 @@ void HttpApi::ConsoleRoutes() {
     s.Post(v1 + "/session", [this](const httplib::Request& req, httplib::Response& res) {
         // A login from another origin would put the browser in that origin's session.
         std::string origin = req.get_header_value("Origin");
-        if (!origin.empty() && !Sessions::SameOrigin(origin, req.get_header_value("Host"))) {
+        if (!origin.empty() && !Sessions::SameOrigin(origin, req.get_header_value("Host"), ctx_.config.Tls())) {
             return Send(res, 403, {{"error", "a login from another origin (" + origin + ") is refused"}});
         }
         json body;

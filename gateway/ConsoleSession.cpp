@@ -95,8 +95,8 @@ Session Sessions::Open(const std::string& name, Scope scope, int64_t nowMs) {
 }
 
 std::string Sessions::IdIn(std::string_view header) const {
-    // "a=b; c=d": the last pair of our name wins, as a browser lists the most specific first
-    // and a page can't set an HttpOnly cookie of its own.
+    // "a=b; c=d": the first pair of our name is taken (a browser lists the cookie of the most
+    // specific path first, and ours is set for the whole host).
     std::string found;
     while (!header.empty()) {
         size_t semi = header.find(';');
@@ -118,11 +118,10 @@ std::string Sessions::IdIn(std::string_view header) const {
     return found;
 }
 
-bool Sessions::SameOrigin(std::string_view origin, std::string_view host) {
+bool Sessions::SameOrigin(std::string_view origin, std::string_view host, bool tls) {
     size_t scheme = origin.find("://");
     if (scheme == std::string_view::npos || host.empty()) return false;
-    std::string_view s = origin.substr(0, scheme);
-    if (s != "http" && s != "https") return false;
+    if (origin.substr(0, scheme) != (tls ? "https" : "http")) return false;
     std::string_view authority = origin.substr(scheme + 3);
     if (authority.find('/') != std::string_view::npos) return false;
     return EqualNoCase(authority, host);
@@ -136,7 +135,7 @@ CookieVerdict Sessions::Check(const CookieRequest& req, int64_t nowMs, Session* 
     std::string id = IdIn(req.cookieHeader);
     if (id.empty()) return CookieVerdict::kNoCookie;
     // The origin first: a foreign page learns nothing about the session, not even that it ended.
-    if (!req.origin.empty() && !SameOrigin(req.origin, req.host)) return CookieVerdict::kForeignOrigin;
+    if (!req.origin.empty() && !SameOrigin(req.origin, req.host, tls_)) return CookieVerdict::kForeignOrigin;
     if (req.fetchSite == "cross-site" || req.fetchSite == "same-site") return CookieVerdict::kForeignOrigin;
     std::lock_guard<std::mutex> lock(mutex_);
     auto it = id == "-" ? byHash_.end() : byHash_.find(Sha256Hex(id));

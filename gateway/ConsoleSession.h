@@ -80,8 +80,9 @@ class Sessions {
 
     // The session id in a Cookie header, empty when absent.
     std::string IdIn(std::string_view cookieHeader) const;
-    // Whether `origin` ("http://host:port") names the same host and port as the Host header.
-    static bool SameOrigin(std::string_view origin, std::string_view host);
+    // Whether `origin` ("http://host:port") names this server: its scheme (https under TLS)
+    // and the Host header's host and port.
+    static bool SameOrigin(std::string_view origin, std::string_view host, bool tls);
     // True for the methods that change nothing.
     static bool Safe(std::string_view method);
 
