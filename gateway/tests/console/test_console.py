@@ -380,7 +380,14 @@ def test_screenshots_of_each_page_at_two_sizes(site):
     b.wait(lambda b: len(b.all("#controllers-table tr[data-mac] .status-up")) == 2, 30, "two controllers up")
     b.wait(lambda b: all(c.text not in ("", "…") for c in b.all(".cell-model")), 30, "the models")
     # A few points of history for the charts.
-    wait_until(lambda: len(g.get("/health/history").json()["points"]) >= 30, 60, "30 history points")
+    history = wait_until(lambda: len(g.get("/health/history").json()["points"]) >= 30
+                         and g.get("/health/history").json(), 60, "30 history points")
+    # What the charts draw: the gateway's own count of what it stored and decided, a point a second.
+    assert history["step_s"] == 1 and history["points_kept"] == 40
+    last = history["points"][-1]
+    assert last["controllers_connected"] == 2
+    assert any(p["lookups_per_s"] > 0 and p["decision_p50_ms"] is not None for p in history["points"])
+    assert all(0.5 < p["seconds"] < 2.5 for p in history["points"][1:])
     for size, tag in ((DESKTOP, "desktop"), (PHONE, "phone")):
         b.resize(size)
         for page in PAGES:
@@ -397,3 +404,65 @@ def test_screenshots_of_each_page_at_two_sizes(site):
                 b.wait(lambda b: b.all("#main svg path.series"), 30, "the charts' lines")
             path = b.shot(f"{page}-{tag}")
             assert os.path.getsize(path) > 10000, f"{path} looks empty"
+
+
+def test_session_and_search_apis_name_what_is_wrong(site):
+    """What the page stands on, as any client sees it: the login's refusals, a read-only session
+    held to its scope, and the journal search's filters, paging and 400s."""
+    g = console_gateway(site)
+    origin = f"http://127.0.0.1:{g.http_port}"
+    login = f"{g.url}/session"
+    r = requests.post(login, json={"token": OPERATOR, "remember": True}, headers={"Origin": origin})
+    assert r.status_code == 400 and r.json()["field"] == "remember"
+    assert requests.post(login, data="{", headers={"Origin": origin}).status_code == 400
+    r = requests.post(login, json={"token": OPERATOR}, headers={"Origin": "http://127.0.0.1:1"})
+    assert r.status_code == 403 and "Set-Cookie" not in r.headers
+    r = requests.post(login, json={"token": "wrong"}, headers={"Origin": origin})
+    assert r.status_code == 401 and r.json()["field"] == "token"
+
+    viewer = requests.Session()
+    r = viewer.post(login, json={"token": READER}, headers={"Origin": origin})
+    assert r.status_code == 201 and r.json()["scope"] == "read"
+    csrf = r.json()["csrf"]
+    assert viewer.get(f"{g.url}/session").json()["via"] == "session"
+    r = viewer.post(f"{g.url}/cardholders", json={"name": "X", "cards": [{"number": 1}]},
+                    headers={"Origin": origin, "X-CSRF-Token": csrf})
+    assert r.status_code == 403, r.text
+    # Logging out ends it in the gateway: the same cookie is refused afterwards.
+    assert viewer.delete(login, headers={"Origin": origin, "X-CSRF-Token": csrf}).status_code == 204
+    assert viewer.get(f"{g.url}/controllers").status_code == 401
+
+    sim = site.sim(g.port, "--count", "2", "--lookup-interval-ms", "20", "--event-interval-ms", "20",
+                   "--heartbeat-ms", "200")
+    wait_until(lambda: len(g.records(kind="lookup")) >= 100 and len(g.records(kind="alarm")) >= 10, 60,
+               "look-ups and heartbeats")
+    sim.stop()
+    everything = g.records()
+    # Paged back with next_before, the search gives every record once, newest first.
+    seen, before = [], None
+    while True:
+        params = {"limit": 37}
+        if before:
+            params["before"] = before
+        page = g.get("/events/search", params=params).json()
+        seen += [r["id"] for r in page["records"]]
+        before = page["next_before"]
+        if before is None:
+            break
+    assert seen == sorted((r["id"] for r in everything), reverse=True)
+    # Filters: a controller's door, heartbeats apart from the other alarms, a piece of the text.
+    page = g.get("/events/search", params={"mac": "00:00:02", "door": 1, "kind": "lookup", "limit": 500}).json()
+    want = [r["id"] for r in everything if r["kind"] == "lookup" and r["mac"] == "00:00:02"
+            and r["fields"].get("door") == 1]
+    assert want and [r["id"] for r in page["records"]] == sorted(want, reverse=True)
+    beats = g.get("/events/search", params={"kind": "heartbeat", "limit": 500}).json()["records"]
+    assert beats and all(r["kind"] == "alarm" and r["fields"]["type"] == "heartbeat" for r in beats)
+    others = g.get("/events/search", params={"kind": "alarm", "limit": 500}).json()["records"]
+    assert all(r["fields"].get("type") != "heartbeat" for r in others)
+    text = everything[-1]["raw"]
+    assert everything[-1]["id"] in [r["id"] for r in g.get("/events/search", params={"text": text}).json()["records"]]
+    for params, field in (({"limit": 0}, "limit"), ({"limit": 501}, "limit"), ({"before": "x"}, "before"),
+                          ({"door": 256}, "door"), ({"kind": "event,nonsense"}, "kind"), ({"mac": "zz"}, "mac"),
+                          ({"text": "x" * 201}, "text")):
+        r = g.get("/events/search", params=params)
+        assert r.status_code == 400 and r.json()["field"] == field, (params, r.text)
