@@ -75,6 +75,7 @@ class Browser:
             options.add_argument(flag)
         options.add_argument(f"--user-data-dir={os.path.join(directory, 'chromium-profile')}")
         options.add_argument(f"--window-size={size[0]},{size[1]}")
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=home, XDG_CACHE_HOME=home)
         self.log_path = os.path.join(directory, "chromedriver.log")
         service = Service(shutil.which("chromedriver") or "/usr/bin/chromedriver", port=free_port(),
@@ -147,6 +148,14 @@ class Browser:
 
     def cookies(self):
         return {c["name"]: c for c in self.driver.get_cookies()}
+
+    def script_errors(self):
+        """The page's uncaught script errors so far (a refused request is not one)."""
+        try:
+            return [e["message"] for e in self.driver.get_log("browser")
+                    if e["level"] == "SEVERE" and "Uncaught" in e["message"]]
+        except WebDriverException:
+            return []
 
     def quit(self):
         try:
@@ -264,10 +273,13 @@ def site(tmp_path):
             return b
 
     yield Site()
+    errors = []
     for b in browsers:
+        errors += b.script_errors()
         b.quit()
     for thing in reversed(made):
         thing.cleanup()
+    assert not errors, f"the page threw: {errors}"
 
 
 def console_gateway(site, extra="", doors=DOORS, **kw):
