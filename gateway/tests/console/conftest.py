@@ -66,12 +66,12 @@ CHROMIUM_FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-
 class Browser:
     """A Chromium of its own (profile, HOME), driven through chromedriver on a free port."""
 
-    def __init__(self, directory, size=DESKTOP):
+    def __init__(self, directory, size=DESKTOP, flags=()):
         home = os.path.join(directory, "browser-home")
         os.makedirs(home, exist_ok=True)
         options = Options()
         options.binary_location = shutil.which("chromium") or "/usr/bin/chromium"
-        for flag in CHROMIUM_FLAGS:
+        for flag in [*CHROMIUM_FLAGS, *flags]:
             options.add_argument(flag)
         options.add_argument(f"--user-data-dir={os.path.join(directory, 'chromium-profile')}")
         options.add_argument(f"--window-size={size[0]},{size[1]}")
@@ -131,7 +131,7 @@ class Browser:
         self.driver.get(url)
 
     def login(self, gateway, token=OPERATOR, port=None):
-        self.open(f"http://127.0.0.1:{port or gateway.http_port}/")
+        self.open(f"{gateway.scheme}://127.0.0.1:{port or gateway.http_port}/")
         self.wait(lambda b: b.visible("#login-token"), 30, "the login form")
         self.find("#login-token").send_keys(token)
         self.find("#login-submit").click()
@@ -267,8 +267,8 @@ def site(tmp_path):
             made.append(p)
             return p
 
-        def browser(self, size=DESKTOP):
-            b = Browser(str(tmp_path), size)
+        def browser(self, size=DESKTOP, flags=()):
+            b = Browser(str(tmp_path), size, flags)
             browsers.append(b)
             return b
 

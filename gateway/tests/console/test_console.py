@@ -3,6 +3,7 @@ zanthd and zanth-sim started by each test on free loopback ports and always stop
 import http.server
 import os
 import re
+import subprocess
 import threading
 
 import requests
@@ -66,6 +67,34 @@ def test_login_with_a_token_and_a_wrong_one_refused_and_logout(site):
     assert "console login refused" in audits
     b.open(f"http://127.0.0.1:{g.http_port}/")
     b.wait(lambda b: b.visible("#login"), 15, "the login after a reload")
+
+
+def test_under_tls_the_cookie_is_secure_and_host_bound(site):
+    cert, key = os.path.join(site.dir, "cert.pem"), os.path.join(site.dir, "key.pem")
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
+                    "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1",
+                    "-keyout", key, "-out", cert], check=True, capture_output=True)
+    g = console_gateway(site, tls=(cert, key))
+    site.sim(g.port, "--count", "1")
+    # The certificate was made here: this browser is told to take it.
+    b = site.browser(flags=["--ignore-certificate-errors"])
+    b.login(g)
+    on_page(b, "controllers")
+    b.wait(lambda b: len(b.all("#controllers-table tr[data-mac] .status-up")) == 1, 30, "the controller up")
+    cookies = list(b.cookies().values())
+    assert len(cookies) == 1
+    c = cookies[0]
+    assert c["name"].startswith("__Host-") and c["secure"] and c["httpOnly"] and c["sameSite"] == "Strict"
+    assert c["path"] == "/" and not c.get("domain", "").startswith(".")  # this host only
+    # An http:// origin is another origin than this https:// server.
+    s = requests.Session()
+    origin = f"https://127.0.0.1:{g.http_port}"
+    r = s.post(f"{g.url}/session", json={"token": OPERATOR}, headers={"Origin": origin}, verify=cert)
+    assert r.status_code == 201
+    csrf = r.json()["csrf"]
+    r = s.post(f"{g.url}/doors/Front entrance/open", verify=cert,
+               headers={"Origin": f"http://127.0.0.1:{g.http_port}", "X-CSRF-Token": csrf})
+    assert r.status_code == 403, r.text
 
 
 def test_an_expired_session_leads_back_to_the_login(site):
