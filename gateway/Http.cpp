@@ -194,6 +194,20 @@ void HttpApi::Stop() {
     if (thread_.joinable()) thread_.join();
 }
 
+namespace {
+
+// A request refused before routing leaves its body unread on the connection, where it would be
+// taken for the start of the next request: such a connection is closed after the answer.
+httplib::Server::HandlerResponse RefusedUnread(const httplib::Request& req, httplib::Response& res) {
+    std::string length = req.get_header_value("Content-Length");
+    if ((!length.empty() && length != "0") || req.has_header("Transfer-Encoding")) {
+        res.set_header("Connection", "close");
+    }
+    return httplib::Server::HandlerResponse::Handled;
+}
+
+}  // namespace
+
 void HttpApi::Routes() {
     httplib::Server& s = *server_;
     const std::string v1 = "/api/v1";
@@ -234,13 +248,13 @@ void HttpApi::Routes() {
         }
         if (ConsolePublic(req)) return httplib::Server::HandlerResponse::Unhandled;
         Scope needed = req.method == "GET" || req.method == "HEAD" ? Scope::Read : Scope::Operator;
-        if (!Authorize(req, res, needed, nullptr)) return httplib::Server::HandlerResponse::Handled;
+        if (!Authorize(req, res, needed, nullptr)) return RefusedUnread(req, res);
         if (req.has_header("Content-Length")) {
             int64_t limit = IsUpload(req.path) ? ctx_.config.maxUploadBytes : ctx_.config.maxBodyBytes;
             auto length = ParseNumber(req.get_header_value("Content-Length"), 0, INT64_MAX);
             if (length && *length > limit) {
                 Send(res, 413, {{"error", "the body is larger than the gateway takes here (" + std::to_string(limit) + " bytes)"}});
-                return httplib::Server::HandlerResponse::Handled;
+                return RefusedUnread(req, res);
             }
         }
         return httplib::Server::HandlerResponse::Unhandled;
