@@ -267,12 +267,12 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
     for (const auto& [key, node] : root) {
         static const std::set<std::string> kSections = {"gateway", "library", "journal", "rules",
                                                         "http", "tokens", "decisions", "doors",
-                                                        "mqtt"};
+                                                        "mqtt", "console"};
         if (kSections.count(std::string(key.str())) == 0) {
             throw ConfigError(Where(file, key.source()) + ": unknown section or key " +
                               std::string(key.str()) +
                               " (expected gateway, library, journal, rules, http, tokens, "
-                              "decisions, doors or mqtt)");
+                              "decisions, doors, mqtt or console)");
         }
     }
 
@@ -456,6 +456,20 @@ Config ParseConfig(const std::string& text, const fs::path& path) {
             s.Fail(n ? *n : *s.Take("mode") , "webhook_url", "an http:// or https:// URL with mode = \"webhook\"",
                    n ? "\"" + c.webhookUrl + "\"" : "none");
         }
+        s.Finish();
+    }
+    {
+        Section s(file, SubTable(file, root, "console"), "console");
+        s.Bool("enabled", &c.consoleEnabled);
+        s.Path("dir", c.dir, &c.consoleDir);
+        if (!c.consoleDir.empty() && !fs::is_regular_file(c.consoleDir / "index.html")) {
+            s.Fail(*s.Take("dir"), "dir", "a folder that holds the console's index.html",
+                   "\"" + c.consoleDir.string() + "\"");
+        }
+        s.Int("session_idle_s", 1, 86400 * 7, &c.sessionIdleS);
+        s.Int("session_max_s", 1, 86400 * 30, &c.sessionMaxS);
+        s.Int("history_step_s", 1, 3600, &c.historyStepS);
+        s.Int("history_points", 1, 100000, &c.historyPoints);
         s.Finish();
     }
     if (const toml::node* node = root.get("doors")) {

@@ -128,6 +128,14 @@ struct Config {
 
     std::vector<DoorConfig> doors;
 
+    // [console]
+    bool consoleEnabled = true;
+    std::filesystem::path consoleDir;  // empty: the page's files built into zanthd
+    int sessionIdleS = 1800;
+    int sessionMaxS = 43200;
+    int historyStepS = 10;
+    int historyPoints = 360;
+
     bool Tls() const { return !tlsCert.empty(); }
 };
 

@@ -10,6 +10,7 @@
 
 #include "gateway/CallPath.h"
 #include "gateway/CardLoads.h"
+#include "gateway/ConsoleHistory.h"
 #include "gateway/Controllers.h"
 #include "gateway/Decider.h"
 #include "gateway/DoorService.h"
@@ -216,6 +217,15 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
                       return n ? static_cast<double>(journal.CommitNanos()) / 1e9 / static_cast<double>(n) : 0.0;
                   });
 
+    // The console's health charts: what the journal stores, the lag and the controllers connected.
+    HealthHistory history(
+        {[&library, &ingest] {
+             return static_cast<double>(library.Unread(false) + library.Unread(true) + ingest.Backlog());
+         },
+         [&controllers] { return static_cast<double>(controllers.ConnectedCount()); }},
+        config.historyStepS, config.historyPoints);
+    journal.Subscribe([&history](const std::vector<Record>& records) { history.Stored(records); });
+
     ingest.Start(&library);
     router.Start();
     calls.Start();
@@ -242,10 +252,12 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     controllers.Start();
     doors.Start();
     sync.Start();
+    history.Start();
     sync.PendingChanged();
 
     HttpApi http({config, journal, ingest, controllers, rules, metrics, calls, loads, sync, codec, *clock,
-                  Dump(OpenApiDocument(config.site, version)), [&libraryUp] { return libraryUp.load(); }});
+                  Dump(OpenApiDocument(config.site, version)), [&libraryUp] { return libraryUp.load(); },
+                  &history});
     if (!http.Start(&error)) {
         Log(Level::Error, "http", "%s", error.c_str());
         sync.Stop();
@@ -265,6 +277,10 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
         config.site.c_str(), config.port, config.Tls() ? "https" : "http", config.listenHost.c_str(),
         http.Port(), config.doors.size(),
         config.mode == DecisionMode::Webhook ? "webhook" : config.mode == DecisionMode::Mqtt ? "mqtt" : "rules");
+    if (config.consoleEnabled) {
+        Log(Level::Info, "console", "the site console is at %s://%s:%d/ (log in with a token)",
+            config.Tls() ? "https" : "http", config.listenHost.c_str(), http.Port());
+    }
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
@@ -277,6 +293,7 @@ int RunGateway(const Config& config, const sigset_t& stopSignals) {
     // load) are free to end; a blocking call under way ends with the library.
     http.Stop();
     if (bus) bus->StopCommands();
+    history.Stop();
     doors.Stop(1000);
     decider->Stop();
     router.Stop(3000);

@@ -11,6 +11,7 @@
 
 #include "gateway/ApiInput.h"
 #include "gateway/CallPath.h"
+#include "gateway/ConsoleSession.h"
 #include "gateway/Controllers.h"
 #include "gateway/HttpJson.h"
 #include "gateway/OpenApi.h"
@@ -23,7 +24,6 @@
 #include "gateway/Rules.h"
 
 namespace zanthd {
-namespace {
 
 using nlohmann::json;
 
@@ -38,6 +38,8 @@ json RecordJson(const Record& r) {
     if (!r.actor.empty()) j["actor"] = r.actor;
     return j;
 }
+
+namespace {
 
 json ControllerJson(const ControllerState& s) {
     return {{"mac", s.mac},
@@ -107,7 +109,10 @@ bool HttpApi::Authorize(const httplib::Request& req, httplib::Response& res, Sco
         auth = &header;
     }
     std::string name;
-    Scope scope = auth_.Check(auth, &name);
+    Scope scope = Scope::None;
+    // The console's session cookie stands for a token where no bearer token is given.
+    if (auth == nullptr && !SessionAuthorize(req, res, &scope, &name)) return false;
+    if (scope == Scope::None) scope = auth_.Check(auth, &name);
     if (scope == Scope::None) {
         res.set_header("WWW-Authenticate", "Bearer realm=\"zanthd\"");
         Send(res, 401, {{"error", auth ? "the token is not known" : "a bearer token is required"}});
@@ -189,6 +194,20 @@ void HttpApi::Stop() {
     if (thread_.joinable()) thread_.join();
 }
 
+namespace {
+
+// A request refused before routing leaves its body unread on the connection, where it would be
+// taken for the start of the next request: such a connection is closed after the answer.
+httplib::Server::HandlerResponse RefusedUnread(const httplib::Request& req, httplib::Response& res) {
+    std::string length = req.get_header_value("Content-Length");
+    if ((!length.empty() && length != "0") || req.has_header("Transfer-Encoding")) {
+        res.set_header("Connection", "close");
+    }
+    return httplib::Server::HandlerResponse::Handled;
+}
+
+}  // namespace
+
 void HttpApi::Routes() {
     httplib::Server& s = *server_;
     const std::string v1 = "/api/v1";
@@ -227,14 +246,15 @@ void HttpApi::Routes() {
         if (req.method == "GET" && (req.path == "/docs" || req.path == "/api/v1/docs")) {
             return httplib::Server::HandlerResponse::Unhandled;
         }
+        if (ConsolePublic(req)) return httplib::Server::HandlerResponse::Unhandled;
         Scope needed = req.method == "GET" || req.method == "HEAD" ? Scope::Read : Scope::Operator;
-        if (!Authorize(req, res, needed, nullptr)) return httplib::Server::HandlerResponse::Handled;
+        if (!Authorize(req, res, needed, nullptr)) return RefusedUnread(req, res);
         if (req.has_header("Content-Length")) {
             int64_t limit = IsUpload(req.path) ? ctx_.config.maxUploadBytes : ctx_.config.maxBodyBytes;
             auto length = ParseNumber(req.get_header_value("Content-Length"), 0, INT64_MAX);
             if (length && *length > limit) {
                 Send(res, 413, {{"error", "the body is larger than the gateway takes here (" + std::to_string(limit) + " bytes)"}});
-                return httplib::Server::HandlerResponse::Handled;
+                return RefusedUnread(req, res);
             }
         }
         return httplib::Server::HandlerResponse::Unhandled;
@@ -395,6 +415,7 @@ void HttpApi::Routes() {
 
     CallRoutes();
     ResourceRoutes();
+    ConsoleRoutes();
     auto document = [this](const httplib::Request&, httplib::Response& res) {
         res.set_content(ctx_.openApi, "application/json");
     };
@@ -460,10 +481,12 @@ void HttpApi::Stream(const httplib::Request& req, httplib::Response& res) {
     auto cursor = std::make_shared<int64_t>(q.after);
     auto lastWrite = std::make_shared<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now());
     std::string kind = q.kind;
+    // A stream carried by the console's session ends with it.
+    std::function<bool()> keep = SessionKeeper(req);
     res.set_chunked_content_provider(
         "text/event-stream",
-        [this, reader, cursor, lastWrite, kind](size_t, httplib::DataSink& sink) {
-            if (stopping_) {
+        [this, reader, cursor, lastWrite, kind, keep](size_t, httplib::DataSink& sink) {
+            if (stopping_ || !keep()) {
                 sink.done();
                 return true;
             }

@@ -25,6 +25,8 @@ namespace zanthd {
 
 class CallPath;
 class CardLoads;
+class HealthHistory;
+class Sessions;
 class Controllers;
 class Ingest;
 class Journal;
@@ -36,6 +38,10 @@ class SiteSync;
 struct ApiError;
 struct CallAnswer;
 struct CallRequest;
+struct Record;
+
+// A journal record as the API shows it.
+nlohmann::json RecordJson(const Record& r);
 
 struct HttpContext {
     const Config& config;
@@ -51,6 +57,7 @@ struct HttpContext {
     const SiteClock& clock;
     std::string openApi;          // the OpenAPI document, as served
     std::function<bool()> ready;  // the library is up and listening
+    HealthHistory* history = nullptr;  // the health charts' points; none: 404
 };
 
 class HttpApi {
@@ -88,9 +95,20 @@ class HttpApi {
                httplib::Response& res);
     void Events(const httplib::Request& req, httplib::Response& res);
     void Stream(const httplib::Request& req, httplib::Response& res);
+    // The site console (ConsoleRoutes.cpp): its page and files, the session that stands for a
+    // token in a browser, the site's description, the health history and the journal search.
+    void ConsoleRoutes();
+    // Requests that need no token: the console's files, logging in and out.
+    bool ConsolePublic(const httplib::Request& req) const;
+    // A request carried by the console's session cookie: its scope and token name (left as they
+    // are without a cookie); false, with the refusal sent, when the cookie or the request is bad.
+    bool SessionAuthorize(const httplib::Request& req, httplib::Response& res, Scope* scope, std::string* name);
+    // For an event stream: false once the request's session (if it has one) has ended.
+    std::function<bool()> SessionKeeper(const httplib::Request& req);
 
     HttpContext ctx_;
     Auth auth_;
+    std::unique_ptr<Sessions> sessions_;
     std::unique_ptr<httplib::Server> server_;
     std::thread thread_;
     std::atomic<bool> stopping_{false};

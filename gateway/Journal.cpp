@@ -76,6 +76,40 @@ bool JournalReader::Read(int64_t after, int limit, const std::string& kind,
     return rc == SQLITE_DONE;
 }
 
+bool JournalReader::Search(const JournalSearch& q, std::vector<Record>* out) {
+    if (!search_.Ok()) {
+        // Kinds come as ",event,lookup," so that each is found by instr; a heartbeat is an alarm
+        // that its fields call one.
+        search_ = db_.Prepare(std::string("SELECT ") + kColumns + " FROM records"
+            " WHERE id < ?1 AND id >= ?2"
+            " AND (?3 = '' OR (CASE WHEN kind = 'alarm' AND json_valid(fields)"
+            "      AND json_extract(fields, '$.type') = 'heartbeat' THEN 'heartbeat' ELSE kind END)"
+            "      IN (SELECT value FROM json_each(?3)))"
+            " AND (?4 = '' OR mac = ?4)"
+            " AND (?5 < 0 OR (json_valid(fields) AND CAST(json_extract(fields, '$.door') AS INTEGER) = ?5"
+            "      AND json_extract(fields, '$.door') IS NOT NULL))"
+            " AND (?6 = '' OR instr(raw, ?6) > 0)"
+            " ORDER BY id DESC LIMIT ?7");
+        if (!search_.Ok()) return false;
+    }
+    std::string kinds;
+    if (!q.kinds.empty()) {
+        kinds = "[";
+        for (const std::string& k : q.kinds) kinds += (kinds.size() > 1 ? ",\"" : "\"") + k + "\"";
+        kinds += "]";
+    }
+    search_.Bind(1, q.before).Bind(2, q.floor).Bind(3, kinds).Bind(4, q.mac)
+        .Bind(5, static_cast<int64_t>(q.door)).Bind(6, q.text).Bind(7, static_cast<int64_t>(q.limit));
+    int rc;
+    while ((rc = search_.Step()) == SQLITE_ROW) {
+        Record r;
+        ReadRow(search_, &r);
+        out->push_back(std::move(r));
+    }
+    search_.Reset();
+    return rc == SQLITE_DONE;
+}
+
 int64_t JournalReader::OldestId() {
     int64_t id = 0;
     if (oldest_.Step() == SQLITE_ROW) id = oldest_.Int(0);

@@ -38,17 +38,32 @@ struct Record {
 int64_t NowMs();
 
 // Reads the journal on a connection of its own: one per thread.
+// A search back through the journal, newest first, over the ids in [floor, before).
+struct JournalSearch {
+    int64_t before = INT64_MAX;
+    int64_t floor = 0;
+    int limit = 50;
+    // Kinds to take, empty for all; "heartbeat" names the alarms whose fields say
+    // "type":"heartbeat", and "alarm" then the other alarms.
+    std::vector<std::string> kinds;
+    std::string mac;         // empty: any controller
+    int door = -1;           // the fields' "door"; -1: any
+    std::string text;        // a piece of the raw text; empty: any
+};
+
 class JournalReader {
   public:
     bool Open(const std::string& path, std::string* error);
     // Up to `limit` records with id > after, oldest first; false on a database error.
     bool Read(int64_t after, int limit, const std::string& kind, std::vector<Record>* out);
+    // Up to `q.limit` records that match, newest first; false on a database error.
+    bool Search(const JournalSearch& q, std::vector<Record>* out);
     // The oldest id held, 0 when none.
     int64_t OldestId();
 
   private:
     Database db_;
-    Statement all_, byKind_, oldest_;
+    Statement all_, byKind_, oldest_, search_;
 };
 
 class Journal {

@@ -390,6 +390,36 @@ void Resources(json& paths) {
     paths["/healthz"]["get"] = Op("Healthy while the journal takes records (503 otherwise).", "Gateway");
     paths["/readyz"]["get"] = Op("Ready once the library listens and the journal takes records.", "Gateway");
     paths["/openapi.json"]["get"] = Op("This document.", "Gateway");
+
+    // What the site console reads, open to any client; and the console's session.
+    json record = Ref("schemas", "Record");
+    paths["/events/search"]["get"] = Op(
+        "Searches back through the journal, newest first, over at most 20000 ids per request: records below `before` "
+        "that match every filter given. `next_before` continues the search (null: the oldest record kept was reached).",
+        "Journal",
+        {QueryParam("before", "Ids below this one (default: from the newest).", kInt),
+         QueryParam("limit", "1 to 500 (default 50).", kInt),
+         QueryParam("kind", "Kinds, comma-separated: event, alarm, heartbeat, lookup, door, pin, connect, disconnect, "
+                            "decision, audit (heartbeat: the alarms that are heartbeats; alarm: the others).", kText),
+         QueryParam("mac", "One controller's.", kText), QueryParam("door", "A door number, 0 to 255.", kInt),
+         QueryParam("text", "A piece of the raw text.", kText)},
+        nullptr,
+        Object({{"records", {{"type", "array"}, {"items", record}}}, {"next_before", kInt}, {"searched_from", kInt},
+                {"last_id", kInt}, {"oldest_id", kInt}}));
+    paths["/health/history"]["get"] = Op(
+        "The gateway's recent health, one point per history_step_s (10 s) for the last history_points (an hour), kept in "
+        "memory: records per second by kind, door decisions and their latency (p50, p99, longest), the journal's largest "
+        "lag and the controllers connected.", "Gateway");
+    paths["/site"]["get"] = Op("The site as the config describes it: name, time zone, doors with their relays, lock inputs and "
+                               "relay timers, and the controllers the seed file keys for encrypted links.", "Gateway");
+    paths["/session"]["post"] = Op(
+        "Logs the site console in: trades a token ({\"token\": ...}) for a session cookie (HttpOnly, SameSite=Strict, Secure "
+        "under TLS) and a CSRF token. A request carried by the cookie must come from the gateway's own origin, and one "
+        "that changes anything must carry the CSRF token in X-CSRF-Token.", "Gateway", json::array(),
+        Object({{"token", kText}}), Object({{"name", kText}, {"scope", kText}, {"csrf", kText}, {"expires", kText}}), 201);
+    paths["/session"]["get"] = Op("The session (or token) this request stands on: its name, scope and CSRF token.", "Gateway");
+    paths["/session"]["delete"] = Op("Logs the console out: the session ends (X-CSRF-Token required).", "Gateway",
+                                     json::array(), nullptr, nullptr, 204);
 }
 
 json Components() {

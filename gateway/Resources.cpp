@@ -13,6 +13,7 @@
 #include "gateway/ApiInput.h"
 #include "gateway/CallPath.h"
 #include "gateway/CardLoads.h"
+#include "gateway/ConsoleSession.h"
 #include "gateway/Controllers.h"
 #include "gateway/Http.h"
 #include "gateway/HttpJson.h"
@@ -61,6 +62,9 @@ std::string Two(int v) {
 }  // namespace
 
 std::string HttpApi::Actor(const httplib::Request& req) const {
+    if (sessions_ && !req.has_header("Authorization")) {
+        if (auto session = sessions_->Peek(req.get_header_value("Cookie"), NowMs())) return session->name;
+    }
     std::string header = req.get_header_value("Authorization");
     std::string name;
     auth_.Check(req.has_header("Authorization") ? &header : nullptr, &name);

@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs the demo: a host program on libzanth.so talking to simulated
-# controllers over loopback.
+# controllers over loopback. With --site, the site gateway (zanthd) and its web console instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# --site: the gateway and its console on a sample site with simulated controllers instead.
+if [ "${1:-}" = "--site" ]; then
+    shift
+    exec bash scripts/site-demo.sh "$@"
+fi
 
 bash scripts/setup.sh
 dir=build/release

@@ -1,7 +1,8 @@
 // What a client can send zanthd, fuzzed: the JSON bodies of the rules API, the events queries,
-// ids and MACs from paths, the call path's arguments to every export, with a reply frame
-// for the calls that pass their checks, and a request over the message bus (its topic is the
-// input's first line, its body the rest; read with and without an HMAC secret). Each parser must answer with a result or a named error,
+// ids and MACs from paths, the console's Cookie, Origin and CSRF headers, the call path's
+// arguments to every export, with a reply frame for the calls that pass their checks, and a
+// request over the message bus (its topic is the input's first line, its body the rest; read with
+// and without an HMAC secret). Each parser must answer with a result or a named error,
 // never crash, and a body it accepts must read back the same after a round trip through its
 // JSON. The library is never loaded: a prepared call is checked and its reply decoded, not made.
 //
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "gateway/ApiInput.h"
+#include "gateway/ConsoleSession.h"
 #include "gateway/Model.h"
 #include "gateway/MqttRequest.h"
 #include "gateway/PayloadCodec.h"
@@ -106,6 +108,40 @@ void FuzzBusRequest(const std::string& text) {
     }
 }
 
+// The console's session check on headers the input makes up: a cookie that isn't the session's
+// never passes, whatever the rest says; one that is passes only as the rules say.
+void FuzzSession(const std::string& text) {
+    static zanthd::Sessions sessions(std::chrono::seconds(60), std::chrono::seconds(600), 8080, false);
+    static const zanthd::Session real = sessions.Open("officer", zanthd::Scope::Operator, 1);
+    std::string id = sessions.IdIn(text);
+    if (!id.empty() && id != "-" &&
+        (id.size() != 64 || id.find_first_not_of("0123456789abcdef") != std::string::npos)) {
+        std::abort();
+    }
+    // The input's lines: method, cookie header, origin, host, Sec-Fetch-Site, CSRF token.
+    std::vector<std::string> parts;
+    for (size_t start = 0; parts.size() < 6;) {
+        size_t nl = text.find('\n', start);
+        parts.push_back(text.substr(start, nl == std::string::npos ? std::string::npos : nl - start));
+        if (nl == std::string::npos) break;
+        start = nl + 1;
+    }
+    parts.resize(6);
+    zanthd::CookieRequest req{parts[0], parts[1], parts[2], parts[3], parts[4], parts[5]};
+    zanthd::Session got;
+    bool known = sessions.IdIn(req.cookieHeader) == real.id;
+    if (sessions.Check(req, 2, &got) == zanthd::CookieVerdict::kOk && !known) std::abort();
+    // The same headers with the real session's cookie in front.
+    req.cookieHeader = sessions.CookieName() + "=" + real.id + "; " + req.cookieHeader;
+    zanthd::CookieVerdict v = sessions.Check(req, 3, &got);
+    bool foreign = (!req.origin.empty() && !zanthd::Sessions::SameOrigin(req.origin, req.host, false)) ||
+                   req.fetchSite == "cross-site" || req.fetchSite == "same-site";
+    bool change = !zanthd::Sessions::Safe(req.method);
+    bool expected = !foreign && (!change || req.csrf == real.csrf);
+    if ((v == zanthd::CookieVerdict::kOk) != expected) std::abort();
+    if (v == zanthd::CookieVerdict::kOk && got.name != "officer") std::abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
@@ -114,6 +150,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
     FuzzCall(text);
     FuzzBusRequest(text);
+    FuzzSession(text);
     zanthd::ApiError error;
     zanthd::CardholderInput holder;
     if (zanthd::ParseCardholder(text, &holder, &error)) {
