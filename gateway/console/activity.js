@@ -3,7 +3,7 @@
 // stream and to the journal alike: the list starts with the newest records that match, the
 // stream adds to the top, and "Show older" searches back through the journal page by page.
 
-import { api, app, clear, fmtFull, fmtTime, h, live, openDialog, refreshHolders } from './app.js';
+import { api, app, clear, fmtFull, fmtTime, h, live, openDialog, refreshHolders } from './common.js';
 
 const TYPES = [
   { id: 'event', label: 'Events', kinds: ['event'], on: true },

@@ -3,7 +3,7 @@
 // list follows the live stream; the model and the drift are asked of each controller once it is
 // connected (a few at a time), and the drift again every five minutes.
 
-import { api, app, clear, fmtAgo, fmtFull, h, live, toast } from './app.js';
+import { api, app, clear, fmtAgo, fmtFull, h, live, toast } from './common.js';
 
 const DRIFT_EVERY_MS = 5 * 60 * 1000;
 const AT_ONCE = 3;

@@ -9,8 +9,8 @@
 // hold several cards as "1001|1002"; doors names doors of the site, each with its schedule after
 // '@'. A file written with ';' between fields is read as well.
 
-import { api, app, clear, h, openDialog, plural } from './app.js';
-import { apiProblem, checkHolder } from './cardholders.js';
+import { api, app, clear, h, openDialog, plural } from './common.js';
+import { apiProblem, checkHolder } from './holder.js';
 
 const COLUMNS = ['name', 'card', 'facility', 'pin', 'doors', 'valid_from', 'valid_until', 'enabled'];
 const AT_ONCE = 4;

@@ -3,7 +3,7 @@
 // again. The page counts the timer down and reads the lock input each second until the door has
 // locked again.
 
-import { api, app, clear, confirmDialog, fmtAgo, h, live, toast } from './app.js';
+import { api, app, clear, confirmDialog, fmtAgo, h, live, toast } from './common.js';
 import { decisionBadge, doorOf, summary } from './activity.js';
 
 export default {

@@ -2,7 +2,7 @@
 // zanthd keeps itself (/api/v1/health/history): records per second, the door decisions' latency,
 // the journal's lag and the controllers connected. The charts are drawn here, in SVG.
 
-import { api, clear, fmtTime, h, svg } from './app.js';
+import { api, clear, fmtTime, h, svg } from './common.js';
 
 const W = 320;
 const H = 120;
