@@ -241,44 +241,34 @@ class Proxy:
         self.cut()
 
 
+class ConsoleSite(e2e.Site):
+    """Adds proxies and browsers; the browsers are closed before anything else stops."""
+
+    def __init__(self, directory):
+        super().__init__(directory)
+        self.browsers = []
+
+    def proxy(self, target_port):
+        return self.keep(Proxy(target_port))
+
+    def browser(self, size=DESKTOP, flags=()):
+        b = Browser(self.dir, size, flags)
+        self.browsers.append(b)
+        return b
+
+
 @pytest.fixture
 def site(tmp_path):
     """Makes gateways, simulators and browsers that are always stopped, the browsers first."""
     os.environ["HOME"] = str(tmp_path)
     os.environ["XDG_CONFIG_HOME"] = str(tmp_path)
-    made = []
-    browsers = []
-
-    class Site:
-        dir = str(tmp_path)
-
-        def gateway(self, **kw):
-            g = Gateway(str(tmp_path), **kw)
-            made.append(g)
-            return g
-
-        def sim(self, port, *args, env=None):
-            s = Sim(str(tmp_path), port, *args, env=env)
-            made.append(s)
-            return s
-
-        def proxy(self, target_port):
-            p = Proxy(target_port)
-            made.append(p)
-            return p
-
-        def browser(self, size=DESKTOP, flags=()):
-            b = Browser(str(tmp_path), size, flags)
-            browsers.append(b)
-            return b
-
-    yield Site()
+    made = ConsoleSite(str(tmp_path))
+    yield made
     errors = []
-    for b in browsers:
+    for b in made.browsers:
         errors += b.script_errors()
         b.quit()
-    for thing in reversed(made):
-        thing.cleanup()
+    made.cleanup()
     assert not errors, f"the page threw: {errors}"
 
 

@@ -193,24 +193,31 @@ def counts(summary, line):
     return {int(k): int(v) for k, v in re.findall(r"(\d+)=(\d+)", m.group(1))} if m else {}
 
 
+class Site:
+    """Makes gateways and simulators in one folder, and stops them all, the last made first."""
+
+    def __init__(self, directory):
+        self.dir = directory
+        self.made = []
+
+    def keep(self, thing):
+        self.made.append(thing)
+        return thing
+
+    def gateway(self, **kw):
+        return self.keep(Gateway(self.dir, **kw))
+
+    def sim(self, port, *args, env=None):
+        return self.keep(Sim(self.dir, port, *args, env=env))
+
+    def cleanup(self):
+        for thing in reversed(self.made):
+            thing.cleanup()
+
+
 @pytest.fixture
 def site(tmp_path):
     """Makes gateways and simulators that are always stopped."""
-    made = []
-
-    class Site:
-        dir = str(tmp_path)
-
-        def gateway(self, **kw):
-            g = Gateway(str(tmp_path), **kw)
-            made.append(g)
-            return g
-
-        def sim(self, port, *args, env=None):
-            s = Sim(str(tmp_path), port, *args, env=env)
-            made.append(s)
-            return s
-
-    yield Site()
-    for thing in reversed(made):
-        thing.cleanup()
+    made = Site(str(tmp_path))
+    yield made
+    made.cleanup()
